@@ -1,0 +1,16 @@
+# SPDX-License-Identifier: MIT
+# Warnings and Qt strictness for our own targets; nothing of it reaches a user's build.
+function(flotrofobul_strict target)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual=1
+    -Wcast-align -Wformat=2 -Wnull-dereference -Wunused)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(${target} PRIVATE -Wno-unknown-warning-option)
+  endif()
+  if(FLOTROFOBUL_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  target_compile_definitions(${target} PRIVATE
+    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_KEYWORDS QT_NO_FOREACH
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_USE_QSTRINGBUILDER)
+endfunction()

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include <flotrofobul/platform/logs/classlogs.h>
+
+#include <QtCore/QLoggingCategory>
+
+#include <memory>
+#include <mutex>
+
+namespace utility {
+namespace logs {
+
+namespace {
+
+Q_LOGGING_CATEGORY(category, "flotrofobul")
+
+QtMsgType messageType(int level)
+{
+    if (level <= error) {
+        return QtCriticalMsg;
+    }
+    if (level == warning) {
+        return QtWarningMsg;
+    }
+    return level < detail ? QtInfoMsg : QtDebugMsg;
+}
+
+// The sink is shared, so that a thread that is just logging keeps the one it took while another
+// thread sets a new one. Never destroyed: an engine with static storage logs from its destructor.
+struct sink_holder {
+    std::mutex mutex;
+    std::shared_ptr<const classlogs::Sink> sink;
+};
+
+sink_holder& holder()
+{
+    static auto* const only = new sink_holder;
+    return *only;
+}
+
+void writeToCategory(const LogRecord& record)
+{
+    const QByteArray function = record.function.toUtf8();
+    const QByteArray file = record.file.toUtf8();
+    const QMessageLogger logger(file.constData(), record.line, function.constData(), category().categoryName());
+    switch (messageType(record.level)) {
+    case QtCriticalMsg: logger.critical("%s", qUtf8Printable(record.message)); break;
+    case QtWarningMsg: logger.warning("%s", qUtf8Printable(record.message)); break;
+    case QtInfoMsg: logger.info("%s", qUtf8Printable(record.message)); break;
+    default: logger.debug("%s", qUtf8Printable(record.message)); break;
+    }
+}
+
+}  // namespace
+
+classlogs classlogs::instance;
+
+bool classlogs::reachesSomebody(int level) const noexcept
+{
+    return hasSink.load(std::memory_order_relaxed) || category().isEnabled(messageType(level));
+}
+
+void classlogs::log(const QString& message, int level, const QString& function, const QString& file, int line)
+{
+    if (!isEnabled(level)) {
+        return;
+    }
+    std::shared_ptr<const Sink> sink;
+    if (hasSink.load(std::memory_order_acquire)) {
+        const std::lock_guard<std::mutex> lock(holder().mutex);
+        sink = holder().sink;
+    }
+    const LogRecord record{message, level, function, file, line};
+    if (sink) {
+        (*sink)(record);
+    } else {
+        writeToCategory(record);
+    }
+}
+
+void classlogs::setSink(Sink sink)
+{
+    const std::lock_guard<std::mutex> lock(holder().mutex);
+    const bool present = static_cast<bool>(sink);
+    holder().sink = present ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
+    hasSink.store(present, std::memory_order_release);
+}
+
+}  // namespace logs
+}  // namespace utility

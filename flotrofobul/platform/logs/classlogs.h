@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+// The logger of the library: one filter level and one sink for the process. How a line of the
+// engine names its place stands in log_line.h, which is not installed.
+#pragma once
+
+#include <flotrofobul/export.h>
+
+#include <QtCore/QString>
+
+#include <atomic>
+#include <functional>
+
+namespace utility {
+namespace logs {
+
+/// Weight of a log line; the lower the number, the graver the line.
+enum LogLevel : int {
+    fatal = 0,    ///< an exception that ends in a disconnection, an operation that does not exist
+    caught = 1,   ///< a caught exception
+    error = 2,    ///< an error or an anomaly of the protocol
+    warning = 3,  ///< a warning, a change of role, a bridge that goes up or down
+    info = 4,     ///< what goes on
+    notice = 5,   ///< reserved, written like info
+    detail = 6    ///< every message
+};
+
+/// One log line as the sink receives it.
+struct LogRecord {
+    QString message;
+    int level = info;
+    QString function;  ///< bare name of the operation that logs
+    QString file;      ///< source as the system names it
+    int line = 0;
+};
+
+/// The process-wide logger.
+///
+/// A line is written when its level is not above the filter level (default 4) and when somebody
+/// takes it: the sink, or without one the Qt logging category "flotrofobul" (levels 0 to 2 critical,
+/// 3 warning, 4 and 5 info, 6 debug). All operations may be called from any thread; a sink runs on
+/// the thread that logs and may itself log or set another sink.
+class FLOTROFOBUL_EXPORT classlogs {
+public:
+    using Sink = std::function<void(const LogRecord&)>;
+
+    /// The one logger; valid from the loading of the library until the process ends.
+    static classlogs* getInstance() noexcept { return &instance; }
+
+    /// Hands one line to the sink, if its level is enabled.
+    void log(const QString& message, int level, const QString& function, const QString& file, int line);
+
+    /// Sets the highest level that is written.
+    void setLevel(int highest) noexcept { highestLevel.store(highest, std::memory_order_relaxed); }
+
+    /// Whether a line of this level would reach anybody. Ask before building an expensive text: a
+    /// level above the filter costs one comparison.
+    [[nodiscard]] bool isEnabled(int level) const noexcept
+    {
+        return level <= highestLevel.load(std::memory_order_relaxed) && reachesSomebody(level);
+    }
+
+    /// Sets who receives the lines; an empty function restores the Qt logging category.
+    void setSink(Sink sink);
+
+    classlogs(const classlogs&) = delete;
+    classlogs& operator=(const classlogs&) = delete;
+
+private:
+    constexpr classlogs() noexcept = default;
+    [[nodiscard]] bool reachesSomebody(int level) const noexcept;
+
+    static classlogs instance;
+
+    std::atomic<int> highestLevel{info};
+    std::atomic<bool> hasSink{false};
+};
+
+}  // namespace logs
+}  // namespace utility
