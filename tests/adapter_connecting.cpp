@@ -31,7 +31,7 @@ struct attempt_t {
     QList<int> reports;
 };
 
-}  // namespace
+} // namespace
 
 class adapter_connecting : public QObject {
     Q_OBJECT
@@ -67,13 +67,18 @@ void adapter_connecting::deadEnd_data()
     QTest::newRow("refused, TLS") << QStringLiteral("nobody") << true << 14 << QStringLiteral("is the broker running?");
     QTest::newRow("silence") << silent << false << 14 << QStringLiteral("does not answer, is it a broker?");
     QTest::newRow("handshake stalled") << silent << true << 8 << QStringLiteral("TLS: the handshake is not answered");
-    QTest::newRow("reset at once") << QStringLiteral("reset") << false << 7 << QStringLiteral("without an answer, does it expect TLS?");
-    QTest::newRow("reset in the handshake") << QStringLiteral("reset") << true << 8 << QStringLiteral("has ended the handshake");
-    QTest::newRow("closed in the handshake") << QStringLiteral("close") << true << 8 << QStringLiteral("has ended the handshake");
+    QTest::newRow("reset at once") << QStringLiteral("reset") << false << 7
+                                   << QStringLiteral("without an answer, does it expect TLS?");
+    QTest::newRow("reset in the handshake")
+        << QStringLiteral("reset") << true << 8 << QStringLiteral("has ended the handshake");
+    QTest::newRow("closed in the handshake")
+        << QStringLiteral("close") << true << 8 << QStringLiteral("has ended the handshake");
     QTest::newRow("TLS to a plain port") << QStringLiteral("text") << true << 8 << QStringLiteral("does not speak TLS");
-    QTest::newRow("name that does not resolve") << QStringLiteral("name") << false << 15 << QStringLiteral("does not resolve");
+    QTest::newRow("name that does not resolve")
+        << QStringLiteral("name") << false << 15 << QStringLiteral("does not resolve");
     QTest::newRow("black hole") << QStringLiteral("hole") << false << 14 << QStringLiteral("the host does not answer");
-    QTest::newRow("black hole, TLS") << QStringLiteral("hole") << true << 14 << QStringLiteral("the host does not answer");
+    QTest::newRow("black hole, TLS") << QStringLiteral("hole") << true << 14
+                                     << QStringLiteral("the host does not answer");
 }
 
 void adapter_connecting::deadEnd()
@@ -141,7 +146,8 @@ void adapter_connecting::answer_data()
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("words");
     for (const int code : {1, 2, 3, 4, 5, 6, 255}) {
-        QTest::addRow("CONNACK %d", code) << QByteArray("\x20\x02\x00", 3) + char(code) << code << QStringLiteral("(%1)").arg(code);
+        QTest::addRow("CONNACK %d", code)
+            << QByteArray("\x20\x02\x00", 3) + char(code) << code << QStringLiteral("(%1)").arg(code);
     }
     QTest::newRow("short CONNACK") << QByteArray("\x20\x01\x00", 3) << 2 << QStringLiteral("not that of a broker");
     QTest::newRow("something else") << QByteArray("\xd0\x00", 2) << 2 << QStringLiteral("not that of a broker");
@@ -175,7 +181,8 @@ void adapter_connecting::answer()
         QVERIFY2(log.lines[0].contains(words), qPrintable(log.lines[0]));
         // A broker that refuses is not asked again within a second.
         const bool refused = words.startsWith(QLatin1Char('('));
-        const double wait = log.lines[0].section(QStringLiteral("next attempt in "), 1).section(QLatin1Char(' '), 0, 0).toDouble();
+        const double wait =
+            log.lines[0].section(QStringLiteral("next attempt in "), 1).section(QLatin1Char(' '), 0, 0).toDouble();
         QVERIFY2(refused ? wait > 20 : wait <= 1, qPrintable(log.lines[0]));
     }
 }
@@ -192,12 +199,18 @@ void adapter_connecting::tls_data()
     const QString name = QStringLiteral("localhost");
     QTest::newRow("good, by name") << good << ca << name << false << QString();
     QTest::newRow("good, by address") << good << ca << QStringLiteral("127.0.0.1") << false << QString();
-    QTest::newRow("wrong authority") << good << QStringLiteral("other") << name << false << QStringLiteral("TLS: certificate of host localhost was not signed by an authority in ");
-    QTest::newRow("wrong host") << QStringLiteral("stranger") << ca << name << false << QStringLiteral("TLS: certificate of host localhost is for panel.example");
-    QTest::newRow("wrong address") << QStringLiteral("stranger") << ca << QStringLiteral("127.0.0.1") << false << QStringLiteral("TLS: certificate of host 127.0.0.1 is for panel.example");
+    QTest::newRow("wrong authority") << good << QStringLiteral("other") << name << false
+                                     << QStringLiteral(
+                                            "TLS: certificate of host localhost was not signed by an authority in ");
+    QTest::newRow("wrong host") << QStringLiteral("stranger") << ca << name << false
+                                << QStringLiteral("TLS: certificate of host localhost is for panel.example");
+    QTest::newRow("wrong address") << QStringLiteral("stranger") << ca << QStringLiteral("127.0.0.1") << false
+                                   << QStringLiteral("TLS: certificate of host 127.0.0.1 is for panel.example");
     QTest::newRow("wrong host, insecure") << QStringLiteral("stranger") << ca << name << true << QString();
-    QTest::newRow("wrong authority, insecure") << good << QStringLiteral("other") << name << true << QStringLiteral("was not signed");
-    QTest::newRow("expired") << QStringLiteral("expired") << ca << name << false << QStringLiteral("TLS: certificate of host localhost has expired");
+    QTest::newRow("wrong authority, insecure")
+        << good << QStringLiteral("other") << name << true << QStringLiteral("was not signed");
+    QTest::newRow("expired") << QStringLiteral("expired") << ca << name << false
+                             << QStringLiteral("TLS: certificate of host localhost has expired");
     QTest::newRow("plain to a TLS port") << good << QString() << name << false << QStringLiteral("does it expect TLS?");
 }
 
@@ -213,7 +226,8 @@ void adapter_connecting::tls()
     log_recorder_t log;
     mosquittoqt client(QStringLiteral("panel"), true, true);
     if (!authority.isEmpty()) {
-        QCOMPARE(client.tls_set(certificates.file(authority + QStringLiteral(".pem")), QString(), QString(), QString()), 0);
+        QCOMPARE(client.tls_set(certificates.file(authority + QStringLiteral(".pem")), QString(), QString(), QString()),
+                 0);
         client.tls_insecure_set(insecure);
     }
     attempt_t attempt(client);
@@ -320,7 +334,8 @@ void adapter_connecting::waiting_data()
     const QString open = QStringLiteral("listener @port 127.0.0.1\nallow_anonymous true\n");
     QTest::newRow("accepted") << open << QStringLiteral("127.0.0.1") << 0;
     QTest::newRow("accepted, by name") << open << QStringLiteral("localhost") << 0;
-    QTest::newRow("not authorised") << QStringLiteral("listener @port 127.0.0.1\nallow_anonymous false\n") << QStringLiteral("127.0.0.1") << 5;
+    QTest::newRow("not authorised") << QStringLiteral("listener @port 127.0.0.1\nallow_anonymous false\n")
+                                    << QStringLiteral("127.0.0.1") << 5;
     QTest::newRow("name that does not resolve") << open << QStringLiteral("nowhere.invalid") << 15;
     QTest::newRow("stopped broker") << open + QStringLiteral("# stopped\n") << QStringLiteral("127.0.0.1") << 14;
 }
@@ -395,8 +410,9 @@ void adapter_connecting::refusedValues()
         {connectAs(QStringLiteral("a\tb")), 18},
     };
     for (int i = 0; i < results.size(); ++i) {
-        QVERIFY2(results[i].first == results[i].second,
-                 qPrintable(QStringLiteral("%1: %2 instead of %3").arg(i).arg(results[i].first).arg(results[i].second)));
+        QVERIFY2(
+            results[i].first == results[i].second,
+            qPrintable(QStringLiteral("%1: %2 instead of %3").arg(i).arg(results[i].first).arg(results[i].second)));
     }
     QCOMPARE(log.lines.size(), results.size());
     QVERIFY(log.lines.filter(QStringLiteral("secret")).isEmpty());

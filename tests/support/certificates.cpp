@@ -16,7 +16,7 @@ constexpr wanted_t wanted[] = {{"good", "DNS:localhost,IP:127.0.0.1", "-days 2"}
                                {"stranger", "DNS:panel.example", "-days 2"},
                                {"expired", "DNS:localhost,IP:127.0.0.1", "-days -1"}};
 
-}  // namespace
+} // namespace
 
 certificates_t::certificates_t()
 {
@@ -54,6 +54,7 @@ bool certificates_t::openssl(const QString& arguments)
 
 QString certificates_t::listener(const QString& name) const
 {
-    return QStringLiteral("listener @port 127.0.0.1\nallow_anonymous true\ncafile %1\ncertfile %2.pem\nkeyfile %2.key\n")
+    return QStringLiteral(
+               "listener @port 127.0.0.1\nallow_anonymous true\ncafile %1\ncertfile %2.pem\nkeyfile %2.key\n")
         .arg(authority(), file(name));
 }

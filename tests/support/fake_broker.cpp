@@ -57,7 +57,8 @@ void fake_broker_t::read()
 
 void fake_broker_t::answer(int type, int flags, const QByteArray& body)
 {
-    const int topicLength = body.size() < 2 ? 0 : (static_cast<unsigned char>(body[0]) << 8) + static_cast<unsigned char>(body[1]);
+    const int topicLength =
+        body.size() < 2 ? 0 : (static_cast<unsigned char>(body[0]) << 8) + static_cast<unsigned char>(body[1]);
     const int qos = (flags >> 1) & 3;
     switch (type) {
     case CONNECT: send(CONNACK, QByteArray(2, '\0')); break;

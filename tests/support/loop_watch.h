@@ -12,9 +12,8 @@ class loop_watch_t {
 public:
     loop_watch_t()
     {
-        QObject::connect(&timer, &QTimer::timeout, &timer, [this] {
-            longest = std::max(longest, sinceTurn.restart());
-        });
+        QObject::connect(&timer, &QTimer::timeout, &timer,
+                         [this] { longest = std::max(longest, sinceTurn.restart()); });
         sinceTurn.start();
         sinceStart.start();
         timer.start(5);
