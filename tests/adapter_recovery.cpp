@@ -137,9 +137,9 @@ void adapter_recovery::lostUnderLoad()
             return true;
         };
     }
+    sayHundred();
     QTRY_COMPARE(client.disconnects.size(), 1);
     proxy.downstream = nullptr;
-    sayHundred();
     if (brokerDies) {
         QVERIFY(broker.start());
     }
