@@ -53,9 +53,12 @@ struct settings {
     {
         using section = config_global;
         static constexpr setting_t<section> table[] = {
-            {"installation_id"_l1, &section::installationId}, {"host"_l1, &section::host},
-            {"port"_l1, &section::port, {1, 65535}},          {"interval"_l1, &section::interval, {1, 60000}}, // ms
-            {"autoconnect"_l1, &section::autoconnect},        {"logging"_l1, &section::logging},
+            {"installation_id"_l1, &section::installationId}, // any text
+            {"host"_l1, &section::host},
+            {"port"_l1, &section::port, {1, 65535}},
+            {"interval"_l1, &section::interval, {1, 60000}}, // ms
+            {"autoconnect"_l1, &section::autoconnect},
+            {"logging"_l1, &section::logging},
         };
         return table;
     }
