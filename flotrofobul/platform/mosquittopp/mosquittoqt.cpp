@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+
+#include <flotrofobul/platform/mosquittopp/link.h>
+
+namespace comunication {
+namespace mosquittopp {
+
+mosquittoqt::mosquittoqt(const QString& clientId, bool cleanSession, bool autoconnect, QObject* parent)
+    : mosquittoppqt(clientId, cleanSession, autoconnect, parent)
+{}
+
+mosquittoqt::~mosquittoqt() = default;
+
+void mosquittoqt::setClientId(const QString& clientId)
+{
+    link->clientId = clientId;
+}
+
+void mosquittoqt::setLoopInterval(int milliseconds)
+{
+    link->interval = milliseconds;
+}
+
+void mosquittoqt::setConnectTimeout(int)
+{}
+
+void mosquittoqt::setOutboxLimits(int, int)
+{}
+
+void mosquittoqt::setMaxPacketBytes(int)
+{}
+
+bool mosquittoqt::getConnected() const
+{
+    return link->connected();
+}
+
+int mosquittoqt::disconnect_sync()
+{
+    return link->disconnect();
+}
+
+bool mosquittoqt::hasWill() const
+{
+    return link->willRegistered;
+}
+
+will_t mosquittoqt::getWill() const
+{
+    return link->will;
+}
+
+} // namespace mosquittopp
+} // namespace comunication
