@@ -2,6 +2,7 @@
 // Publishing and subscribing: placeholders, the payload's wrapping and encoding, presentations.
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
 #include <flotrofobul/protobase_t.h>
@@ -228,7 +229,7 @@ try {
 
 QJsonObject protobase_t::StringToJsonObject(QString const& text)
 try {
-    return QJsonDocument::fromJson(text.toUtf8()).object();
+    return documentFromForeignJson(text.toUtf8()).object();
 } catch (...) {
     FLOTROFOBUL_LOG(1, exceptionText());
     return QJsonObject();

@@ -3,6 +3,7 @@
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
@@ -116,7 +117,7 @@ try {
     // A file that cannot be opened reads as nothing, which is no JSON.
     const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
+    const QJsonDocument document = documentFromForeignJson(text, &error);
     if (error.error != QJsonParseError::NoError) {
         FLOTROFOBUL_LOG(2, "Error parsing file: "_l1 + path);
         return false;
