@@ -24,7 +24,6 @@ QString commandOf(QString topic)
 const QString presentationCommand = commandOf(presentation[QStringLiteral("topic")].toString());
 const QString readyCommand = commandOf(pkgClientReady[QStringLiteral("topic")].toString());
 const QString requestWord = QStringLiteral("request");
-const QString toAll = destination_publish_server_t::all.ToString();
 
 // The kinds of request, in the order in which they are tried.
 const struct {
@@ -90,7 +89,7 @@ void protoserver_t::onConnect_with_flags(int rc, int /*flags*/)
     if (isMaster()) {
         subscription_presentation(service_t::client, utility::subscribe_topics);
     }
-    publish_presentation(toAll);
+    publish_presentation(destination_publish_server_t::all.ToString());
     Q_EMIT onConnection();
 }
 
@@ -218,7 +217,7 @@ void protoserver_t::serverIsOnline(topic_t const& topic, std::unique_ptr<system_
     storeMaster(master, packet);
     subscription_presentation(service_t::client, utility::subscribe_topics);
     if (isMaster()) {
-        publish_presentation(toAll);
+        publish_presentation(destination_publish_server_t::all.ToString());
         Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), online, packet);
     }
 }
