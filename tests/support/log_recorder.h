@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+// Takes the log of the library for the life of a test: "level function message" lines in their order.
+#pragma once
+
+#include <flotrofobul/platform/logs/log_line.h>
+
+#include <QtCore/QStringList>
+
+/// Records from its construction on, at every level; the default sink and level are back after it.
+class log_recorder_t {
+public:
+    log_recorder_t()
+    {
+        auto* const logs = ::utility::logs::classlogs::getInstance();
+        logs->setLevel(6);
+        logs->setSink([this](const ::utility::logs::LogRecord& record) {
+            records << record;
+            lines << textOf(record);
+        });
+    }
+    ~log_recorder_t()
+    {
+        auto* const logs = ::utility::logs::classlogs::getInstance();
+        logs->setSink({});
+        logs->setLevel(4);
+    }
+    log_recorder_t(const log_recorder_t&) = delete;
+    log_recorder_t& operator=(const log_recorder_t&) = delete;
+
+    static QString textOf(const ::utility::logs::LogRecord& record)
+    {
+        return QString::number(record.level) + QLatin1Char(' ') + record.function + QLatin1Char(' ') + record.message;
+    }
+    /// What was logged since the last call.
+    QStringList take()
+    {
+        records.clear();
+        QStringList taken;
+        taken.swap(lines);
+        return taken;
+    }
+
+    QList<::utility::logs::LogRecord> records;
+    QStringList lines;
+};
