@@ -162,7 +162,8 @@ try {
     if (!configuration->getMqtt()->getConnect()->getPassword().isEmpty()) {
         file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
-    if (file.write(QJsonDocument(json).toJson(QJsonDocument::Indented)) < 0 || !file.commit()) {
+    // The text is buffered, and commit() does not look at whether its last flush has reached the medium.
+    if (file.write(QJsonDocument(json).toJson(QJsonDocument::Indented)) < 0 || !file.flush() || !file.commit()) {
         FLOTROFOBUL_LOG(2, "Unable to write file: "_l1 + path);
         return false;
     }
