@@ -44,6 +44,7 @@ protobase_t::protobase_t(service_t service, QString const& versionApp, QString c
     configMutex = std::make_unique<QRecursiveMutex>();
 
     closeDelay->setSingleShot(true);
+    closeDelay->setTimerType(Qt::PreciseTimer);  // a coarse one may take 50 ms off the will's head start
     QObject::connect(closeDelay, &QTimer::timeout, this, [this] { client->disconnect_sync(); });
 }
 

@@ -25,7 +25,7 @@ class QTimer;
 namespace comunication {
 
 namespace brokerdiagnostic {
-class diagnostic_broker;
+struct diagnostic_broker;
 }
 namespace config {
 class mosquittocnf;

@@ -3,6 +3,8 @@
 
 #include <flotrofobul/platform/mosquittopp/link.h>
 
+#include <algorithm>
+
 namespace comunication {
 namespace mosquittopp {
 
@@ -14,7 +16,7 @@ mosquittoqt::~mosquittoqt() = default;
 
 void mosquittoqt::setClientId(const QString& clientId)
 {
-    link->clientId = clientId;
+    link->identity.clientId = clientId;
 }
 
 void mosquittoqt::setLoopInterval(int milliseconds)
@@ -33,7 +35,7 @@ void mosquittoqt::setMaxPacketBytes(int)
 
 bool mosquittoqt::getConnected() const
 {
-    return link->connected();
+    return link->isConnected();
 }
 
 int mosquittoqt::disconnect_sync()
@@ -43,12 +45,12 @@ int mosquittoqt::disconnect_sync()
 
 bool mosquittoqt::hasWill() const
 {
-    return link->willRegistered;
+    return link->identity.hasWill;
 }
 
 will_t mosquittoqt::getWill() const
 {
-    return link->will;
+    return link->identity.will;
 }
 
 } // namespace mosquittopp
