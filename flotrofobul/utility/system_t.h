@@ -107,5 +107,5 @@ private:
 /// Version of the library and of its protocol.
 FLOTROFOBUL_EXPORT QString libraryVersion();
 
-}  // namespace utility
-}  // namespace comunication
+} // namespace utility
+} // namespace comunication

@@ -83,6 +83,7 @@ int handle_t::prepare(const identity_t& identity, const QString& host)
     if (!tls) {
         tls = std::make_unique<tls_context_t>();
         mosquitto_void_option(handle, MOSQ_OPT_SSL_CTX, tls->get());
+        mosquitto_int_option(handle, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 0);
     }
     return tls->load(identity.tls, host) == MOSQ_ERR_SUCCESS ? MOSQ_ERR_SUCCESS : MOSQ_ERR_TLS;
 }

@@ -185,11 +185,21 @@ void link_t::dialled()
     int error = 0;
     socklen_t length = sizeof error;
     ::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
+    sockaddr_storage peer;
+    socklen_t peerLength = sizeof peer;
+    // OpenSSL writes before the connection stands and takes the error away.
+    if (error == 0 && ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0) {
+        error = ECONNREFUSED;
+    }
+    // Reset before we looked: somebody did answer.
+    const bool stood = error == 0 || error == ECONNRESET || error == EPIPE;
+    if (stood) {
+        state = handle->isSecure() ? state_t::securing : state_t::greeting;
+    }
     if (error != 0) {
         addressFailed(MOSQ_ERR_ERRNO, error);
         return;
     }
-    state = handle->isSecure() ? state_t::securing : state_t::greeting;
     writeStep();
 }
 
@@ -247,6 +257,11 @@ void link_t::expired()
 int link_t::addressFailed(int rc, int systemError)
 {
     const QString why = failureText(rc, systemError);
+    if (state == state_t::securing) {
+        rc = MOSQ_ERR_TLS;
+    } else if (systemError == ECONNRESET || systemError == EPIPE) {
+        rc = MOSQ_ERR_CONN_LOST;
+    }
     dropNotifiers();
     const bool refused = outcome != 0;
     if (!refused && !addresses.isEmpty() && !deadline.hasExpired()) {

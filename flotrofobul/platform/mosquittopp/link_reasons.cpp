@@ -78,7 +78,7 @@ QString link_t::failureText(int rc, int systemError) const
         if (systemError == ETIMEDOUT) {
             return QStringLiteral("the other side does not answer, is it a broker?");
         }
-        if (rc == MOSQ_ERR_CONN_LOST || systemError == ECONNRESET) {
+        if (rc == MOSQ_ERR_CONN_LOST || systemError == ECONNRESET || systemError == EPIPE) {
             return identity.tls.wanted ? QStringLiteral("the other side has closed the connection without an answer")
                                        : QStringLiteral("the other side has closed the connection without an answer, "
                                                         "does it expect TLS?");

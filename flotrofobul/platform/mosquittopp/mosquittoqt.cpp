@@ -24,14 +24,20 @@ void mosquittoqt::setLoopInterval(int milliseconds)
     link->interval = milliseconds;
 }
 
-void mosquittoqt::setConnectTimeout(int)
-{}
+void mosquittoqt::setConnectTimeout(int seconds)
+{
+    link->connectTimeout = std::clamp(seconds, 1, 3600) * 1000;
+}
 
-void mosquittoqt::setOutboxLimits(int, int)
-{}
+void mosquittoqt::setOutboxLimits(int messages, int bytes)
+{
+    link->outbox.setLimits(messages, bytes);
+}
 
-void mosquittoqt::setMaxPacketBytes(int)
-{}
+void mosquittoqt::setMaxPacketBytes(int bytes)
+{
+    link->maxPacketBytes = bytes;
+}
 
 bool mosquittoqt::getConnected() const
 {
