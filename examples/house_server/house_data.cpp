@@ -16,8 +16,8 @@ QString house_data_t::open(const QString& path)
         "BEGIN IMMEDIATE",
         "CREATE TABLE IF NOT EXISTS house (starts INTEGER NOT NULL)",
         "CREATE TABLE IF NOT EXISTS temperature (room TEXT PRIMARY KEY, degrees REAL NOT NULL)",
-        "INSERT INTO temperature SELECT * FROM (VALUES ('kitchen', 19.0), ('living_room', 20.0)) "
-        "WHERE NOT EXISTS (SELECT * FROM house)",
+        "INSERT INTO temperature SELECT 'kitchen', 19 WHERE NOT EXISTS (SELECT * FROM house)",
+        "INSERT INTO temperature SELECT 'living_room', 20 WHERE NOT EXISTS (SELECT * FROM house)",
         "INSERT INTO house SELECT 0 WHERE NOT EXISTS (SELECT * FROM house)",
         "UPDATE house SET starts = starts + 1",
         "COMMIT",

@@ -67,5 +67,5 @@ int main(int argc, char** argv)
     });
 
     server.connect();
-    return app.exec();
+    return QCoreApplication::exec();
 }

@@ -56,5 +56,5 @@ int main(int argc, char** argv)
     QObject::connect(&panel, &protoclient_t::onDatabaseRealtimeStatus, &panel, show);
 
     panel.connect();
-    return app.exec();
+    return QCoreApplication::exec();
 }
