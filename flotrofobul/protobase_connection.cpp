@@ -82,8 +82,9 @@ int protobase_t::connect(QString const& _clientid, bool async)
 try {
     const auto* const global = configuration->getMqtt()->getGlobal();
     system->setBrokerip(global->getHost());
+    const QString formerId = system->getClientid();
     if (!_clientid.isEmpty()) {
-        changeClientId(_clientid);
+        system->setClientId(_clientid);
         FLOTROFOBUL_LOG(4, "Set mosquitto client id: "_l1 + _clientid);
     }
     if (!system->checkNetwork()) {
@@ -93,9 +94,11 @@ try {
     if (client == nullptr) {
         FLOTROFOBUL_LOG(4, QStringLiteral("Init comunication"));
         prepared = init_comunication();
+    } else {
+        followClientId(formerId);
     }
     if (closeDelay->isActive()) {
-        // The other nodes have been told that this one is gone; only a new session brings it back to them.
+        // The last will is on its way to the other nodes; only a new session brings this one back to them.
         closeDelay->stop();
         brokerClient().disconnect_sync();
     }
@@ -110,12 +113,10 @@ try {
     return -1;
 }
 
-// A broker client that exists already follows the new id, with its last will, from its next session on.
-void protobase_t::changeClientId(QString const& id)
+// A broker client that exists already takes the new id, and a last will in its name, from its next session on.
+void protobase_t::followClientId(QString const& former)
 {
-    const QString old = system->getClientid();
-    system->setClientId(id);
-    if (client != nullptr && system->getClientid() != old) {
+    if (system->getClientid() != former) {
         client->setClientId(system->getClientid());
         init_lastWillMessage();
     }
@@ -129,6 +130,7 @@ try {
         closeDelay->stop();
         return broker.disconnect_sync();
     }
+    // Without a link the will would wait in the outbox and tell a falsehood after the next connection.
     if (const auto will = broker.getWill(); !will.topic.isEmpty() && broker.getConnected()) {
         int mid = 0;
         broker.publish(&mid, will.topic, will.payload, will.qos, will.retain);
@@ -206,10 +208,8 @@ void protobase_t::on_disconnect(int rc)
 {
     const QPointer<protobase_t> alive(this);
     const char* const function = __func__;
-    guarded(function, logSource, [&] {
-        logLink(disconnectionTexts, rc, brokerAddress(), function);
-        messages->reset();
-    });
+    guarded(function, logSource, [&] { logLink(disconnectionTexts, rc, brokerAddress(), function); });
+    guarded(function, logSource, [&] { messages->reset(); });
     guarded(function, logSource, [&] { onDisconnect(rc); });
     if (alive) {
         guarded(function, logSource, [&] { Q_EMIT onBrokerDisconnection(rc); });

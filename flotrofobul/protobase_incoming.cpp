@@ -122,7 +122,7 @@ void protobase_t::logPending(const char* function) const
 }
 
 // A bridge between servers is called <anything>-<anything>-<server>-<server>; others have shorter names.
-void protobase_t::reportBridgeState(QString const& topic, QString const& payload)
+void protobase_t::reportBridgeState(QString const& topic, QString const& payload, const char* source)
 {
     constexpr const char* function = "onChangeStausBroker";
     if (!topic.startsWith(bridgeStatePrefix)) {
@@ -138,15 +138,17 @@ void protobase_t::reportBridgeState(QString const& topic, QString const& payload
     const QStringList pieces = name.split(u'-');
     if (pieces.size() < 4) {
         // No blank before the second text: readers of logs know it so.
-        FLOTROFOBUL_LOG_AS(3, "Bridging "_l1 + name + (up ? " is UP"_l1 : "is DOWN"_l1), function);
+        FLOTROFOBUL_LOG_AT(3, "Bridging "_l1 + name + (up ? " is UP"_l1 : "is DOWN"_l1), function, source, __LINE__);
         return;
     }
     const QString joined = "server: "_l1 + pieces[2] + " to "_l1 + pieces[3];
-    FLOTROFOBUL_LOG_AS(3, "Bridging with "_l1 + joined + (up ? " is UP"_l1 : " is DOWN"_l1), function);
+    FLOTROFOBUL_LOG_AT(3, "Bridging with "_l1 + joined + (up ? " is UP"_l1 : " is DOWN"_l1), function, source,
+                       __LINE__);
     const QString serverPrefix = system->getId_prefix() + service_t::server.ToString() + u'-';
     const QString master = system->getMasterId();
     if (payload == payloadDown && (master == serverPrefix + pieces[2] || master == serverPrefix + pieces[3])) {
-        FLOTROFOBUL_LOG_AS(3, "Comunication that bridging with "_l1 + joined + " is DOWN"_l1, function);
+        FLOTROFOBUL_LOG_AT(3, "Comunication that bridging with "_l1 + joined + " is DOWN"_l1, function, source,
+                           __LINE__);
         Q_EMIT onMasterBridgeError();
     }
 }

@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Publishing and subscribing: placeholders, the payload's wrapping and encoding, presentations.
-#include <flotrofobul/define/define.h>
+#include <flotrofobul/define/packet.h>
 #include <flotrofobul/messages/messages.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
 #include <flotrofobul/protobase_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QDateTime>
+#include <QtCore/QVector>
+
+#include <algorithm>
 
 namespace comunication {
 
@@ -16,35 +20,49 @@ namespace {
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
 
 const QString packetPrefix = FORWARD_PREFIX + u'/' + PREFIX + u'/';
-const QString commandPrefix = PREFIX + u'/';
-const QString presentationTopic = FORWARD_PREFIX + u'/' + presentation[QStringLiteral("topic")].toString();
-const qos_t presentationQos = static_cast<qos_t>(presentation[QStringLiteral("qos")].toInt());
-const bool presentationRetain = presentation[QStringLiteral("retain")].toBool();
-const QString performanceTopic = performance[QStringLiteral("topic")].toString();
+const QString presentationTopic = FORWARD_PREFIX + u'/' + topicOf(presentation);
+const qos_t presentationQos = qosOf(presentation);
+const bool presentationRetain = presentation["retain"_l1].toBool();
+const QString performanceTopic = topicOf(performance);
 
 constexpr auto withoutPadding = QByteArray::Base64Encoding | QByteArray::OmitTrailingEquals;
 
-// More passes than there are placeholders mean that a replacement holds a placeholder again, as the client id
-// of a host called "idclient" does.
-constexpr int mostPasses = 10;
+using placeholders_t = QMap<QString, QList<QString>>;
+
+// A topic on its way through the placeholders, with those that it has been through. A replacement may hold a
+// placeholder that is spent already, as the client id of a host called "idclient" does: it stands for itself then.
+struct expansion_t {
+    QString topic;
+    QStringList spent;
+};
+
+// The first placeholder that still has to be replaced in a topic.
+placeholders_t::const_iterator nextPlaceholder(const expansion_t& one, const placeholders_t& placeholders)
+{
+    auto entry = placeholders.cbegin();
+    while (entry != placeholders.cend() &&
+           (entry->isEmpty() || !one.topic.contains(entry.key()) || one.spent.contains(entry.key()))) {
+        ++entry;
+    }
+    return entry;
+}
 
 // One pass: every topic gives way to the replacements of its first placeholder. False when none had any.
-bool expandOnce(QList<QString>& topics, const QMap<QString, QList<QString>>& placeholders)
+bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders)
 {
     bool expanded = false;
-    const QList<QString> snapshot = topics;
-    for (const QString& topic : snapshot) {
-        for (auto entry = placeholders.cbegin(); entry != placeholders.cend(); ++entry) {
-            if (entry->isEmpty() || !topic.contains(entry.key())) {
-                continue;
-            }
-            for (const QString& word : *entry) {
-                topics.append(QString(topic).replace(entry.key(), word));
-            }
-            topics.removeAll(topic);
-            expanded = true;
-            break;
+    const QVector<expansion_t> snapshot = topics;
+    for (const expansion_t& one : snapshot) {
+        const auto entry = nextPlaceholder(one, placeholders);
+        if (entry == placeholders.cend()) {
+            continue;
         }
+        for (const QString& word : *entry) {
+            topics.append({QString(one.topic).replace(entry.key(), word), one.spent + QStringList(entry.key())});
+        }
+        const auto same = [&one](const expansion_t& other) { return other.topic == one.topic; };
+        topics.erase(std::remove_if(topics.begin(), topics.end(), same), topics.end());
+        expanded = true;
     }
     return expanded;
 }
@@ -97,7 +115,7 @@ try {
         messages->addSubscription(mid, one, qos);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText("Handling exception "_l1, "Handling exception "_l1));
+    FLOTROFOBUL_LOG(1, exceptionText("Handling exception "_l1, "Handling exception"_l1));
 }
 
 void protobase_t::unsubscribe(QString const& topic)
@@ -127,12 +145,20 @@ try {
 
 void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
 {
-    int passes = 0;
-    while (expandOnce(topics, placeholders)) {
-        if (++passes == mostPasses) {
-            FLOTROFOBUL_LOG(2, "Placeholders of the subscription do not end: "_l1 + topics.value(0));
-            return;
+    QVector<expansion_t> expansions;
+    for (const QString& topic : qAsConst(topics)) {
+        expansions.append({topic, {}});
+    }
+    while (expandOnce(expansions, placeholders)) {
+    }
+    topics.clear();
+    for (const expansion_t& one : qAsConst(expansions)) {
+        for (const QString& placeholder : one.spent) {
+            if (one.topic.contains(placeholder)) {
+                FLOTROFOBUL_LOG(2, "Placeholder "_l1 + placeholder + " replaced once only in topic: "_l1 + one.topic);
+            }
         }
+        topics.append(one.topic);
     }
 }
 
@@ -159,7 +185,7 @@ try {
     brokerClient().publish(&mid, topic, text, qos, retain);
     messages->addPublication(mid, topic, text, qos, retain);
 } catch (...) {
-    FLOTROFOBUL_LOG_AS(1, exceptionText("Handling exception."_l1, "Handling exception."_l1), "publish");
+    FLOTROFOBUL_LOG_AS(1, exceptionText("Handling exception."_l1, "Handling exception"_l1), "publish");
 }
 
 void protobase_t::publish(QJsonObject const& packet, qos_t /*qos*/, bool retain)
@@ -190,7 +216,7 @@ try {
     // Packets of the host always go at QoS 2, and not through an override of a role.
     protobase_t::publish(topic, body, utility::exactly_once, retain);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText("Handling exception."_l1, "Handling exception."_l1));
+    FLOTROFOBUL_LOG(1, exceptionText("Handling exception."_l1, "Handling exception"_l1));
 }
 
 void protobase_t::topic_publish_resolution_sender(QString& topic)
@@ -212,7 +238,7 @@ void protobase_t::topic_resolution_destination(QString& topic, QString const& de
 
 QString protobase_t::getCommandTopic(QString topic)
 try {
-    return topic.remove(commandPrefix);
+    return commandOf(topic);
 } catch (...) {
     FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
     return QString();
@@ -228,7 +254,7 @@ try {
 
 QJsonObject protobase_t::StringToJsonObject(QString const& text)
 try {
-    return QJsonDocument::fromJson(text.toUtf8()).object();
+    return documentFromForeignJson(text.toUtf8()).object();
 } catch (...) {
     FLOTROFOBUL_LOG(1, exceptionText());
     return QJsonObject();
@@ -259,16 +285,15 @@ QString protobase_t::encoded(QByteArray const& bytes, QByteArray::Base64Options 
     return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes);
 }
 
-void protobase_t::sendPresentation(QString const& destination)
+void protobase_t::sendPresentation(QString const& destination, const char* source)
 {
-    const QDateTime now = QDateTime::currentDateTime();
-    system->setPublishDate(now);
+    system->setPublishDate(QDateTime::currentDateTime());
     QJsonObject packet = serializedSystem();
     QString topic = presentationTopic;
     topic_resolution_destination(topic, destination);
-    FLOTROFOBUL_LOG_AS(6, "Try to public remote presentation: "_l1 + topic, "publish_presentation");
-    packet["publishDate"_l1] = now.toString(Qt::TextDate);
-    packet["connected"_l1] = getConnected();
+    FLOTROFOBUL_LOG_AT(6, "Try to public remote presentation: "_l1 + topic, "publish_presentation", source, __LINE__);
+    packet.insert("publishDate"_l1, system->getPublishDate());
+    packet.insert("connected"_l1, getConnected());
     publish(topic, packet, presentationQos, presentationRetain);
 }
 

@@ -3,6 +3,7 @@
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
@@ -11,6 +12,7 @@
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QMutex>
 #include <QtCore/QSaveFile>
 #include <QtCore/QTimer>
@@ -21,8 +23,49 @@
 namespace comunication {
 
 namespace {
+
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
+
+QJsonObject cutMasters(QJsonObject record, int levels)
+{
+    const QString key = QStringLiteral("masterData");
+    const QJsonObject inner = record.value(key).toObject();
+    if (!inner.isEmpty()) {
+        record.insert(key, levels > 1 ? cutMasters(inner, levels - 1) : QJsonObject());
+    }
+    return record;
 }
+
+bool isSpecial(const QString& path)
+{
+    const QFileInfo target(path);
+    return target.exists() && !target.isFile();
+}
+
+// A new file takes the old one's place only when it is complete, so that a panel that loses its power while saving
+// still knows its installation; where the folder cannot be written, the file itself is. What is no file (a device, a
+// pipe) is written as it is and never replaced.
+std::unique_ptr<QFileDevice> writerFor(const QString& path)
+{
+    if (isSpecial(path)) {
+        return std::make_unique<QFile>(path);
+    }
+    auto file = std::make_unique<QSaveFile>(path);
+    file->setDirectWriteFallback(true);
+    return file;
+}
+
+bool writeWhole(QFileDevice& file, const QByteArray& text)
+{
+    // The text is buffered, and commit() does not look at whether its last flush has reached the medium.
+    if (file.write(text) != text.size() || !file.flush()) {
+        return false;
+    }
+    auto* const saved = qobject_cast<QSaveFile*>(&file);
+    return saved == nullptr || saved->commit();
+}
+
+} // namespace
 
 protobase_t::protobase_t(service_t service, QString const& versionApp, QString const& clientId, bool _encoding)
     : closeDelay(new QTimer(this))
@@ -44,6 +87,7 @@ protobase_t::protobase_t(service_t service, QString const& versionApp, QString c
     configMutex = std::make_unique<QRecursiveMutex>();
 
     closeDelay->setSingleShot(true);
+    closeDelay->setTimerType(Qt::PreciseTimer); // a coarse one may take 50 ms off the will's head start
     QObject::connect(closeDelay, &QTimer::timeout, this, [this] { client->disconnect_sync(); });
 }
 
@@ -115,7 +159,7 @@ try {
     // A file that cannot be opened reads as nothing, which is no JSON.
     const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
+    const QJsonDocument document = documentFromForeignJson(text, &error);
     if (error.error != QJsonParseError::NoError) {
         FLOTROFOBUL_LOG(2, "Error parsing file: "_l1 + path);
         return false;
@@ -151,19 +195,15 @@ try {
     } else {
         FLOTROFOBUL_LOG(3, "File not foud write "_l1 + path);
     }
-    // The new file takes the old one's place only when it is complete, so that a panel that loses its power
-    // while saving still knows its installation. Where the folder cannot be written, the file itself is.
-    QSaveFile file(path);
-    file.setDirectWriteFallback(true);
-    if (!file.open(QIODevice::WriteOnly)) {
+    const std::unique_ptr<QFileDevice> file = writerFor(path);
+    if (path.isEmpty() || !file->open(QIODevice::WriteOnly)) {
         FLOTROFOBUL_LOG(2, "Unable to open file: "_l1 + path);
         return false;
     }
-    if (!configuration->getMqtt()->getConnect()->getPassword().isEmpty()) {
-        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    if (!isSpecial(path) && !configuration->getMqtt()->getConnect()->getPassword().isEmpty()) {
+        file->setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
-    // The text is buffered, and commit() does not look at whether its last flush has reached the medium.
-    if (file.write(QJsonDocument(json).toJson(QJsonDocument::Indented)) < 0 || !file.flush() || !file.commit()) {
+    if (!writeWhole(*file, QJsonDocument(json).toJson(QJsonDocument::Indented))) {
         FLOTROFOBUL_LOG(2, "Unable to write file: "_l1 + path);
         return false;
     }
@@ -178,6 +218,10 @@ int protobase_t::init_comunication()
 try {
     FLOTROFOBUL_LOG(4, "Init mosquitto clientid: "_l1 + system->getClientid());
     auto* const mqtt = configuration->getMqtt();
+    if (client != nullptr) {
+        client->disconnect(this);
+        client->deleteLater();
+    }
     client = new mosquittopp::mosquittoqt(system->getClientid(), mqtt->getConnect()->getCleansession(),
                                           mqtt->getGlobal()->getAutoconnect());
     client->setConnectTimeout(mqtt->getConnect()->getTimeout());
@@ -225,7 +269,8 @@ try {
     switch (rc) {
     case 0:
         FLOTROFOBUL_LOG(4, result + "Tls set on success"_l1);
-        FLOTROFOBUL_LOG(4, result + (security->getTls_insecure() ? "Tls set insecure"_l1 : "Tls set secure"_l1));
+        FLOTROFOBUL_LOG(4, security->getTls_insecure() ? QStringLiteral("Tls set insecure")
+                                                       : QStringLiteral("Tls set secure"));
         client->tls_insecure_set(security->getTls_insecure());
         break;
     case 1: FLOTROFOBUL_LOG(2, result + "Probably file format not correct"_l1); break;
@@ -278,6 +323,20 @@ QJsonObject protobase_t::serializedSystem() const
 std::unique_ptr<system_t> protobase_t::deserializedSystem(QJsonObject const& packet) const
 {
     return std::unique_ptr<system_t>(serializer->deserialize<system_t*>(packet));
+}
+
+void protobase_t::storeMaster(QString const& id, QJsonObject const& data)
+{
+    system->setMaster(id, withoutDeeperMasters(data));
+}
+
+// A master's record holds the record of the master before it, which holds the one before that: each reconnection of
+// a default master would add a level, until receivers refuse the packet as nested too deep (QJsonDocument reads
+// 1,024 levels). Eight tell more than anybody asks for; what lies deeper is cut.
+QJsonObject protobase_t::withoutDeeperMasters(QJsonObject const& record)
+{
+    constexpr int mostLevels = 8;
+    return cutMasters(record, mostLevels);
 }
 
 } // namespace comunication

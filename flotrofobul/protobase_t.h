@@ -25,7 +25,7 @@ class QTimer;
 namespace comunication {
 
 namespace brokerdiagnostic {
-class diagnostic_broker;
+struct diagnostic_broker;
 }
 namespace config {
 class mosquittocnf;
@@ -191,9 +191,11 @@ Q_SIGNALS:
     void onBridgeConnectionCloudEvent(QString _topic, QString bridge, QString payload, bool connected);
     /// A packet was not published because no master is known; clients only.
     void onMasterIdError(QJsonObject _packet);
-    /// A bridge that joins the master has gone down.
+    /// A bridge that joins the master has gone down; known for masters whose client id is "tarnel-server-" and the
+    /// third or fourth piece of the bridge's name (the pieces stand between hyphens).
     void onMasterBridgeError();
-    /// A node has come or gone: at a client its master, at a master any node.
+    /// A node has come or gone. At a client: its master. At a master: a client that comes or goes, a server that goes,
+    /// and the server whose presentation has made this one the master.
     void on_Presentation(QString sender, QString destination, bool status, QJsonObject payload);
     /// A status packet, with "topic" (from "status" on), "sender" and "destination" added; clients only.
     void onDatabasePersistentStatus(QJsonObject _package);
@@ -233,9 +235,13 @@ protected:
     // What both roles share.
 
     /// Puts the presentation of this node on its way; exceptions pass to the role.
-    void sendPresentation(QString const& destination);
+    void sendPresentation(QString const& destination, const char* logSource);
     /// Reports a bridge state topic and whether it concerns the master; nothing for any other topic.
-    void reportBridgeState(QString const& topic, QString const& payload);
+    void reportBridgeState(QString const& topic, QString const& payload, const char* logSource);
+    /// Stores the master and its record. The record's signal of it must not be used to delete the engine.
+    void storeMaster(QString const& id, QJsonObject const& data);
+    /// A record in which the master records nested below the eighth level are cut.
+    static QJsonObject withoutDeeperMasters(QJsonObject const& record);
     /// This node's record as a presentation packet holds it.
     QJsonObject serializedSystem() const;
     /// A record out of a presentation packet; throws QJsonSerializerException when a value does not fit.
@@ -262,7 +268,7 @@ private:
     QString installationId() const;
     mosquittopp::mosquittoqt& brokerClient() const;
     void wireClient();
-    void changeClientId(QString const& id);
+    void followClientId(QString const& former);
     QString brokerAddress() const;
     QString encoded(QByteArray const& bytes, QByteArray::Base64Options options) const;
     void subscribeOrNot(bool on, QString const& topic, qos_t qos);

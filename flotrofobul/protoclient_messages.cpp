@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 // What arrives at a client.
-#include <flotrofobul/define/define.h>
+#include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QRegExp>
-
-#include <algorithm>
 
 namespace comunication {
 
@@ -18,14 +16,9 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclient_t";
 
-QString commandOf(QString topic)
-{
-    return topic.remove(PREFIX + u'/');
-}
-
-const QString presentationCommand = commandOf(presentation[QStringLiteral("topic")].toString());
-const QString electionCommand = commandOf(masterelection[QStringLiteral("topic")].toString());
-const QString readyTopic = FORWARD_PREFIX + u'/' + pkgClientReady[QStringLiteral("topic")].toString();
+const QString presentationCommand = commandOf(topicOf(presentation));
+const QString electionCommand = commandOf(topicOf(masterelection));
+const QString readyTopic = FORWARD_PREFIX + u'/' + topicOf(pkgClientReady);
 const QString statusWord = QStringLiteral("status");
 
 // The kinds of status packet, in the order in which they are tried.
@@ -157,11 +150,11 @@ bool protoclient_t::adoptMaster(topic_t const& topic, QString const& id, QJsonOb
     FLOTROFOBUL_LOG_AS(4, "My master is online: "_l1 + id, function);
     init_subscription(utility::unsubscribe_topics);
     FLOTROFOBUL_LOG_AS(4, QStringLiteral("Add/Update backup my server presentation"), function);
-    system->setMaster(id, packet);
+    storeMaster(id, packet);
     placeholders[destination_subscription_t::idserver.ToString()] = {system->getMasterId()};
     init_subscription(utility::subscribe_topics);
-    Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), system->getMasterData()["connected"_l1].toBool(),
-                           packet);
+    Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(),
+                           system->getMasterData().value("connected"_l1).toBool(), packet);
     return !alive.isNull();
 }
 
@@ -190,7 +183,7 @@ bool protoclient_t::processMasterElection(topic_t topic, QJsonObject const& pack
     if (topic.getValue() != electionCommand) {
         return false;
     }
-    const QJsonValue named = packet["masterid"_l1];
+    const QJsonValue named = packet.value("masterid"_l1);
     if (named.isUndefined()) {
         FLOTROFOBUL_LOG(2, QStringLiteral("Master id is void"));
         return true;
@@ -213,12 +206,8 @@ bool protoclient_t::processStatusDB(topic_t topic, QJsonValue const& value)
             continue;
         }
         FLOTROFOBUL_LOG(4, QStringLiteral("Status Message"));
-        const QString received = topic.getOriginal();
         QJsonObject packet = value.toObject();
-        // From the first "status" on, wherever it stands, be it in a sender's name.
-        packet["topic"_l1] = received.mid(std::max(received.indexOf(statusWord), 0));
-        packet["sender"_l1] = topic.getSender();
-        packet["destination"_l1] = topic.getDestination();
+        addAddress(packet, topic, statusWord);
         Q_EMIT(this->*kind.report)(packet);
         return true;
     }
@@ -270,7 +259,7 @@ void protoclient_t::onChangeStausBroker(int /*mid*/, QString topic, QString payl
     } else if (topic.endsWith(cloud + "/disconnected"_l1)) {
         Q_EMIT onBridgeConnectionCloudEvent(topic, bridge_key, payload, false);
     } else {
-        reportBridgeState(topic, payload);
+        reportBridgeState(topic, payload, logSource);
     }
 }
 

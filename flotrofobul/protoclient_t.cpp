@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Start-up, presentation and subscriptions of a client.
-#include <flotrofobul/define/define.h>
+#include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/protoclient_t.h>
@@ -14,16 +14,6 @@ using utility::destination_subscription_t;
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclient_t";
-
-QString topicOf(QJsonObject const& packet)
-{
-    return packet["topic"_l1].toString();
-}
-
-qos_t qosOf(QJsonObject const& packet)
-{
-    return static_cast<qos_t>(packet["qos"_l1].toInt());
-}
 
 } // namespace
 
@@ -103,7 +93,7 @@ void protoclient_t::init_bridge(subscribe_t /*which*/)
 
 void protoclient_t::publish_presentation(QString const& destination)
 try {
-    sendPresentation(destination);
+    sendPresentation(destination, logSource);
 } catch (...) {
     // A node that cannot present itself is of no use to the others: it goes, and they are told.
     FLOTROFOBUL_LOG(0, exceptionText("Handling exception in presentation: disconnect. "_l1,

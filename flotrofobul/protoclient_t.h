@@ -58,7 +58,8 @@ protected:
     void onError() override;
     void onChangeStausBroker(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain) override;
 
-    // Each returns true when the packet was of its kind.
+    // Each returns true when the packet was of its kind. A presentation with a value of a
+    // wrong type throws QJsonSerializerException, which on_message() logs.
     bool processPresentation(topic_t topic, QJsonObject const& packet);
     bool processMasterElection(topic_t topic, QJsonObject const& packet);
     bool processStatusDB(topic_t topic, QJsonValue const& value);

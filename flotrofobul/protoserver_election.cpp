@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Who is master. Nothing is compared and nobody votes: the last announcement wins.
-#include <flotrofobul/define/define.h>
+#include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
@@ -13,34 +13,11 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
 
-const QString electionTopic = masterelection[QStringLiteral("topic")].toString();
-const qos_t electionQos = static_cast<qos_t>(masterelection[QStringLiteral("qos")].toInt());
-const QString electionCommand = QString(electionTopic).remove(PREFIX + u'/');
-
-QJsonObject cutMasters(QJsonObject record, int levels)
-{
-    const QJsonObject inner = record["masterData"_l1].toObject();
-    if (!inner.isEmpty()) {
-        record["masterData"_l1] = levels > 1 ? cutMasters(inner, levels - 1) : QJsonObject();
-    }
-    return record;
-}
+const QString electionTopic = topicOf(masterelection);
+const qos_t electionQos = qosOf(masterelection);
+const QString electionCommand = commandOf(electionTopic);
 
 } // namespace
-
-// A master's record holds the record of the master before it, which holds the one before that: each reconnection of
-// a default master would add a level, until receivers refuse the packet as nested too deep (QJsonDocument reads
-// 1,024 levels). Eight tell more than anybody asks for; what lies deeper is cut.
-QJsonObject protoserver_t::withoutDeeperMasters(QJsonObject const& record)
-{
-    constexpr int mostLevels = 8;
-    return cutMasters(record, mostLevels);
-}
-
-void protoserver_t::storeMaster(QString const& id, QJsonObject const& data)
-{
-    system->setMaster(id, withoutDeeperMasters(data));
-}
 
 bool protoserver_t::isMaster()
 {
@@ -79,7 +56,7 @@ bool protoserver_t::processMasterElection(topic_t topic, QJsonObject const& pack
     if (topic.getValue() != electionCommand) {
         return false;
     }
-    const QJsonValue named = packet["masterid"_l1];
+    const QJsonValue named = packet.value("masterid"_l1);
     if (named.isUndefined()) {
         FLOTROFOBUL_LOG(2, QStringLiteral("Master id is void"));
         return true;

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What arrives at a server, and what the broker's link brings.
-#include <flotrofobul/define/define.h>
+#include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
 
-#include <algorithm>
 #include <utility>
 
 namespace comunication {
@@ -16,13 +15,8 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
 
-QString commandOf(QString topic)
-{
-    return topic.remove(PREFIX + u'/');
-}
-
-const QString presentationCommand = commandOf(presentation[QStringLiteral("topic")].toString());
-const QString readyCommand = commandOf(pkgClientReady[QStringLiteral("topic")].toString());
+const QString presentationCommand = commandOf(topicOf(presentation));
+const QString readyCommand = commandOf(topicOf(pkgClientReady));
 const QString requestWord = QStringLiteral("request");
 
 // The kinds of request, in the order in which they are tried.
@@ -41,16 +35,6 @@ const struct {
     {commandOf(PREFIX_REQUEST_COMMAND_DB), QStringLiteral("Request Message for Database command "),
      &protoserver_t::onRequestCmd},
 };
-
-// The received topic from the first "request" on, wherever that stands, be it in a sender's name; the whole
-// topic where it does not occur.
-void addAddress(QJsonObject& packet, topic_t const& topic)
-{
-    const QString received = topic.getOriginal();
-    packet["topic"_l1] = received.mid(std::max(received.indexOf(requestWord), 0));
-    packet["sender"_l1] = topic.getSender();
-    packet["destination"_l1] = topic.getDestination();
-}
 
 bool isServer(system_t const& node)
 {
@@ -256,6 +240,7 @@ void protoserver_t::processClient(topic_t const& topic, std::unique_ptr<system_t
         FLOTROFOBUL_LOG_AS(4, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, function);
         FLOTROFOBUL_LOG_AS(6, QStringLiteral("Remove client presentation"), function);
         remove(clients, id);
+        remove(formerClients, id);
     }
     const QPointer<protobase_t> alive(this);
     if (isMaster()) {
@@ -317,8 +302,8 @@ bool protoserver_t::processRequestDB(topic_t topic, QJsonValue const& payload)
         }
         FLOTROFOBUL_LOG(6, kind.announcement);
         QJsonObject packet = payload.toObject();
-        addAddress(packet, topic);
-        FLOTROFOBUL_LOG(6, "Request Message "_l1 + packet["topic"_l1].toString());
+        addAddress(packet, topic, requestWord);
+        FLOTROFOBUL_LOG(6, "Request Message "_l1 + topicOf(packet));
         FLOTROFOBUL_LOG(6, "Payload "_l1 + payload.toString());
         Q_EMIT(this->*kind.report)(packet);
         return true;
@@ -333,7 +318,7 @@ bool protoserver_t::processClientReady(topic_t topic, QJsonValue const& payload)
     }
     FLOTROFOBUL_LOG(4, QStringLiteral("Client ready message"));
     QJsonObject packet{{QStringLiteral("payload"), payload}};
-    addAddress(packet, topic);
+    addAddress(packet, topic, requestWord);
     Q_EMIT onClientReady(packet);
     return true;
 }
@@ -341,7 +326,7 @@ bool protoserver_t::processClientReady(topic_t topic, QJsonValue const& payload)
 void protoserver_t::onChangeStausBroker(int /*mid*/, QString topic, QString payload, int /*payloadlen*/, int /*qos*/,
                                         bool /*retain*/)
 {
-    reportBridgeState(topic, payload);
+    reportBridgeState(topic, payload, logSource);
 }
 
 } // namespace comunication

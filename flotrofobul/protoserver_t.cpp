@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Start-up, bridges and subscriptions of a server.
-#include <flotrofobul/define/define.h>
+#include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/protoserver_t.h>
@@ -15,16 +15,6 @@ using utility::destination_subscription_t;
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
-
-QString topicOf(QJsonObject const& packet)
-{
-    return packet["topic"_l1].toString();
-}
-
-qos_t qosOf(QJsonObject const& packet)
-{
-    return static_cast<qos_t>(packet["qos"_l1].toInt());
-}
 
 } // namespace
 
@@ -74,7 +64,6 @@ protoserver_t::~protoserver_t()
 int protoserver_t::connect(QString const& clientId, bool async)
 {
     const int rc = protobase_t::connect(clientId, async);
-    placeholders[CLIENTID] = {system->getClientid()}; // connecting may have changed it
     return rc == 0 ? 0 : 1;
 }
 
@@ -110,6 +99,7 @@ void protoserver_t::eventPublish(QJsonObject _packet, qos_t qos, bool retain)
 
 void protoserver_t::init_subscription(subscribe_t mode)
 try {
+    placeholders[CLIENTID] = {system->getClientid()}; // connecting may have changed it
     protobase_t::init_subscription(mode);
     FLOTROFOBUL_LOG(4, QStringLiteral("Init subscription server"));
     const QLatin1String attempt =
@@ -182,7 +172,7 @@ try {
 // Always on the forward bridge: servers of the same broker see it as any origin, and the bridge carries it on.
 void protoserver_t::publish_presentation(QString const& destination)
 try {
-    sendPresentation(destination);
+    sendPresentation(destination, logSource);
 } catch (...) {
     FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
 }

@@ -39,7 +39,8 @@ public:
     void publish_undomaster();
 
     /// The clients that have presented themselves since the link is up, by client id. The records belong to the
-    /// engine: one goes when its client presents itself again or leaves, at the latest with the engine.
+    /// engine: one goes when its client presents itself again or leaves, or when a faulty presentation arrives in its
+    /// name, at the latest with the engine.
     QMap<QString, system_t*> getClients() const { return clients; }
 
     void init_bridge(subscribe_t which) override;
@@ -84,7 +85,8 @@ protected:
     void onError() override;
     void onChangeStausBroker(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain) override;
 
-    // Each returns true when the packet was of its kind, also when it was then refused.
+    // Each returns true when the packet was of its kind, also when it was then refused. A presentation with a value of
+    // a wrong type throws QJsonSerializerException, which on_message() logs.
     bool processPresentation(topic_t topic, QJsonObject const& packet);
     bool processMasterElection(topic_t topic, QJsonObject const& packet);
     bool processRequestDB(topic_t topic, QJsonValue const& payload);
@@ -97,8 +99,6 @@ private:
 
     void startUp();
     void subscribeOrNot(subscribe_t mode, QString const& topic, qos_t qos);
-    void storeMaster(QString const& id, QJsonObject const& data);
-    static QJsonObject withoutDeeperMasters(QJsonObject const& record);
     void becomeMaster(const char* function);
     bool isKnown(system_t const& node) const;
     void processServer(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet);

@@ -368,6 +368,7 @@ private Q_SLOTS:
             take(),
             lines(QByteArray("4 init_comunication Init mosquitto clientid: panel\n4 init_security Init security ...\n"
                              "4 init_security Tls secure is enabled, try to set it .... \n"
+                             "2 tls_set TLS: the file /nowhere does not exist\n"
                              "2 init_security (3 TLS-SET) Probably file not exist\n"
                              "4 init_lastWillMessage Set last will message\n"
                              "6 init_lastWillMessage Create presentation object\n"

@@ -42,11 +42,13 @@ void clear(QMap<int, Record*>& records)
     records.clear();
 }
 
-}  // namespace
+} // namespace
 
-classmessage::classmessage() : timeCreation(QDateTime::currentMSecsSinceEpoch()) {}
+classmessage::classmessage() : timeCreation(QDateTime::currentMSecsSinceEpoch())
+{}
 
-classsubscribe::classsubscribe(QObject* /*parent*/) {}
+classsubscribe::classsubscribe(QObject* /*parent*/)
+{}
 
 classsubscribe::classsubscribe(const QString& _topic, qos_t _qos, int _mid, state_req_t _state, QObject* parent)
     : classsubscribe(parent)
@@ -57,7 +59,8 @@ classsubscribe::classsubscribe(const QString& _topic, qos_t _qos, int _mid, stat
     setState(_state);
 }
 
-classpublish::classpublish(QObject* /*parent*/) {}
+classpublish::classpublish(QObject* /*parent*/)
+{}
 
 classpublish::classpublish(const QString& _topic, const QString& _payload, int _mid, qos_t _qos, bool _retainflag,
                            state_req_t _state, QObject* parent)
@@ -74,8 +77,7 @@ classpublish::classpublish(const QString& _topic, const QString& _payload, int _
 classmessages::classmessages()
     : subscriptions(std::make_unique<QMap<int, classsubscribe*>>()),
       publications(std::make_unique<QMap<int, classpublish*>>())
-{
-}
+{}
 
 classmessages::~classmessages()
 {
@@ -97,8 +99,8 @@ void classmessages::retire(QObject* replaced)
 
 bool classmessages::addSubscription(int mid, const QString& topic, qos_t qos)
 {
-    retire(insert(*subscriptions,
-                  std::make_unique<classsubscribe>(topic, qos, mid, utility::state_registered, nullptr)));
+    retire(
+        insert(*subscriptions, std::make_unique<classsubscribe>(topic, qos, mid, utility::state_registered, nullptr)));
     return true;
 }
 
@@ -161,5 +163,5 @@ try {
     return -2;
 }
 
-}  // namespace message
-}  // namespace comunication
+} // namespace message
+} // namespace comunication

@@ -35,7 +35,7 @@ public:
     void setMid(int _mid) { mid = _mid; }
 
 private:
-    qint64 timeCreation;  ///< since the epoch: reading the local zone costs more than all the rest of a record
+    qint64 timeCreation; ///< since the epoch: reading the local zone costs more than all the rest of a record
     QString topic;
     qos_t qos = utility::at_most_once;
     state_req_t state = utility::state_none;
@@ -84,7 +84,7 @@ public:
     void setPayload(const QString& _payload) { payload = _payload; }
     bool getRetainflag() const { return retainflag; }
     void setRetainflag(bool _retainflag) { retainflag = _retainflag; }
-    bool getDubflag() const { return dubflag; }  ///< the MQTT duplicate flag
+    bool getDubflag() const { return dubflag; } ///< the MQTT duplicate flag
     void setDubflag(bool _dubflag) { dubflag = _dubflag; }
 
 private:
@@ -135,5 +135,5 @@ private:
     std::deque<std::unique_ptr<QObject>> replacedRecords;
 };
 
-}  // namespace message
-}  // namespace comunication
+} // namespace message
+} // namespace comunication

@@ -40,14 +40,15 @@ QString typeText(QNetworkInterface::InterfaceType type)
     return QLatin1String(QMetaEnum::fromType<QNetworkInterface::InterfaceType>().valueToKey(type));
 }
 
-}  // namespace
+} // namespace
 
 QString libraryVersion()
 {
     return QStringLiteral("1.1.2");
 }
 
-system_t::system_t(QObject* parent) : QObject(parent), id_prefix(QStringLiteral("tarnel-")) {}
+system_t::system_t(QObject* parent) : QObject(parent), id_prefix(QStringLiteral("tarnel-"))
+{}
 
 system_t::system_t(const QString& _versionApp, service_t _servicetype, const QString& _clientId, QObject* parent)
     : system_t(parent)
@@ -62,8 +63,8 @@ system_t::system_t(const QString& _versionApp, service_t _servicetype, const QSt
 
 QString system_t::calculateId()
 try {
-    os = QStringList{QSysInfo::prettyProductName(), QSysInfo::productType(), QSysInfo::productVersion(),
-                     QSysInfo::kernelType(), QSysInfo::kernelVersion(), QSysInfo::currentCpuArchitecture()}
+    os = QStringList{QSysInfo::prettyProductName(), QSysInfo::productType(),   QSysInfo::productVersion(),
+                     QSysInfo::kernelType(),        QSysInfo::kernelVersion(), QSysInfo::currentCpuArchitecture()}
              .join(u'/');
     hostname = QSysInfo::machineHostName();
     versionLib = libraryVersion();
@@ -121,6 +122,7 @@ QString system_t::calculateHash(const QString& path)
         return QString();
     }
     QCryptographicHash digest(QCryptographicHash::Md5);
+    // As Qt turns bytes into a text: it ends before a zero byte.
     return digest.addData(&file) ? QString::fromUtf8(digest.result()) : QString();
 }
 
@@ -154,5 +156,5 @@ void system_t::setPublishDate(const QDateTime& date)
     publishDate = date.toString(Qt::TextDate);
 }
 
-}  // namespace utility
-}  // namespace comunication
+} // namespace utility
+} // namespace comunication

@@ -57,7 +57,7 @@ bool broker_t::start()
     process = std::make_unique<QProcess>();
     process->setProcessChannelMode(QProcess::MergedChannels);
     process->setStandardOutputFile(directory.filePath(QStringLiteral("output")), QIODevice::Append);
-    process->start(executable(), {QStringLiteral("-c"), path, QStringLiteral("-v")});
+    process->start(executable(), {QStringLiteral("-c"), path});
     const QDeadlineTimer deadline(5000);
     process->waitForStarted(5000);
     while (isRunning() && !deadline.hasExpired()) {

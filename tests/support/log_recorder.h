@@ -6,13 +6,13 @@
 
 #include <QtCore/QStringList>
 
-/// Records from its construction on, at every level; the default sink and level are back after it.
+/// Records from its construction on, as a rule at every level; the default sink and level are back after it.
 class log_recorder_t {
 public:
-    log_recorder_t()
+    explicit log_recorder_t(int highest = ::utility::logs::detail)
     {
         auto* const logs = ::utility::logs::classlogs::getInstance();
-        logs->setLevel(6);
+        logs->setLevel(highest);
         logs->setSink([this](const ::utility::logs::LogRecord& record) {
             records << record;
             lines << textOf(record);
@@ -31,6 +31,8 @@ public:
     {
         return QString::number(record.level) + QLatin1Char(' ') + record.function + QLatin1Char(' ') + record.message;
     }
+    /// Number of lines that hold a text.
+    int count(const QString& part) const { return lines.filter(part).count(); }
     /// What was logged since the last call.
     QStringList take()
     {

@@ -13,12 +13,12 @@ constexpr QLatin1String operator""_l1(const char* text, std::size_t length) noex
 }
 
 /// Writes a line for a named operation; the text is only built when the level is enabled.
-#define FLOTROFOBUL_LOG_AT(level, text, function, source, line)                             \
-    do {                                                                                    \
-        auto* const logs_ = ::utility::logs::classlogs::getInstance();                      \
-        if (logs_->isEnabled(level)) {                                                      \
-            logs_->log(text, level, QLatin1String(function), QLatin1String(source), line);  \
-        }                                                                                   \
+#define FLOTROFOBUL_LOG_AT(level, text, function, source, line)                            \
+    do {                                                                                   \
+        auto* const logs_ = ::utility::logs::classlogs::getInstance();                     \
+        if (logs_->isEnabled(level)) {                                                     \
+            logs_->log(text, level, QLatin1String(function), QLatin1String(source), line); \
+        }                                                                                  \
     } while (false)
 
 /// Writes a line for the enclosing operation of a file that defines the constant logSource.

@@ -1,337 +1,437 @@
 // SPDX-License-Identifier: MIT
+// A standing connection: reading, writing, what is published and what arrives.
 #include <flotrofobul/platform/mosquittopp/link.h>
 
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QPointer>
+#include <flotrofobul/platform/logs/log_line.h>
+
 #include <QtCore/QTimerEvent>
 
 #include <mosquitto.h>
 
-#include <poll.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
-#include <algorithm>
+#include <cerrno>
+#include <chrono>
 
 namespace comunication {
 namespace mosquittopp {
 
 namespace {
 
-constexpr int deadline = 10000;
-constexpr int longestDelay = 30000;
+using namespace ::utility::logs;
 
-void initialiseLibrary()
+// Several packets for one wake-up, but never so many that the rest of the event loop waits.
+constexpr int mostReads = 64;
+constexpr qint64 longestRead = 5;
+
+qint64 monotonicMilliseconds()
 {
-    static const int once = mosquitto_lib_init();
-    Q_UNUSED(once)
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
-const char* orNull(const QByteArray& text)
+bool endsConnection(int rc)
 {
-    return text.isEmpty() ? nullptr : text.constData();
+    switch (rc) {
+    case MOSQ_ERR_SUCCESS:
+    case MOSQ_ERR_INVAL:
+    case MOSQ_ERR_NOMEM:
+    case MOSQ_ERR_PAYLOAD_SIZE:
+    case MOSQ_ERR_MALFORMED_UTF8:
+    case MOSQ_ERR_OVERSIZE_PACKET:
+    case MOSQ_ERR_QOS_NOT_SUPPORTED: return false;
+    default: return true;
+    }
 }
 
 } // namespace
 
-link_t::link_t(mosquittoppqt* owner, const QString& clientId, bool cleanSession, bool autoconnect)
-    : clientId(clientId), owner(owner), cleanSession(cleanSession), autoconnect(autoconnect)
+int refuse(const verdict_t& verdict, const char* what, const QString& value)
 {
-    initialiseLibrary();
+    FLOTROFOBUL_LOG(error, "Refused "_l1 + QLatin1String(what) +
+                               (value.isEmpty() ? QString() : " "_l1 + value.left(120)) + ": "_l1 +
+                               QLatin1String(verdict.why));
+    return verdict.code;
+}
+
+link_t::link_t(mosquittoppqt* owner, const QString& clientId, bool cleanSession, bool autoconnect)
+    : cleanSession(cleanSession), autoconnect(autoconnect), delivery(owner)
+{
+    identity.clientId = clientId;
+    delivery.drained = [this] {
+        if (congested) {
+            congested = false;
+            watch();
+        }
+    };
 }
 
 link_t::~link_t()
 {
+    noteDropped(0);
     dropNotifiers();
-    if (handle) {
-        mosquitto_destroy(handle);
-    }
-}
-
-void link_t::setCallbacks(::mosquitto* handle)
-{
-    mosquitto_connect_with_flags_callback_set(handle, [](::mosquitto*, void* self, int rc, int flags) {
-        static_cast<link_t*>(self)->push({event_t::connected, rc, flags});
-    });
-    mosquitto_disconnect_callback_set(handle, [](::mosquitto*, void* self, int rc) {
-        auto* const link = static_cast<link_t*>(self);
-        link->closeSeen = true;
-        link->closeCode = rc;
-    });
-    mosquitto_publish_callback_set(handle, [](::mosquitto*, void* self, int mid) {
-        static_cast<link_t*>(self)->push({event_t::published, mid});
-    });
-    mosquitto_unsubscribe_callback_set(handle, [](::mosquitto*, void* self, int mid) {
-        static_cast<link_t*>(self)->push({event_t::unsubscribed, mid});
-    });
-    mosquitto_subscribe_callback_set(handle, [](::mosquitto*, void* self, int mid, int count, const int* granted) {
-        event_t event{event_t::subscribed, mid};
-        event.granted.assign(granted, granted + count);
-        static_cast<link_t*>(self)->push(std::move(event));
-    });
-    mosquitto_message_callback_set(handle, [](::mosquitto*, void* self, const mosquitto_message* message) {
-        event_t event{event_t::message, message->mid, message->qos, message->retain, message->payloadlen};
-        event.topic = QString::fromUtf8(message->topic);
-        event.text = QString::fromUtf8(static_cast<const char*>(message->payload), message->payloadlen);
-        static_cast<link_t*>(self)->push(std::move(event));
-    });
-    mosquitto_log_callback_set(handle, [](::mosquitto*, void* self, int level, const char* text) {
-        auto* const link = static_cast<link_t*>(self);
-        if (link->logging) {
-            event_t event{event_t::log, level};
-            event.text = QString::fromUtf8(text);
-            link->push(std::move(event));
-        }
-    });
-}
-
-int link_t::openHandle()
-{
-    if (handle) {
-        mosquitto_destroy(handle);
-    }
-    handle = mosquitto_new(clientId.toUtf8().constData(), cleanSession, this);
-    if (!handle) {
-        return MOSQ_ERR_INVAL;
-    }
-    setCallbacks(handle);
-    mosquitto_int_option(handle, MOSQ_OPT_TCP_NODELAY, 1);
-    if (!username.isEmpty() || !password.isEmpty()) {
-        mosquitto_username_pw_set(handle, username.constData(), orNull(password));
-    }
-    if (willRegistered) {
-        const QByteArray payload = will.payload.toUtf8();
-        mosquitto_will_set(handle, will.topic.toUtf8().constData(), payload.size(), payload.constData(), will.qos,
-                           will.retain);
-    }
-    if (!tlsWanted) {
-        return MOSQ_ERR_SUCCESS;
-    }
-    mosquitto_tls_insecure_set(handle, tlsInsecure);
-    return mosquitto_tls_set(handle, orNull(cafile), orNull(capath), orNull(certfile), orNull(keyfile),
-                             passwordCallback);
-}
-
-int link_t::connectTo(const QString& newHost, int newPort, int newKeepalive, bool wait)
-{
-    if (state == state_t::connected) {
-        return MOSQ_ERR_SUCCESS;
-    }
-    host = newHost;
-    port = newPort;
-    keepalive = newKeepalive;
-    const int rc = attempt();
-    if (rc != MOSQ_ERR_SUCCESS || !wait) {
-        return rc;
-    }
-    QElapsedTimer clock;
-    clock.start();
-    while (state == state_t::connecting && clock.elapsed() < deadline) {
-        pollfd descriptor{mosquitto_socket(handle), POLLIN, 0};
-        if (writer && writer->isEnabled()) {
-            descriptor.events |= POLLOUT;
-        }
-        poll(&descriptor, 1, 100);
-        if (descriptor.revents & (POLLIN | POLLERR | POLLHUP)) {
-            readable();
-        }
-        if (state == state_t::connecting && descriptor.revents & POLLOUT) {
-            writable();
-        }
-    }
-    const auto answer = std::find_if(events.rbegin(), events.rend(),
-                                     [](const event_t& event) { return event.kind == event_t::connected; });
-    return answer == events.rend() ? static_cast<int>(MOSQ_ERR_ERRNO) : answer->number;
-}
-
-int link_t::attempt()
-{
-    dropNotifiers();
-    int rc = openHandle();
-    if (rc == MOSQ_ERR_SUCCESS) {
-        closeSeen = false;
-        state = state_t::connecting;
-        rc = mosquitto_connect_async(handle, host.toUtf8().constData(), port, keepalive);
-    }
-    if (rc != MOSQ_ERR_SUCCESS) {
-        state = state_t::waiting;
-        timer.start(delay, this);
-        delay = std::min(delay * 2, longestDelay);
-        return rc;
-    }
-    timer.start(deadline, this);
-    watch();
-    return rc;
-}
-
-int link_t::disconnect()
-{
-    const bool wasConnected = state == state_t::connected;
-    timer.stop();
-    dropNotifiers();
-    state = state_t::idle;
-    if (!handle || !wasConnected) {
-        return MOSQ_ERR_NO_CONN;
-    }
-    const int rc = mosquitto_disconnect(handle);
-    push({event_t::disconnected, 0});
-    return rc;
-}
-
-int link_t::subscribe(int* mid, const QString& topic, int qos)
-{
-    int number = 0;
-    const int rc = connected() ? mosquitto_subscribe(handle, &number, topic.toUtf8().constData(), qos)
-                               : static_cast<int>(MOSQ_ERR_NO_CONN);
-    if (mid) {
-        *mid = number;
-    }
-    settle(rc == MOSQ_ERR_CONN_LOST ? rc : 0);
-    return rc;
-}
-
-int link_t::unsubscribe(int* mid, const QString& topic)
-{
-    int number = 0;
-    const int rc = connected() ? mosquitto_unsubscribe(handle, &number, topic.toUtf8().constData())
-                               : static_cast<int>(MOSQ_ERR_NO_CONN);
-    if (mid) {
-        *mid = number;
-    }
-    settle(rc == MOSQ_ERR_CONN_LOST ? rc : 0);
-    return rc;
 }
 
 int link_t::publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain)
 {
-    int number = 0;
-    int rc = MOSQ_ERR_NO_CONN;
-    if (handle) {
-        const QByteArray bytes = payload.toUtf8();
-        rc = mosquitto_publish(handle, &number, topic.toUtf8().constData(), bytes.size(), bytes.constData(), qos,
-                               retain);
-    }
     if (mid) {
-        *mid = number;
+        *mid = 0;
     }
-    settle(rc == MOSQ_ERR_CONN_LOST ? rc : 0);
+    letter_t letter;
+    letter.topic = topic.toUtf8();
+    letter.payload = payload.toUtf8();
+    letter.qos = qos;
+    letter.retain = retain;
+    verdict_t verdict = checkQos(qos);
+    if (verdict.code == MOSQ_ERR_SUCCESS) {
+        verdict = checkTopic(letter.topic);
+    }
+    if (verdict.code == MOSQ_ERR_SUCCESS && letter.payload.size() > longestPayload) {
+        verdict = {MOSQ_ERR_PAYLOAD_SIZE, "it is longer than the protocol allows"};
+    }
+    if (verdict.code == MOSQ_ERR_SUCCESS && !isConnected() && letter.bytes() > outbox.bytesLimit()) {
+        verdict = {MOSQ_ERR_PAYLOAD_SIZE, "without a connection it does not fit into the outbox"};
+    }
+    if (verdict.code != MOSQ_ERR_SUCCESS) {
+        return refuse(verdict, "message to", topic);
+    }
+    letter.mid = outbox.nextMid();
+    if (mid) {
+        *mid = letter.mid;
+    }
+    noteDropped(outbox.add(std::move(letter), isConnected()));
+    pump();
+    delivery.deliverLater();
+    return MOSQ_ERR_SUCCESS;
+}
+
+int link_t::subscribe(int* mid, const QString& filter, int qos)
+{
+    const verdict_t verdict = checkQos(qos);
+    if (verdict.code != MOSQ_ERR_SUCCESS) {
+        if (mid) {
+            *mid = 0;
+        }
+        return refuse(verdict, "subscription of", filter);
+    }
+    return request(mid, filter, mosquitto_subscribe, qos);
+}
+
+int link_t::unsubscribe(int* mid, const QString& filter)
+{
+    const auto call = [](::mosquitto* handle, int* wireMid, const char* text, int) {
+        return mosquitto_unsubscribe(handle, wireMid, text);
+    };
+    return request(mid, filter, call, 0);
+}
+
+int link_t::request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos)
+{
+    if (mid) {
+        *mid = 0;
+    }
+    const QByteArray text = filter.toUtf8();
+    const verdict_t verdict = checkFilter(text);
+    if (verdict.code != MOSQ_ERR_SUCCESS) {
+        return refuse(verdict, "subscription of", filter);
+    }
+    if (!isConnected()) {
+        return MOSQ_ERR_NO_CONN;
+    }
+    int wireMid = 0;
+    const int rc = call(handle->get(), &wireMid, text.constData(), qos);
+    const int systemError = errno;
+    if (rc == MOSQ_ERR_SUCCESS) {
+        const int number = outbox.nextMid();
+        outbox.addRequest(number, wireMid);
+        if (mid) {
+            *mid = number;
+        }
+    }
+    if (endsConnection(rc)) {
+        settle(rc, systemError);
+    } else {
+        watch();
+    }
+    delivery.deliverLater();
     return rc;
 }
 
-void link_t::readable()
+void link_t::setLogging(bool on)
 {
-    settle(mosquitto_loop_read(handle, 1));
+    logging = on;
+    if (isConnected()) {
+        handle->listenToLog(on);
+    }
 }
 
-void link_t::writable()
+void link_t::pump()
 {
-    // libmosquitto drives a TLS handshake from its reading side only.
-    if (state == state_t::connecting && tlsWanted && !mosquitto_want_write(handle)) {
-        settle(mosquitto_loop_read(handle, 1));
-        return;
-    }
-    settle(mosquitto_loop_write(handle, 1));
-}
-
-void link_t::settle(int rc)
-{
-    if (state != state_t::connecting && state != state_t::connected) {
-        return;
-    }
-    if (rc != MOSQ_ERR_SUCCESS || closeSeen || mosquitto_socket(handle) < 0) {
-        closed(closeSeen ? closeCode : rc);
-        return;
+    const qint64 now = monotonicMilliseconds();
+    while (isConnected()) {
+        letter_t* const letter = outbox.takeNext(now);
+        if (!letter) {
+            break;
+        }
+        // A QoS 0 message is acknowledged inside the call, and its letter gone afterwards.
+        const int rc =
+            mosquitto_publish(handle->get(), &letter->wireMid, letter->topic.constData(), letter->payload.size(),
+                              letter->payload.constData(), letter->qos, letter->retain);
+        const int systemError = errno;
+        if (endsConnection(rc)) {
+            settle(rc, systemError);
+            return;
+        }
+        if (rc != MOSQ_ERR_SUCCESS) {
+            refuse({rc, mosquitto_strerror(rc)}, "message to", QString::fromUtf8(letter->topic));
+            outbox.discardNewest();
+        }
     }
     watch();
 }
 
-void link_t::closed(int rc)
+void link_t::readable()
 {
-    dropNotifiers();
-    const bool refused = !events.empty() && events.back().kind == event_t::connected && events.back().number != 0;
-    if (!refused) {
-        push({event_t::disconnected, rc});
-    }
-    state = state_t::idle;
-    timer.stop();
-    if (autoconnect) {
-        state = state_t::waiting;
-        timer.start(refused ? longestDelay : delay, this);
-        delay = std::min(delay * 2, longestDelay);
+    readStep();
+    pump();
+    congested = false;
+    if (delivery.deliver() && !delivery.isEmpty()) {
+        congested = true;
+        watch();
     }
 }
 
-void link_t::dropNotifiers()
+void link_t::writable()
 {
-    reader.reset();
-    writer.reset();
+    writeStep();
+    pump();
+    delivery.deliver();
+}
+
+bool link_t::readStep()
+{
+    if (state == state_t::securing && !handshakeStands()) {
+        return false;
+    }
+    QElapsedTimer turn;
+    turn.start();
+    for (int count = 0; count < mostReads; ++count) {
+        errno = 0;
+        const int rc = mosquitto_loop_read(handle->get(), 1);
+        const int systemError = errno;
+        if (!settle(rc, systemError)) {
+            return false;
+        }
+        if (systemError == EAGAIN || !isConnected() || turn.elapsed() > longestRead) {
+            break;
+        }
+    }
+    acknowledgeQuickly();
+    return true;
+}
+
+void link_t::writeStep()
+{
+    if (state == state_t::dialling) {
+        dialled();
+        return;
+    }
+    errno = 0;
+    // libmosquitto drives a TLS handshake from its reading side only.
+    const int rc =
+        state == state_t::securing ? mosquitto_loop_read(handle->get(), 1) : mosquitto_loop_write(handle->get(), 1);
+    settle(rc, errno);
+}
+
+// libmosquitto takes the end of a connection in the handshake for a reason to try again, for ever.
+bool link_t::handshakeStands()
+{
+    char byte;
+    const ssize_t count = ::recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR))) {
+        return true;
+    }
+    addressFailed(MOSQ_ERR_TLS, count == 0 ? 0 : errno);
+    return false;
+}
+
+// Looks what a call of the library has done to the connection. False when it is not the same any more.
+bool link_t::settle(int rc, int systemError)
+{
+    const bool gone = rc != MOSQ_ERR_SUCCESS || handle->closeSeen || handle->socket() != descriptor;
+    const int code = handle->closeSeen ? handle->closeCode : rc;
+    if (state == state_t::closing) {
+        gone ? closed() : watch();
+        return false;
+    }
+    if (answerSeen) {
+        answered();
+    }
+    if (!gone) {
+        if (state == state_t::securing && handle->handshakeDone()) {
+            state = state_t::greeting;
+        }
+        watch();
+        return true;
+    }
+    if (startAnew) {
+        beginAnew();
+    } else if (isConnected()) {
+        lost(code, systemError);
+    } else {
+        addressFailed(code, systemError);
+    }
+    return false;
+}
+
+bool link_t::wantsWrite() const
+{
+    switch (state) {
+    case state_t::dialling: return true;
+    case state_t::securing: return handle->handshakeWantsWrite();
+    default: return handle->wantsWrite();
+    }
 }
 
 void link_t::watch()
 {
-    const int descriptor = mosquitto_socket(handle);
-    if (!reader || reader->socket() != descriptor) {
+    if (synchronous || descriptor < 0) {
+        return;
+    }
+    if (!reader) {
         reader = std::make_unique<QSocketNotifier>(descriptor, QSocketNotifier::Read);
         writer = std::make_unique<QSocketNotifier>(descriptor, QSocketNotifier::Write);
-        QObject::connect(reader.get(), &QSocketNotifier::activated, this, [this] { readable(); });
-        QObject::connect(writer.get(), &QSocketNotifier::activated, this, [this] { writable(); });
+        QObject::connect(reader.get(), &QSocketNotifier::activated, this, &link_t::readable);
+        QObject::connect(writer.get(), &QSocketNotifier::activated, this, &link_t::writable);
     }
-    writer->setEnabled(mosquitto_want_write(handle) || (state == state_t::connecting && tlsWanted));
+    reader->setEnabled(state != state_t::dialling && !congested);
+    writer->setEnabled(wantsWrite());
+}
+
+void link_t::dropNotifiers()
+{
+    descriptor = -1;
+    reader.reset();
+    writer.reset();
+}
+
+// Without it the kernel waits 40 ms for something to send along with an acknowledgement, and a broker
+// with Nagle's algorithm waits for exactly that. The kernel forgets it, so it is set after every read.
+void link_t::acknowledgeQuickly()
+{
+#ifdef TCP_QUICKACK
+    const int on = 1;
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+#endif
+}
+
+int link_t::housekeepingInterval() const
+{
+    const int most = keepalive == 0 ? 60000 : keepalive * 1000 / 4;
+    return std::clamp(interval, 500, most);
 }
 
 void link_t::timerEvent(QTimerEvent*)
 {
     switch (state) {
-    case state_t::connecting: closed(MOSQ_ERR_ERRNO); break;
-    case state_t::connected: settle(mosquitto_loop_misc(handle)); break;
+    case state_t::connected: {
+        errno = 0;
+        const int rc = mosquitto_loop_misc(handle->get());
+        settle(rc, errno);
+        break;
+    }
+    case state_t::closing: closed(); break;
     case state_t::waiting: attempt(); break;
     case state_t::idle: timer.stop(); break;
+    default: expired();
+    }
+    delivery.deliverLater();
+}
+
+void link_t::noteDropped(int count)
+{
+    if (count > 0 && droppedCount == 0) {
+        FLOTROFOBUL_LOG(warning, "Outbox is full, the oldest messages go until the broker takes them"_l1);
+    }
+    droppedCount += count;
+    if (count == 0 && droppedCount > 0) {
+        FLOTROFOBUL_LOG(warning, "Messages dropped from the full outbox: "_l1 + QString::number(droppedCount));
+        droppedCount = 0;
     }
 }
 
-void link_t::push(event_t event)
+void link_t::brokerAnswered(int rc, int flags)
 {
-    if (event.kind == event_t::connected && event.number == 0) {
-        state = state_t::connected;
-        timer.start(std::max(interval, 500), this);
+    // On a fast network the end of the handshake, the question and the answer pass in one call.
+    if ((state != state_t::greeting && state != state_t::securing) || answerSeen) {
+        return; // a second answer, nobody asked for it
     }
-    events.push_back(std::move(event));
-    if (!deliveryPending) {
-        deliveryPending = true;
-        QMetaObject::invokeMethod(
-            this, [this] { deliver(); }, Qt::QueuedConnection);
+    const bool sessionPresent = flags & 1;
+    // The library goes on with the second half of QoS 2 here, which a broker that has forgotten the
+    // first half confirms without having the message. Sent before that, a DISCONNECT stops it.
+    if (rc == 0 && resumable && !sessionPresent && outbox.hasQos2OnItsWay()) {
+        startAnew = true;
+        mosquitto_disconnect(handle->get());
+        return;
+    }
+    answerSeen = true;
+    outcome = rc;
+    delivery.push(event_t(event_t::connected, rc, flags));
+}
+
+void link_t::acknowledged(int wireMid)
+{
+    const int mid = outbox.acknowledge(wireMid);
+    if (mid > 0) {
+        delivery.push(event_t(event_t::published, mid));
     }
 }
 
-void link_t::deliver()
+void link_t::messageArrived(const mosquitto_message& message)
 {
-    deliveryPending = false;
-    const QPointer<link_t> alive(this);
-    while (alive && !events.empty()) {
-        const event_t event = std::move(events.front());
-        events.pop_front();
-        emitEvent(event);
+    if (message.payloadlen > maxPacketBytes) {
+        FLOTROFOBUL_LOG(warning, "Message dropped, it is longer than "_l1 + QString::number(maxPacketBytes) +
+                                     " bytes: "_l1 + QString::fromUtf8(message.topic).left(120));
+        return;
+    }
+    event_t event(event_t::message, message.mid, message.qos, message.retain, message.payloadlen);
+    event.topic = QString::fromUtf8(message.topic);
+    event.text = QString::fromUtf8(static_cast<const char*>(message.payload), message.payloadlen);
+    delivery.push(std::move(event));
+}
+
+void link_t::subscribed(int wireMid, int count, const int* granted)
+{
+    const int mid = outbox.acknowledgeRequest(wireMid);
+    if (mid == 0) {
+        FLOTROFOBUL_LOG(warning,
+                        "The broker acknowledges a subscription that nobody made: "_l1 + QString::number(wireMid));
+        return;
+    }
+    event_t event(event_t::subscribed, mid);
+    event.granted.assign(granted, granted + count);
+    delivery.push(std::move(event));
+}
+
+void link_t::unsubscribed(int wireMid)
+{
+    const int mid = outbox.acknowledgeRequest(wireMid);
+    if (mid > 0) {
+        delivery.push(event_t(event_t::unsubscribed, mid));
     }
 }
 
-void link_t::emitEvent(const event_t& event)
+void link_t::lineWritten(int level, const char* text)
 {
-    const QPointer<link_t> alive(this);
-    switch (event.kind) {
-    case event_t::connected:
-        Q_EMIT owner->onConnect(event.number);
-        if (alive) {
-            Q_EMIT owner->onConnect_with_flags(event.number, event.flags);
-        }
-        break;
-    case event_t::disconnected: Q_EMIT owner->onDisconnect(event.number); break;
-    case event_t::published: Q_EMIT owner->onPublish(event.number); break;
-    case event_t::message:
-        Q_EMIT owner->onMessage(event.number, event.topic, event.text, event.payloadlen, event.flags, event.retain);
-        break;
-    case event_t::subscribed:
-        Q_EMIT owner->onSubscribe(event.number, static_cast<int>(event.granted.size()), event.granted.data());
-        break;
-    case event_t::unsubscribed: Q_EMIT owner->onUnsubscribe(event.number); break;
-    case event_t::log: Q_EMIT owner->onLog(event.number, event.text); break;
+    if (isUnderWay() && (level == MOSQ_LOG_ERR || level == MOSQ_LOG_WARNING)) {
+        libraryLine = text;
+    }
+    if (logging) {
+        event_t event(event_t::log, level);
+        event.text = QString::fromUtf8(text);
+        delivery.push(std::move(event));
     }
 }
 

@@ -1,97 +1,149 @@
 // SPDX-License-Identifier: MIT
-// One connection to a broker over one libmosquitto handle, driven by the event loop. Internal.
+// The connection to the broker as a state machine: who is dialled, what is sent when, what follows a
+// failure. Internal. link.cpp holds the life of a standing connection, link_dialling.cpp how one is
+// made and what happens when it ends, link_reasons.cpp the words for it.
 #pragma once
 
-#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/platform/mosquittopp/backoff.h>
+#include <flotrofobul/platform/mosquittopp/delivery.h>
+#include <flotrofobul/platform/mosquittopp/handle.h>
+#include <flotrofobul/platform/mosquittopp/outbox.h>
 
 #include <QtCore/QBasicTimer>
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QSocketNotifier>
+#include <QtCore/QStringList>
 
-#include <deque>
-#include <vector>
-
-struct mosquitto;
-struct mosquitto_message;
+class QHostInfo;
 
 namespace comunication {
 namespace mosquittopp {
 
-/// What libmosquitto reported, kept until the event loop turns.
-struct event_t {
-    enum kind_t { connected, disconnected, published, message, subscribed, unsubscribed, log };
+/// Where the log lines of the adapter come from.
+constexpr const char logSource[] = "libscomunication/libmosquittoqt/mosquittoqt";
 
-    event_t(kind_t kind, int number, int flags = 0, bool retain = false, int payloadlen = 0)
-        : kind(kind), number(number), flags(flags), retain(retain), payloadlen(payloadlen)
-    {}
-
-    kind_t kind;
-    int number; // code, mid or level
-    int flags;  // flags or qos
-    bool retain;
-    int payloadlen;
-    QString topic;
-    QString text; // payload or log line
-    std::vector<int> granted;
-};
-
-class link_t : public QObject {
+class link_t : public QObject, private handle_listener_t {
+    Q_OBJECT
 public:
     link_t(mosquittoppqt* owner, const QString& clientId, bool cleanSession, bool autoconnect);
     ~link_t() override;
 
-    int connectTo(const QString& host, int port, int keepalive, bool wait);
+    int connectAsync(const QString& host, int port, int keepalive);
+    int connectSync(const QString& host, int port, int keepalive);
     int disconnect();
-    int subscribe(int* mid, const QString& topic, int qos);
-    int unsubscribe(int* mid, const QString& topic);
-    int publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain);
-    bool connected() const { return state == state_t::connected; }
+    bool isConnected() const { return state == state_t::connected; }
 
-    QString clientId;
-    QByteArray username, password;
-    will_t will;
-    bool willRegistered = false;
-    bool tlsWanted = false;
-    bool tlsInsecure = false;
-    QByteArray cafile, capath, certfile, keyfile;
-    mosquittoppqt::password_callback passwordCallback = nullptr;
-    bool logging = false;
+    int subscribe(int* mid, const QString& filter, int qos);
+    int unsubscribe(int* mid, const QString& filter);
+    int publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain);
+    void setLogging(bool on);
+
+    identity_t identity;
+    outbox_t outbox;
     int interval = 1000;
+    int connectTimeout = 10000;
+    int maxPacketBytes = 16 * 1024 * 1024;
 
 protected:
     void timerEvent(QTimerEvent* event) override;
 
-private:
-    enum class state_t { idle, connecting, connected, waiting };
+private Q_SLOTS:
+    void resolved(const QHostInfo& info);
 
-    static void setCallbacks(::mosquitto* handle);
-    int openHandle();
+private:
+    /// dialling: TCP; securing: the TLS handshake; greeting: waiting for the broker's answer; closing:
+    /// the last packets leave; waiting: for the next attempt.
+    enum class state_t { idle, resolving, dialling, securing, greeting, connected, closing, waiting };
+
+    // link_dialling.cpp
+    int checkTarget(const QString& newHost, int newPort, int newKeepalive) const;
+    int start(const QString& newHost, int newPort, int newKeepalive);
     int attempt();
+    int dialNext();
+    int dial(const QString& address);
+    int prepareHandle();
+    void dialled();
+    void driveUntilAnswered();
+    void answered();
+    void expired();
+    int addressFailed(int rc, int systemError);
+    int failed(int rc, const QString& why);
+    void lost(int rc, int systemError);
+    void beginAnew();
+    void noteSessionLength();
+    void retryOrRest(const QString& why);
+    void abandon();
+    void closed();
+
+    // link_reasons.cpp
+    QString target() const;
+    QString failureText(int rc, int systemError) const;
+    QString lossText(int rc, int systemError) const;
+
+    // link.cpp
+    bool isUnderWay() const { return state > state_t::idle && state < state_t::connected; }
     void readable();
     void writable();
-    void settle(int rc);
-    void closed(int rc);
-    void dropNotifiers();
+    bool readStep();
+    void writeStep();
+    bool handshakeStands();
+    bool settle(int rc, int systemError);
+    void pump();
     void watch();
-    void push(event_t event);
-    void deliver();
-    void emitEvent(const event_t& event);
+    bool wantsWrite() const;
+    void dropNotifiers();
+    void acknowledgeQuickly();
+    int housekeepingInterval() const;
+    int request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos);
+    void noteDropped(int count);
 
-    mosquittoppqt* const owner;
+    // handle_listener_t
+    void brokerAnswered(int rc, int flags) override;
+    void acknowledged(int wireMid) override;
+    void messageArrived(const mosquitto_message& message) override;
+    void subscribed(int wireMid, int count, const int* granted) override;
+    void unsubscribed(int wireMid) override;
+    void lineWritten(int level, const char* text) override;
+
     const bool cleanSession;
     const bool autoconnect;
-    ::mosquitto* handle = nullptr;
+    bool logging = false;
+    bool synchronous = false;  // the caller waits: nothing is left to the event loop
+    bool reportFailure = true; // false while the caller gets the code as a result
+    bool answerSeen = false;
+    bool startAnew = false; // the broker has forgotten a session that messages were sent in
+    bool resumable = false; // the handle holds a session that the broker may still know
+    bool congested = false; // the host is slower than the broker: nothing more is read
     state_t state = state_t::idle;
+
     QString host;
     int port = 0;
     int keepalive = 0;
-    int delay = 1000;
-    bool closeSeen = false;
-    int closeCode = 0;
-    bool deliveryPending = false;
-    std::deque<event_t> events;
-    std::unique_ptr<QSocketNotifier> reader, writer;
+    int lookup = -1;
+    int outcome = 0;         // of the last attempt, as the caller gets it
+    QStringList addresses;   // still to be tried in this attempt
+    QString address;         // being tried
+    QDeadlineTimer deadline; // of the attempt
+    QDeadlineTimer addressDeadline;
+
+    std::unique_ptr<handle_t> handle;
+    int descriptor = -1;
+    std::unique_ptr<QSocketNotifier> reader;
+    std::unique_ptr<QSocketNotifier> writer;
     QBasicTimer timer;
+
+    QByteArray libraryLine; // last complaint of libmosquitto during an attempt
+    QElapsedTimer session;
+    int shortSessions = 0;
+    int droppedCount = 0;
+    backoff_t backoff;
+    delivery_t delivery;
 };
+
+/// Logs why a value is refused and returns the code. what names the value, value shows it; leave it
+/// empty for what must not be seen.
+int refuse(const verdict_t& verdict, const char* what, const QString& value);
 
 } // namespace mosquittopp
 } // namespace comunication

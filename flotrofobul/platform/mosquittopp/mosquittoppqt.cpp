@@ -1,19 +1,13 @@
 // SPDX-License-Identifier: MIT
+#include <flotrofobul/platform/mosquittopp/mosquittoppqt.h>
+
+#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/link.h>
 
 #include <mosquitto.h>
 
 namespace comunication {
 namespace mosquittopp {
-
-namespace {
-
-QByteArray fileName(const QString& name)
-{
-    return name.isEmpty() ? QByteArray() : name.toLocal8Bit();
-}
-
-} // namespace
 
 int lib_version(int* major, int* minor, int* revision)
 {
@@ -28,12 +22,12 @@ mosquittoppqt::~mosquittoppqt() = default;
 
 int mosquittoppqt::connect_async(const QString& host, int port, int keepalive)
 {
-    return link->connectTo(host, port, keepalive, false);
+    return link->connectAsync(host, port, keepalive);
 }
 
 int mosquittoppqt::connect_sync(const QString& host, int port, int keepalive)
 {
-    return link->connectTo(host, port, keepalive, true);
+    return link->connectSync(host, port, keepalive);
 }
 
 int mosquittoppqt::subscribe(int* mid, const QString& topic, int qos)
@@ -53,57 +47,71 @@ int mosquittoppqt::publish(int* mid, const QString& topic, const QString& payloa
 
 int mosquittoppqt::username_pw_set(const QString& username, const QString& password)
 {
-    if (username.isNull() && !password.isEmpty()) {
-        return MOSQ_ERR_INVAL;
+    const QByteArray name = username.toUtf8();
+    const QByteArray secret = password.toUtf8();
+    if (username.isNull() && !secret.isEmpty()) {
+        return refuse({MOSQ_ERR_INVAL, "it needs a user name"}, "password", QString());
     }
-    link->username = username.toUtf8();
-    link->password = password.toUtf8();
+    verdict_t verdict = checkText(name);
+    if (verdict.code != MOSQ_ERR_SUCCESS) {
+        return refuse(verdict, "user name", username);
+    }
+    verdict = checkPassword(secret);
+    if (verdict.code != MOSQ_ERR_SUCCESS) {
+        return refuse(verdict, "password", QString());
+    }
+    const bool nobody = name.isEmpty() && secret.isEmpty();
+    link->identity.username = nobody ? QByteArray() : QByteArray(name.constData(), name.size());
+    link->identity.password = secret.isEmpty() ? QByteArray() : secret;
     return MOSQ_ERR_SUCCESS;
 }
 
 int mosquittoppqt::tls_set(const QString& cafile, const QString& capath, const QString& certfile,
                            const QString& keyfile, password_callback callback)
 {
-    link->tlsWanted = true;
-    link->cafile = fileName(cafile);
-    link->capath = fileName(capath);
-    link->certfile = fileName(certfile);
-    link->keyfile = fileName(keyfile);
-    link->passwordCallback = callback;
-    ::mosquitto* const probe = mosquitto_new(nullptr, true, nullptr);
-    const auto orNull = [](const QByteArray& text) { return text.isNull() ? nullptr : text.constData(); };
-    const int rc = mosquitto_tls_set(probe, orNull(link->cafile), orNull(link->capath), orNull(link->certfile),
-                                     orNull(link->keyfile), callback);
-    mosquitto_destroy(probe);
+    tls_settings_t& settings = link->identity.tls;
+    settings = {true, settings.insecure, cafile, capath, certfile, keyfile, callback};
+    tls_context_t trial;
+    const int rc = trial.load(settings, QString());
+    if (rc != MOSQ_ERR_SUCCESS) {
+        FLOTROFOBUL_LOG(::utility::logs::error, trial.reason());
+    }
     return rc;
 }
 
 int mosquittoppqt::tls_insecure_set(bool insecure)
 {
-    link->tlsInsecure = insecure;
+    link->identity.tls.insecure = insecure;
     return MOSQ_ERR_SUCCESS;
 }
 
 int mosquittoppqt::will_set(const QString& topic, const QString& payload, int qos, bool retain)
 {
-    if (qos < 0 || qos > 2 || mosquitto_pub_topic_check(topic.toUtf8().constData()) != MOSQ_ERR_SUCCESS) {
-        return MOSQ_ERR_INVAL;
+    verdict_t verdict = checkQos(qos);
+    if (verdict.code == MOSQ_ERR_SUCCESS) {
+        verdict = checkTopic(topic.toUtf8());
     }
-    link->will = {topic, payload, qos, retain};
-    link->willRegistered = true;
+    if (verdict.code == MOSQ_ERR_SUCCESS && payload.toUtf8().size() > longestText) {
+        verdict = {MOSQ_ERR_PAYLOAD_SIZE, "its payload is longer than 65535 bytes"};
+    }
+    if (verdict.code != MOSQ_ERR_SUCCESS) {
+        return refuse(verdict, "last will to", topic);
+    }
+    link->identity.will = {topic, payload, qos, retain};
+    link->identity.hasWill = true;
     return MOSQ_ERR_SUCCESS;
 }
 
 int mosquittoppqt::will_clear()
 {
-    link->will = {};
-    link->willRegistered = false;
+    link->identity.will = {};
+    link->identity.hasWill = false;
     return MOSQ_ERR_SUCCESS;
 }
 
 void mosquittoppqt::setLogging(bool on)
 {
-    link->logging = on;
+    link->setLogging(on);
 }
 
 } // namespace mosquittopp

@@ -3,6 +3,8 @@
 
 #include <flotrofobul/platform/mosquittopp/link.h>
 
+#include <algorithm>
+
 namespace comunication {
 namespace mosquittopp {
 
@@ -14,7 +16,7 @@ mosquittoqt::~mosquittoqt() = default;
 
 void mosquittoqt::setClientId(const QString& clientId)
 {
-    link->clientId = clientId;
+    link->identity.clientId = clientId;
 }
 
 void mosquittoqt::setLoopInterval(int milliseconds)
@@ -22,18 +24,24 @@ void mosquittoqt::setLoopInterval(int milliseconds)
     link->interval = milliseconds;
 }
 
-void mosquittoqt::setConnectTimeout(int)
-{}
+void mosquittoqt::setConnectTimeout(int seconds)
+{
+    link->connectTimeout = std::clamp(seconds, 1, 3600) * 1000;
+}
 
-void mosquittoqt::setOutboxLimits(int, int)
-{}
+void mosquittoqt::setOutboxLimits(int messages, int bytes)
+{
+    link->outbox.setLimits(messages, bytes);
+}
 
-void mosquittoqt::setMaxPacketBytes(int)
-{}
+void mosquittoqt::setMaxPacketBytes(int bytes)
+{
+    link->maxPacketBytes = bytes;
+}
 
 bool mosquittoqt::getConnected() const
 {
-    return link->connected();
+    return link->isConnected();
 }
 
 int mosquittoqt::disconnect_sync()
@@ -43,12 +51,12 @@ int mosquittoqt::disconnect_sync()
 
 bool mosquittoqt::hasWill() const
 {
-    return link->willRegistered;
+    return link->identity.hasWill;
 }
 
 will_t mosquittoqt::getWill() const
 {
-    return link->will;
+    return link->identity.will;
 }
 
 } // namespace mosquittopp

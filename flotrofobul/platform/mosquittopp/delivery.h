@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+// What libmosquitto has reported, kept until nobody is inside a call any more, then emitted as the
+// signals of the adapter. Internal.
+#pragma once
+
+#include <flotrofobul/platform/mosquittopp/mosquittoppqt.h>
+
+#include <deque>
+#include <functional>
+#include <vector>
+
+namespace comunication {
+namespace mosquittopp {
+
+struct event_t {
+    enum kind_t { connected, disconnected, published, message, subscribed, unsubscribed, log, error };
+
+    explicit event_t(kind_t kind, int number = 0, int flags = 0, bool retain = false, int payloadlen = 0)
+        : kind(kind), number(number), flags(flags), retain(retain), payloadlen(payloadlen)
+    {}
+
+    kind_t kind;
+    int number; // code, mid or level
+    int flags;  // flags or qos
+    bool retain;
+    int payloadlen;
+    QString topic;
+    QString text; // payload or log line
+    std::vector<int> granted;
+};
+
+class delivery_t : public QObject {
+public:
+    explicit delivery_t(mosquittoppqt* owner) : owner(owner) {}
+
+    /// Adds an event; somebody has to call deliver() or deliverLater().
+    void push(event_t event) { events.push_back(std::move(event)); }
+    bool isEmpty() const { return events.empty(); }
+    /// Delivers on the next turn of the event loop.
+    void deliverLater();
+    /// Emits what is there, for a few milliseconds at most; the rest follows on the next turn. The
+    /// adapter may be gone afterwards: false then.
+    bool deliver();
+
+    /// Called when everything has been emitted.
+    std::function<void()> drained;
+
+private:
+    void emitSignal(const event_t& event);
+
+    mosquittoppqt* const owner;
+    std::deque<event_t> events;
+    bool pending = false;
+};
+
+} // namespace mosquittopp
+} // namespace comunication

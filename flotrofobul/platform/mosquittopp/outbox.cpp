@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: MIT
+#include <flotrofobul/platform/mosquittopp/outbox.h>
+
+#include <algorithm>
+
+namespace comunication {
+namespace mosquittopp {
+
+namespace {
+
+constexpr int highestMid = 65535;
+// Leaves ids for messages on their way and for subscriptions.
+constexpr int mostWaiting = 65000;
+// A broker that closes over a message does so when it reads it, not minutes later.
+constexpr qint64 suspicionTime = 5000;
+
+} // namespace
+
+void outbox_t::setLimits(int messages, int bytes)
+{
+    mostMessages = std::clamp(messages, 1, mostWaiting);
+    mostBytes = std::max(bytes, 1);
+}
+
+bool outbox_t::isTaken(int mid) const
+{
+    // Ids were given in order, so everything between the ends of the queue counts as taken.
+    if (!waiting.empty()) {
+        const int first = waiting.front().mid;
+        const auto distance = [first](int id) { return (id - first + highestMid) % highestMid; };
+        if (distance(mid) <= distance(waiting.back().mid)) {
+            return true;
+        }
+    }
+    return std::any_of(sent.begin(), sent.end(), [mid](const letter_t& letter) { return letter.mid == mid; }) ||
+           std::any_of(requests.begin(), requests.end(), [mid](request_t request) { return request.mid == mid; });
+}
+
+int outbox_t::nextMid()
+{
+    do {
+        lastMid = lastMid == highestMid ? 1 : lastMid + 1;
+    } while (isTaken(lastMid));
+    return lastMid;
+}
+
+void outbox_t::dropOldest()
+{
+    waitingBytes -= waiting.front().bytes();
+    waiting.pop_front();
+}
+
+int outbox_t::add(letter_t letter, bool linkUp)
+{
+    waitingBytes += letter.bytes();
+    waiting.push_back(std::move(letter));
+    // A burst over a healthy link must not lose anything, so there the ids and the bytes are the limit;
+    // what such a burst has left behind when the link went down stays too.
+    const int most = linkUp ? mostWaiting : std::max(mostMessages, keptFromBefore);
+    // The newest may be longer than all that may wait: it is on its way in a moment.
+    const qint64 mostWaitingBytes = linkUp ? qint64(mostBytes) + waiting.back().bytes() : mostBytes;
+    int dropped = 0;
+    while (waitingCount() > most || (waitingBytes > mostWaitingBytes && waiting.size() > 1)) {
+        dropOldest();
+        ++dropped;
+    }
+    return dropped;
+}
+
+letter_t* outbox_t::takeNext(qint64 now)
+{
+    const int window = suspects > 0 ? 1 : widestWindow;
+    if (waiting.empty() || onItsWayCount() >= window) {
+        return nullptr;
+    }
+    waitingBytes -= waiting.front().bytes();
+    sent.push_back(std::move(waiting.front()));
+    waiting.pop_front();
+    sent.back().sentAt = now;
+    return &sent.back();
+}
+
+int outbox_t::acknowledge(int wireMid)
+{
+    const auto letter =
+        std::find_if(sent.begin(), sent.end(), [wireMid](const letter_t& one) { return one.wireMid == wireMid; });
+    if (letter == sent.end()) {
+        return 0;
+    }
+    const int mid = letter->mid;
+    sent.erase(letter);
+    suspects = std::max(suspects - 1, 0);
+    return mid;
+}
+
+void outbox_t::discardNewest()
+{
+    sent.pop_back();
+}
+
+int outbox_t::acknowledgeRequest(int wireMid)
+{
+    const auto request =
+        std::find_if(requests.begin(), requests.end(), [wireMid](request_t one) { return one.wireMid == wireMid; });
+    if (request == requests.end()) {
+        return 0;
+    }
+    const int mid = request->mid;
+    requests.erase(request);
+    return mid;
+}
+
+void outbox_t::linkLost(bool resumable)
+{
+    requests.clear();
+    if (!resumable) {
+        restart();
+    }
+    // The library forgets QoS 0.
+    const auto isForgotten = [](const letter_t& letter) { return letter.qos == 0; };
+    for (auto letter = sent.rbegin(); letter != sent.rend(); ++letter) {
+        if (isForgotten(*letter)) {
+            waitingBytes += letter->bytes();
+            waiting.push_front(*letter);
+        }
+    }
+    sent.erase(std::remove_if(sent.begin(), sent.end(), isForgotten), sent.end());
+    keptFromBefore = waitingCount();
+}
+
+void outbox_t::restart()
+{
+    for (auto letter = sent.rbegin(); letter != sent.rend(); ++letter) {
+        letter->wireMid = 0;
+        waitingBytes += letter->bytes();
+        waiting.push_front(std::move(*letter));
+    }
+    sent.clear();
+}
+
+int outbox_t::suspect(qint64 now, const std::function<void(const letter_t&)>& givenUp)
+{
+    suspects = 0;
+    int mostSuspect = 0;
+    const auto isGuilty = [&](letter_t& letter) {
+        if (now - letter.sentAt > suspicionTime) {
+            return false;
+        }
+        mostSuspect = std::max(mostSuspect, ++letter.cuts);
+        if (letter.cuts < mostCuts) {
+            ++suspects;
+            return false;
+        }
+        givenUp(letter);
+        return true;
+    };
+    sent.erase(std::remove_if(sent.begin(), sent.end(), isGuilty), sent.end());
+    return mostSuspect;
+}
+
+bool outbox_t::hasQos2OnItsWay() const
+{
+    return std::any_of(sent.begin(), sent.end(), [](const letter_t& letter) { return letter.qos == 2; });
+}
+
+} // namespace mosquittopp
+} // namespace comunication

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+// Every message until the broker has acknowledged it, and the message ids that the caller knows.
+// Internal; sends nothing itself.
+#pragma once
+
+#include <QtCore/QByteArray>
+
+#include <deque>
+#include <functional>
+#include <vector>
+
+namespace comunication {
+namespace mosquittopp {
+
+/// A message as it was published. Two ids: the caller's, which it keeps however often it is sent, and
+/// the one that libmosquitto gave it in this session.
+struct letter_t {
+    QByteArray topic;
+    QByteArray payload;
+    int mid = 0;
+    int wireMid = 0;
+    int qos = 0;
+    bool retain = false;
+    int cuts = 0;      // how often the broker closed the connection over it
+    qint64 sentAt = 0; // milliseconds, 0: never
+
+    int bytes() const { return topic.size() + payload.size(); }
+};
+
+/// Messages that wait, messages that are on their way (at most the window), and the ids of
+/// subscriptions that are under way.
+class outbox_t {
+public:
+    /// More than this many unacknowledged, and a mosquitto with its default configuration silently
+    /// loses acknowledged QoS 2 messages.
+    static constexpr int widestWindow = 20;
+    /// A message that makes the broker close the connection this often is given up.
+    static constexpr int mostCuts = 3;
+
+    void setLimits(int messages, int bytes);
+    int bytesLimit() const { return mostBytes; }
+
+    /// The next free id, 1 to 65535, counted as libmosquitto counts: in an undisturbed session both
+    /// are equal.
+    int nextMid();
+
+    /// Adds a message at the end. What no longer fits goes from the front; returns how many went.
+    int add(letter_t letter, bool linkUp);
+
+    /// The message to send next, moved among those on their way; null when none may go. The pointer
+    /// is valid until the outbox is changed.
+    letter_t* takeNext(qint64 now);
+
+    /// Forgets a message and returns the caller's id; 0 for an id that is not on its way.
+    int acknowledge(int wireMid);
+    /// Forgets the newest message on its way, which could not be handed over.
+    void discardNewest();
+
+    void addRequest(int mid, int wireMid) { requests.push_back({mid, wireMid}); }
+    int acknowledgeRequest(int wireMid);
+
+    /// The link is down. resumable: libmosquitto goes on where it stopped, so messages on their way
+    /// stay there.
+    void linkLost(bool resumable);
+    /// All messages on their way are to be sent anew.
+    void restart();
+    /// The broker has closed the connection: suspects what was just sent. Gives up, through the
+    /// function, what closed it too often; afterwards messages go one by one until the suspects are through.
+    /// Returns how often the most suspect of them has done so; 0 when nothing is suspected.
+    int suspect(qint64 now, const std::function<void(const letter_t&)>& givenUp);
+
+    bool hasQos2OnItsWay() const;
+    int waitingCount() const { return static_cast<int>(waiting.size()); }
+    int onItsWayCount() const { return static_cast<int>(sent.size()); }
+
+private:
+    struct request_t {
+        int mid;
+        int wireMid;
+    };
+
+    bool isTaken(int mid) const;
+    void dropOldest();
+
+    std::deque<letter_t> waiting;
+    std::vector<letter_t> sent;
+    std::vector<request_t> requests;
+    qint64 waitingBytes = 0;
+    int lastMid = 0;
+    int suspects = 0;
+    int mostMessages = 1000;
+    int mostBytes = 8 * 1024 * 1024;
+    int keptFromBefore = 0;
+};
+
+} // namespace mosquittopp
+} // namespace comunication

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include <flotrofobul/platform/mosquittopp/resolver.h>
+
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace comunication {
+namespace mosquittopp {
+
+namespace {
+
+using texts_t = std::vector<std::string>;
+
+texts_t lookUp(const std::string& name)
+{
+    texts_t texts;
+    addrinfo hints = {};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* first = nullptr;
+    if (::getaddrinfo(name.c_str(), nullptr, &hints, &first) != 0) {
+        return texts;
+    }
+    for (const addrinfo* one = first; one; one = one->ai_next) {
+        char text[NI_MAXHOST];
+        if (::getnameinfo(one->ai_addr, one->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0) {
+            texts.emplace_back(text);
+        }
+    }
+    ::freeaddrinfo(first);
+    return texts;
+}
+
+} // namespace
+
+QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline)
+{
+    // A name server that never answers holds the look-up for half a minute and nothing can stop it, so
+    // it runs in a thread that is left behind and touches nothing of this library's.
+    std::promise<texts_t> promise;
+    std::future<texts_t> result = promise.get_future();
+    std::thread([name = host.toStdString(), promise = std::move(promise)]() mutable {
+        promise.set_value(lookUp(name));
+    }).detach();
+    QStringList addresses;
+    if (result.wait_for(std::chrono::milliseconds(deadline.remainingTime())) == std::future_status::ready) {
+        for (const std::string& text : result.get()) {
+            addresses += QString::fromStdString(text);
+        }
+    }
+    return addresses;
+}
+
+} // namespace mosquittopp
+} // namespace comunication

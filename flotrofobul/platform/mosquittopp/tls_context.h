@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+// TLS as this adapter needs it: files read again for every connection, the certificate checked
+// against the name that was configured although an address is dialled, and reasons in words. Internal.
+#pragma once
+
+#include <flotrofobul/platform/mosquittopp/mosquittoppqt.h>
+#include <flotrofobul/platform/mosquittopp/values.h>
+
+struct ssl_ctx_st;
+
+namespace comunication {
+namespace mosquittopp {
+
+struct tls_settings_t {
+    bool wanted = false;
+    bool insecure = false;
+    QString cafile;
+    QString capath;
+    QString certfile;
+    QString keyfile;
+    mosquittoppqt::password_callback passwordCallback = nullptr;
+};
+
+/// One OpenSSL context, for one libmosquitto handle; must outlive the handle. It stays where it is.
+class tls_context_t {
+public:
+    tls_context_t();
+    ~tls_context_t();
+    tls_context_t(const tls_context_t&) = delete;
+    tls_context_t& operator=(const tls_context_t&) = delete;
+
+    /// Reads the files and notes the name to check. 0, 3 for a file that is missing or unreadable,
+    /// 1 for one that does not hold what it should; then reason() says why.
+    int load(const tls_settings_t& settings, const QString& host);
+
+    ssl_ctx_st* get() const { return context; }
+    /// Why loading or the last check of a certificate failed; empty when neither did.
+    QString reason() const { return why; }
+    /// Name for the handshake; empty when the broker is named by its address.
+    const QByteArray& serverName() const { return name; }
+
+    /// For OpenSSL's callbacks.
+    void noteRefusal(int error, void* certificate);
+    bool released = false;
+
+private:
+    int fail(int code, const QString& text);
+    int loadAuthorities(const tls_settings_t& settings);
+    int loadOwnCertificate(const tls_settings_t& settings);
+    void expect(const tls_settings_t& settings);
+
+    ssl_ctx_st* context = nullptr;
+    QString host;
+    QByteArray name;
+    QString authority;
+    QString why;
+};
+
+} // namespace mosquittopp
+} // namespace comunication
