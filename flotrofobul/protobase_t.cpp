@@ -57,6 +57,7 @@ std::unique_ptr<QFileDevice> writerFor(const QString& path)
 
 bool writeWhole(QFileDevice& file, const QByteArray& text)
 {
+    // The text is buffered, and commit() does not look at whether its last flush has reached the medium.
     if (file.write(text) != text.size() || !file.flush()) {
         return false;
     }

@@ -122,11 +122,8 @@ QString system_t::calculateHash(const QString& path)
         return QString();
     }
     QCryptographicHash digest(QCryptographicHash::Md5);
-    if (!digest.addData(&file)) {
-        return QString();
-    }
-    const QByteArray bytes = digest.result();
-    return QString::fromUtf8(bytes.constData(), bytes.size()); // a zero byte is one like any other
+    // As Qt turns bytes into a text: it ends before a zero byte.
+    return digest.addData(&file) ? QString::fromUtf8(digest.result()) : QString();
 }
 
 void system_t::AddHash(const QString& path)

@@ -49,8 +49,8 @@ public:
     /// Logs every interface that has a hardware address and an IPv4 address; returns whether one is up. The
     /// interfaces found are added to those of earlier calls.
     bool checkNetwork();
-    /// MD5 digest of a file, its 16 raw bytes read as UTF-8 (what is not valid UTF-8 is replaced); empty when
-    /// the file cannot be read.
+    /// MD5 digest of a file, its raw bytes read as UTF-8 up to the first zero byte (what is not valid is replaced);
+    /// empty when the file cannot be read.
     QString calculateHash(const QString& path);
     /// Remembers the digest of a file.
     void AddHash(const QString& path);

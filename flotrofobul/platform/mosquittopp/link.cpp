@@ -196,7 +196,6 @@ void link_t::readable()
 {
     readStep();
     pump();
-    acknowledgeQuickly();
     congested = false;
     if (delivery.deliver() && !delivery.isEmpty()) {
         congested = true;
@@ -229,6 +228,7 @@ bool link_t::readStep()
             break;
         }
     }
+    acknowledgeQuickly();
     return true;
 }
 
@@ -322,10 +322,8 @@ void link_t::dropNotifiers()
 void link_t::acknowledgeQuickly()
 {
 #ifdef TCP_QUICKACK
-    if (descriptor >= 0 && isConnected()) {
-        const int on = 1;
-        ::setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
-    }
+    const int on = 1;
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
 #endif
 }
 
@@ -366,7 +364,8 @@ void link_t::noteDropped(int count)
 
 void link_t::brokerAnswered(int rc, int flags)
 {
-    if (state != state_t::greeting || answerSeen) {
+    // On a fast network the end of the handshake, the question and the answer pass in one call.
+    if ((state != state_t::greeting && state != state_t::securing) || answerSeen) {
         return; // a second answer, nobody asked for it
     }
     const bool sessionPresent = flags & 1;

@@ -24,6 +24,7 @@ namespace mosquittopp {
 constexpr const char logSource[] = "libscomunication/libmosquittoqt/mosquittoqt";
 
 class link_t : public QObject, private handle_listener_t {
+    Q_OBJECT
 public:
     link_t(mosquittoppqt* owner, const QString& clientId, bool cleanSession, bool autoconnect);
     ~link_t() override;
@@ -47,6 +48,9 @@ public:
 protected:
     void timerEvent(QTimerEvent* event) override;
 
+private Q_SLOTS:
+    void resolved(const QHostInfo& info);
+
 private:
     /// dialling: TCP; securing: the TLS handshake; greeting: waiting for the broker's answer; closing:
     /// the last packets leave; waiting: for the next attempt.
@@ -56,7 +60,6 @@ private:
     int checkTarget(const QString& newHost, int newPort, int newKeepalive) const;
     int start(const QString& newHost, int newPort, int newKeepalive);
     int attempt();
-    void resolved(const QHostInfo& info);
     int dialNext();
     int dial(const QString& address);
     int prepareHandle();

@@ -110,7 +110,8 @@ int link_t::attempt()
         return addresses.isEmpty() ? failed(MOSQ_ERR_EAI, failureText(MOSQ_ERR_EAI, 0)) : dialNext();
     }
     timer.start(connectTimeout, this);
-    lookup = QHostInfo::lookupHost(host, this, [this](const QHostInfo& info) { resolved(info); });
+    // By name: Qt 5.15 leaks a function when a look-up is aborted.
+    lookup = QHostInfo::lookupHost(host, this, SLOT(resolved(QHostInfo)));
     return MOSQ_ERR_SUCCESS;
 }
 
@@ -200,6 +201,7 @@ void link_t::dialled()
         addressFailed(MOSQ_ERR_ERRNO, error);
         return;
     }
+    acknowledgeQuickly();
     writeStep();
 }
 
@@ -241,7 +243,6 @@ void link_t::answered()
     timer.start(housekeepingInterval(), this);
     handle->listenToLog(logging);
     noteDropped(0);
-    FLOTROFOBUL_LOG(detail, "Connected to "_l1 + target());
 }
 
 // The time of a name, an address or the broker's answer is over.
