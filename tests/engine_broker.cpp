@@ -181,17 +181,15 @@ private Q_SLOTS:
         QCOMPARE(server->getClients().keys(), QStringList{QStringLiteral("panel")});
     }
 
-    // Panels that come and go follow the one master; an election moves all of them to the next.
+    // Panels that come and go follow the one master; it gives the role away and takes it back.
     void houseOfPanels()
     {
         const auto first = makeServer(port);
-        const auto second = makeServer(port, "second", false);
         std::vector<std::unique_ptr<bare_t<protoclient_t>>> panels;
         for (const char* const id : {"p1", "p2", "p3", "p4"}) {
             panels.push_back(makePanel(port, id));
         }
         first->connect();
-        second->connect();
         const auto allFollow = [&panels](const char* id) {
             return std::all_of(panels.begin(), panels.end(),
                                [id](const auto& panel) { return panel->getServerId() == QLatin1String(id); });
@@ -209,11 +207,10 @@ private Q_SLOTS:
         QCOMPARE(std::count_if(left.begin(), left.end(), isLeave), 1);
         panels.pop_back();
 
-        // The election packet of another node names the second server.
+        // The election packet of another node names a server of another broker.
         observer->publish(QStringLiteral("local/1234/admin/all_servers/master"), "{\"d\":{\"masterid\":\"second\"}}");
-        QTRY_VERIFY(second->isMaster());
         QTRY_VERIFY(!first->isMaster());
-        QTRY_VERIFY(allFollow("second"));
+        QTRY_VERIFY(allFollow(""));
         QTRY_COMPARE(published(QStringLiteral(
                          "forward-bridge/local/1234/srv/all_clients/master {\"d\":{\"masterid\":\"srv\"}} 2 0")),
                      1);
