@@ -2,8 +2,8 @@
 # Warnings and Qt strictness for our own targets; nothing of it reaches a user's build.
 function(flotrofobul_strict target)
   target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual=1
-    -Wcast-align -Wformat=2 -Wnull-dereference -Wunused)
+    -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor
+    -Wcast-align -Wformat=2 -Wunused)
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(${target} PRIVATE -Wno-unknown-warning-option)
   endif()

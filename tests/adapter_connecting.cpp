@@ -85,7 +85,7 @@ void adapter_connecting::deadEnd()
 {
     QFETCH(QString, kind);
     QFETCH(bool, secure);
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     fake_broker_t broker;
     broker.greeting = [&] {
         if (kind == QStringLiteral("reset")) {
@@ -160,7 +160,7 @@ void adapter_connecting::answer()
     QFETCH(QByteArray, bytes);
     QFETCH(int, code);
     QFETCH(QString, words);
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     fake_broker_t broker;
     broker.script = [&](int type, const QByteArray&) {
         if (type == CONNECT) {
@@ -223,7 +223,7 @@ void adapter_connecting::tls()
     QFETCH(QString, words);
     broker_t broker(certificates.listener(certificate));
     QVERIFY(broker.start());
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     mosquittoqt client(QStringLiteral("panel"), true, true);
     if (!authority.isEmpty()) {
         QCOMPARE(client.tls_set(certificates.file(authority + QStringLiteral(".pem")), QString(), QString(), QString()),
@@ -263,7 +263,7 @@ void adapter_connecting::authorityFile()
     half.close();
     QVERIFY(QFile(certificates.file(QStringLiteral("empty.pem"))).open(QIODevice::WriteOnly));
 
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     fake_broker_t broker;
     mosquittoqt client(QStringLiteral("panel"), true, true);
     QTEST(client.tls_set(path.isEmpty() ? path : certificates.file(path), QString(), QString(), QString()), "code");
@@ -280,7 +280,7 @@ void adapter_connecting::authorityDisappears()
     QVERIFY(QFile::copy(certificates.authority(), path));
     broker_t broker(certificates.listener(QStringLiteral("good")));
     QVERIFY(broker.start());
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     mosquittoqt client(QStringLiteral("panel"), true, true);
     QCOMPARE(client.tls_set(path, QString(), QString(), QString()), 0);
     QCOMPARE(client.connect_sync(QStringLiteral("localhost"), broker.port(), 60), 0);
@@ -368,7 +368,7 @@ void adapter_connecting::refusedValues()
     const QString longText(65536, QLatin1Char('x'));
     const QString deep = QStringLiteral("a/").repeated(200) + QLatin1Char('a');
     const QString secret = QStringLiteral("secret") + QChar(0);
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     mosquittoqt client(QStringLiteral("panel"), true, false);
     const auto publishTo = [&](const QString& topic, int qos = 0) {
         int mid = -1;

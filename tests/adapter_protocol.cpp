@@ -65,7 +65,7 @@ void adapter_protocol::oddPackets()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(bool, survives);
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     fake_broker_t broker;
     mosquittoqt client(QStringLiteral("panel"), true, false);
     QSignalSpy losses(&client, SIGNAL(onDisconnect(int)));
@@ -136,7 +136,7 @@ void adapter_protocol::payloads()
 {
     QFETCH(QString, text);
     QFETCH(bool, arrives);
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     fake_broker_t broker;
     mosquittoqt client(QStringLiteral("panel"), true, true);
     QSignalSpy messages(&client, SIGNAL(onMessage(int, QString, QString, int, int, bool)));

@@ -94,7 +94,7 @@ void adapter_recovery::lostUnderLoad()
     broker_t broker;
     QVERIFY(broker.start());
     proxy_t proxy(broker.port());
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     client_t client(QStringLiteral("panel"), clean);
     client_t observer(QStringLiteral("observer"));
     const bool brokerDies = fault.startsWith(QStringLiteral("SIG"));
@@ -246,7 +246,7 @@ void adapter_recovery::interruptedMessage()
 
 void adapter_recovery::poison()
 {
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     fake_broker_t brokers[2];
     client_t forgetful(QStringLiteral("forgetful"), true);
     client_t keeping(QStringLiteral("keeping"), false);
@@ -281,7 +281,7 @@ void adapter_recovery::poison()
 void adapter_recovery::nobodyThere()
 {
     broker_t broker;
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     client_t client;
     client.connect_async(broker.host(), broker.port(), 60);
     const QString text(240, QLatin1Char('x'));
@@ -310,7 +310,7 @@ void adapter_recovery::moreThanIds()
 {
     broker_t broker(QStringLiteral("max_queued_messages 0\n"));
     QVERIFY(broker.start());
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     client_t client;
     client.setOutboxLimits(1000, 64 << 20);
     QCOMPARE(client.connect_sync(broker.host(), broker.port(), 60), 0);
@@ -334,7 +334,7 @@ void adapter_recovery::twoWithOneId()
 {
     broker_t broker;
     QVERIFY(broker.start());
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     client_t first;
     client_t second;
     first.connect_async(broker.host(), broker.port(), 60);
@@ -361,7 +361,7 @@ void adapter_recovery::manyReconnections()
         QCOMPARE(client.tls_set(certificates.authority(), QString(), QString(), QString()), 0);
     }
     QSignalSpy acknowledged(&client, SIGNAL(onPublish(int)));
-    qint64 memory = 0;
+    [[maybe_unused]] qint64 memory = 0; // a sanitizer keeps freed memory
     int descriptors = 0;
     for (int i = 0; i < 1000; ++i) {
         QCOMPARE(client.connect_sync(QStringLiteral("127.0.0.1"), broker.port(), 60), 0);

@@ -87,7 +87,7 @@ void adapter_reentrancy::insideSignal()
 {
     QFETCH(QByteArray, signal);
     QFETCH(action_t, action);
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     QPointer<mosquittoqt> client = new mosquittoqt(QStringLiteral("panel"), true, true);
     client->setLogging(true);
     int calls = 0;
@@ -138,7 +138,7 @@ void adapter_reentrancy::deletedWhile_data()
 void adapter_reentrancy::deletedWhile()
 {
     QFETCH(QString, moment);
-    log_recorder_t log;
+    log_recorder_t log(::utility::logs::info);
     static const certificates_t certificates;
     fake_broker_t fake;
     fake.greeting = [&] { return moment == QStringLiteral("greeting") || moment == QStringLiteral("securing"); };

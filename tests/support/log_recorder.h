@@ -1,28 +1,47 @@
 // SPDX-License-Identifier: MIT
-// The log lines of one test.
+// Takes the log of the library for the life of a test: "level function message" lines in their order.
 #pragma once
 
-#include <flotrofobul/platform/logs/classlogs.h>
+#include <flotrofobul/platform/logs/log_line.h>
 
 #include <QtCore/QStringList>
 
+/// Records from its construction on, as a rule at every level; the default sink and level are back after it.
 class log_recorder_t {
 public:
-    explicit log_recorder_t(int highest = ::utility::logs::info)
+    explicit log_recorder_t(int highest = ::utility::logs::detail)
     {
         auto* const logs = ::utility::logs::classlogs::getInstance();
         logs->setLevel(highest);
-        logs->setSink([this](const ::utility::logs::LogRecord& record) { lines += record.message; });
+        logs->setSink([this](const ::utility::logs::LogRecord& record) {
+            records << record;
+            lines << textOf(record);
+        });
     }
     ~log_recorder_t()
     {
-        ::utility::logs::classlogs::getInstance()->setSink({});
-        ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::info);
+        auto* const logs = ::utility::logs::classlogs::getInstance();
+        logs->setSink({});
+        logs->setLevel(4);
     }
     log_recorder_t(const log_recorder_t&) = delete;
     log_recorder_t& operator=(const log_recorder_t&) = delete;
 
+    static QString textOf(const ::utility::logs::LogRecord& record)
+    {
+        return QString::number(record.level) + QLatin1Char(' ') + record.function + QLatin1Char(' ') + record.message;
+    }
+    /// Number of lines that hold a text.
     int count(const QString& part) const { return lines.filter(part).count(); }
+    /// What was logged since the last call.
+    QStringList take()
+    {
+        records.clear();
+        QStringList taken;
+        taken.swap(lines);
+        return taken;
+    }
 
+    QList<::utility::logs::LogRecord> records;
     QStringList lines;
 };

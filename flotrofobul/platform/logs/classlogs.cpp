@@ -50,7 +50,7 @@ void writeToCategory(const LogRecord& record)
     }
 }
 
-}  // namespace
+} // namespace
 
 classlogs classlogs::instance;
 
@@ -70,20 +70,30 @@ void classlogs::log(const QString& message, int level, const QString& function, 
         sink = holder().sink;
     }
     const LogRecord record{message, level, function, file, line};
-    if (sink) {
-        (*sink)(record);
-    } else {
-        writeToCategory(record);
+    try {
+        if (sink) {
+            (*sink)(record);
+        } else {
+            writeToCategory(record);
+        }
+    } catch (...) {
+        // A sink that fails must not take the engine with it, and there is nobody left to tell.
     }
 }
 
 void classlogs::setSink(Sink sink)
 {
-    const std::lock_guard<std::mutex> lock(holder().mutex);
-    const bool present = static_cast<bool>(sink);
-    holder().sink = present ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
-    hasSink.store(present, std::memory_order_release);
+    std::shared_ptr<const Sink> next;
+    if (sink) {
+        next = std::make_shared<const Sink>(std::move(sink));
+    }
+    {
+        const std::lock_guard<std::mutex> lock(holder().mutex);
+        holder().sink.swap(next);
+        hasSink.store(holder().sink != nullptr, std::memory_order_release);
+    }
+    // The former sink ends here, outside the lock: what it holds may log.
 }
 
-}  // namespace logs
-}  // namespace utility
+} // namespace logs
+} // namespace utility

@@ -15,21 +15,21 @@ namespace logs {
 
 /// Weight of a log line; the lower the number, the graver the line.
 enum LogLevel : int {
-    fatal = 0,    ///< an exception that ends in a disconnection, an operation that does not exist
-    caught = 1,   ///< a caught exception
-    error = 2,    ///< an error or an anomaly of the protocol
-    warning = 3,  ///< a warning, a change of role, a bridge that goes up or down
-    info = 4,     ///< what goes on
-    notice = 5,   ///< reserved, written like info
-    detail = 6    ///< every message
+    fatal = 0,   ///< an exception that ends in a disconnection, an operation that does not exist
+    caught = 1,  ///< a caught exception
+    error = 2,   ///< an error or an anomaly of the protocol
+    warning = 3, ///< a warning, a change of role, a bridge that goes up or down
+    info = 4,    ///< what goes on
+    notice = 5,  ///< reserved, written like info
+    detail = 6   ///< every message
 };
 
 /// One log line as the sink receives it.
 struct LogRecord {
     QString message;
     int level = info;
-    QString function;  ///< bare name of the operation that logs
-    QString file;      ///< source as the system names it
+    QString function; ///< bare name of the operation that logs
+    QString file;     ///< source as the system names it
     int line = 0;
 };
 
@@ -38,7 +38,8 @@ struct LogRecord {
 /// A line is written when its level is not above the filter level (default 4) and when somebody
 /// takes it: the sink, or without one the Qt logging category "flotrofobul" (levels 0 to 2 critical,
 /// 3 warning, 4 and 5 info, 6 debug). All operations may be called from any thread; a sink runs on
-/// the thread that logs and may itself log or set another sink.
+/// the thread that logs, may itself log or set another sink, and must not delete an engine (deleteLater() is safe).
+/// What it throws is lost.
 class FLOTROFOBUL_EXPORT classlogs {
 public:
     using Sink = std::function<void(const LogRecord&)>;
@@ -75,5 +76,5 @@ private:
     std::atomic<bool> hasSink{false};
 };
 
-}  // namespace logs
-}  // namespace utility
+} // namespace logs
+} // namespace utility

@@ -201,7 +201,7 @@ void link_t::dialled()
         addressFailed(MOSQ_ERR_ERRNO, error);
         return;
     }
-    acknowledgeQuickly();
+    acknowledgeNow();
     writeStep();
 }
 
@@ -243,7 +243,6 @@ void link_t::answered()
     timer.start(housekeepingInterval(), this);
     handle->listenToLog(logging);
     noteDropped(0);
-    FLOTROFOBUL_LOG(detail, "Connected to "_l1 + target());
 }
 
 // The time of a name, an address or the broker's answer is over.

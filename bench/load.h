@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+// The load: one publisher and one subscriber in one process, as engines or on libmosquitto alone.
+#pragma once
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QString>
+
+#include <sys/resource.h>
+
+/// What one round does.
+struct load_t {
+    quint16 port = 0;
+    int messages = 0;
+    int window = 20; ///< publications that wait for their acknowledgement at most
+    int burst = 0;   ///< when not 0: so many at once, and wait for all acknowledgements
+};
+
+/// What one round has shown.
+struct load_result_t {
+    double seconds = 0;           ///< first publish to last message received
+    double cpuSeconds = 0;        ///< user and system, of the whole process
+    QVector<double> microseconds; ///< publish to reception with one in flight; with bursts, to the last
+                                  ///< acknowledgement
+};
+
+load_result_t runEngines(const load_t& load);
+load_result_t runPlain(const load_t& load);
+
+/// A reading of about 240 bytes on the wire; the number makes each one differ.
+QJsonObject loadReading(int number);
+
+/// Topic that the publisher uses.
+inline QString loadTopic()
+{
+    return QStringLiteral("forward-bridge/local/1234/tarnel-server-1/all/status/DB/realtime");
+}
+
+/// User and system time of this process so far.
+inline double cpuSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}

@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: MIT
+// The load carried by two engines: a server publishes status packets, a client receives them.
+#include "load.h"
+
+#include <flotrofobul/platform/logs/classlogs.h>
+#include <flotrofobul/protoclient_t.h>
+#include <flotrofobul/protoserver_t.h>
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QEventLoop>
+#include <QtCore/QTimer>
+
+namespace {
+
+using namespace comunication;
+
+QJsonObject benchConfiguration(quint16 port)
+{
+    return {
+        {QStringLiteral("mqtt"),
+         QJsonObject{{QStringLiteral("global"), QJsonObject{{QStringLiteral("installation_id"), QStringLiteral("1234")},
+                                                            {QStringLiteral("port"), port}}}}}};
+}
+
+// Publishes the next packet when one is acknowledged.
+class publisher_t : public protoserver_t {
+public:
+    explicit publisher_t(const load_t& _load)
+        : protoserver_t(QStringLiteral("1"), benchConfiguration(_load.port), true, QStringLiteral("tarnel-server-1"),
+                        false),
+          load(_load)
+    {}
+
+    void start()
+    {
+        started = true;
+        publishBatch(load.burst > 0 ? load.burst : load.window);
+    }
+
+    std::function<void()> onAcknowledged;
+    int sent = 0;
+    int acknowledged = 0;
+
+    void publishBatch(int count)
+    {
+        for (int i = 0; i < count && sent < load.messages; ++i) {
+            publishOne();
+        }
+    }
+
+protected:
+    void onPublish(int /*mid*/) override
+    {
+        if (!started) {
+            return;
+        }
+        ++acknowledged;
+        if (load.burst == 0 && load.window > 1) {
+            publishBatch(1);
+        }
+        onAcknowledged();
+    }
+
+private:
+    void publishOne()
+    {
+        publish(QJsonObject{{QStringLiteral("topic"), QStringLiteral("status/DB/realtime")},
+                            {QStringLiteral("destination"), QStringLiteral("all")},
+                            {QStringLiteral("payload"), loadReading(sent++)}},
+                comunication::utility::exactly_once, false);
+    }
+
+    load_t load;
+    bool started = false;
+};
+
+class subscriber_t : public protoclient_t {
+public:
+    explicit subscriber_t(quint16 port)
+        : protoclient_t(QStringLiteral("1"), benchConfiguration(port), QStringLiteral("client@panel"), false)
+    {}
+};
+
+} // namespace
+
+load_result_t runEngines(const load_t& load)
+{
+    ::utility::logs::classlogs::getInstance()->setLevel(-1);
+    publisher_t server(load);
+    subscriber_t client(load.port);
+    load_result_t result;
+    QEventLoop loop;
+    QElapsedTimer clock;
+    QElapsedTimer one;
+    double cpuBefore = 0;
+    int received = 0;
+
+    const auto finishWhenDone = [&] {
+        if (received >= load.messages && server.acknowledged >= load.messages) {
+            result.seconds = static_cast<double>(clock.nsecsElapsed()) / 1e9;
+            result.cpuSeconds = cpuSeconds() - cpuBefore;
+            loop.quit();
+        }
+    };
+    server.onAcknowledged = [&] {
+        if (load.burst > 0 && server.acknowledged % load.burst == 0) {
+            result.microseconds.append(static_cast<double>(one.nsecsElapsed()) / 1e3);
+            // The next burst starts on a quiet link.
+            QTimer::singleShot(2, &server, [&] {
+                one.start();
+                server.publishBatch(load.burst);
+            });
+        }
+        finishWhenDone();
+    };
+    QObject::connect(&client, &protobase_t::onDatabaseRealtimeStatus, &loop, [&](const QJsonObject& packet) {
+        Q_UNUSED(packet)
+        ++received;
+        if (load.burst == 0 && load.window == 1) {
+            result.microseconds.append(static_cast<double>(one.nsecsElapsed()) / 1e3);
+            one.start();
+            server.publishBatch(1);
+        }
+        finishWhenDone();
+    });
+    QObject::connect(&server, &protoserver_t::onClientReady, &loop, [&] {
+        QTimer::singleShot(200, &server, [&] { // the rest of the client's subscriptions and answers
+            cpuBefore = cpuSeconds();
+            clock.start();
+            one.start();
+            server.start();
+        });
+    });
+    QObject::connect(&server, &protoserver_t::onConnection, &loop, [&] { client.connect(); });
+    server.connect();
+    loop.exec();
+    client.disconnection(false);
+    server.disconnection(false);
+    return result;
+}

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+// What both example hosts share: one line for each event, the options that both have, and a clean end.
+#pragma once
+
+#include <flotrofobul/platform/logs/classlogs.h>
+#include <flotrofobul/protobase_t.h>
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QCoreApplication>
+#include <QtCore/QFileInfo>
+#include <QtCore/QSocketNotifier>
+#include <QtCore/QTextStream>
+#include <QtCore/QTimer>
+
+#include <csignal>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+/// Writes an event to standard output, at once also into a pipe.
+inline void say(const QString& line)
+{
+    QTextStream(stdout) << line << Qt::endl;
+}
+
+inline QString compact(const QJsonValue& value)
+{
+    return QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
+}
+
+/// Adds the common options to a host's own ones and reads the command line. Ends the program when the
+/// configuration cannot be read: with the defaults the host would belong to no installation.
+inline void readOptions(QCommandLineParser& options, const QList<QCommandLineOption>& own)
+{
+    options.addHelpOption();
+    options.addPositionalArgument(QStringLiteral("configuration"), QStringLiteral("Configuration file (JSON)."));
+    options.addOptions(
+        {{QStringLiteral("id"), QStringLiteral("Client id; default: role and host name."), QStringLiteral("id")},
+         {QStringLiteral("log"), QStringLiteral("Highest level of the log, 0 to 6; default 3."),
+          QStringLiteral("level"), QStringLiteral("3")}});
+    options.addOptions(own);
+    options.process(*QCoreApplication::instance());
+
+    const QStringList files = options.positionalArguments();
+    if (files.size() != 1) {
+        options.showHelp(2);
+    }
+    if (!QFileInfo(files.first()).isReadable()) {
+        qCritical("Cannot read the configuration %s", qUtf8Printable(files.first()));
+        std::exit(2);
+    }
+    ::utility::logs::classlogs::getInstance()->setLevel(options.value(QStringLiteral("log")).toInt());
+}
+
+/// Says what happens to the link.
+inline void followLink(comunication::protobase_t& engine)
+{
+    using comunication::protobase_t;
+    QObject::connect(&engine, &protobase_t::onBrokerConnection, &engine, [](int rc) {
+        say(rc == 0 ? QStringLiteral("connected to the broker") : QStringLiteral("the broker refuses: %1").arg(rc));
+    });
+    QObject::connect(&engine, &protobase_t::onBrokerDisconnection, &engine,
+                     [](int rc) { say(QStringLiteral("link to the broker closed (%1)").arg(rc)); });
+}
+
+/// Ends the host on SIGINT and SIGTERM: the others are told with the last will, which takes a second. A second
+/// signal ends it at once.
+inline void endOnSignal(comunication::protobase_t& engine)
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
+    auto* const notifier = new QSocketNotifier(descriptor, QSocketNotifier::Read, &engine);
+    QObject::connect(notifier, &QSocketNotifier::activated, &engine, [=, &engine] {
+        signalfd_siginfo info;
+        if (read(descriptor, &info, sizeof info) < 0) {
+            return;
+        }
+        notifier->setEnabled(false);
+        sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+        say(QStringLiteral("ending"));
+        const bool linked = engine.getConnected();
+        QObject::connect(&engine, &comunication::protobase_t::onBrokerDisconnection, qApp, &QCoreApplication::quit);
+        QTimer::singleShot(linked ? 2000 : 0, qApp, &QCoreApplication::quit);
+        engine.disconnection(true);
+    });
+}

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+// The requests that wait for the broker's acknowledgement, by message id (mid).
+#pragma once
+
+#include <flotrofobul/define/types.h>
+
+#include <QtCore/QDateTime>
+#include <QtCore/QMap>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+#include <deque>
+#include <memory>
+
+namespace comunication {
+namespace message {
+
+using utility::qos_t;
+using utility::state_req_t;
+
+/// What every tracked request has.
+class FLOTROFOBUL_EXPORT classmessage {
+public:
+    classmessage();
+
+    /// Local time at which the record was made.
+    QDateTime getTimeCreation() const { return QDateTime::fromMSecsSinceEpoch(timeCreation); }
+    QString getTopic() const { return topic; }
+    void setTopic(const QString& _topic) { topic = _topic; }
+    qos_t getQos() const { return qos; }
+    void setQos(const qos_t& _qos) { qos = _qos; }
+    state_req_t getState() const { return state; }
+    void setState(const state_req_t& _state) { state = _state; }
+    int getMid() const { return mid; }
+    void setMid(int _mid) { mid = _mid; }
+
+private:
+    qint64 timeCreation; ///< since the epoch: reading the local zone costs more than all the rest of a record
+    QString topic;
+    qos_t qos = utility::at_most_once;
+    state_req_t state = utility::state_none;
+    int mid = 0;
+};
+
+/// A subscription, or an unsubscription that waits for its acknowledgement. Records have no QObject parent,
+/// the argument is ignored: whoever made a record owns it.
+class FLOTROFOBUL_EXPORT classsubscribe : public QObject, public classmessage {
+    Q_OBJECT
+    Q_PROPERTY(QString topic READ getTopic WRITE setTopic)
+    Q_PROPERTY(qos_t qos READ getQos WRITE setQos)
+    Q_PROPERTY(int mid READ getMid WRITE setMid)
+    Q_PROPERTY(state_req_t state READ getState WRITE setState)
+
+public:
+    explicit classsubscribe(QObject* parent);
+    classsubscribe(const QString& _topic, qos_t _qos, int _mid, state_req_t _state, QObject* parent);
+
+    /// Null: no operation of the registry sets it.
+    QDateTime getTimeSubsciption() const { return timeSubscription; }
+
+private:
+    QDateTime timeSubscription;
+};
+
+/// A publication that waits for its acknowledgement; owned like a subscription.
+class FLOTROFOBUL_EXPORT classpublish : public QObject, public classmessage {
+    Q_OBJECT
+    Q_PROPERTY(QString topic READ getTopic WRITE setTopic)
+    Q_PROPERTY(qos_t qos READ getQos WRITE setQos)
+    Q_PROPERTY(int mid READ getMid WRITE setMid)
+    Q_PROPERTY(state_req_t state READ getState WRITE setState)
+    Q_PROPERTY(QString payload READ getPayload WRITE setPayload)
+    Q_PROPERTY(bool retainflag READ getRetainflag WRITE setRetainflag)
+    Q_PROPERTY(bool dubflag READ getDubflag WRITE setDubflag)
+
+public:
+    explicit classpublish(QObject* parent);
+    classpublish(const QString& _topic, const QString& _payload, int _mid, qos_t _qos, bool _retainflag,
+                 state_req_t _state, QObject* parent);
+
+    /// Null: no operation of the registry sets it.
+    QDateTime getTimePublication() const { return timePublication; }
+    QString getPayload() const { return payload; }
+    void setPayload(const QString& _payload) { payload = _payload; }
+    bool getRetainflag() const { return retainflag; }
+    void setRetainflag(bool _retainflag) { retainflag = _retainflag; }
+    bool getDubflag() const { return dubflag; } ///< the MQTT duplicate flag
+    void setDubflag(bool _dubflag) { dubflag = _dubflag; }
+
+private:
+    QDateTime timePublication;
+    QString payload;
+    bool retainflag = false;
+    bool dubflag = false;
+};
+
+/// The registry: owns its records and deletes them when they are removed, on reset and with itself. All calls
+/// must come from one thread. The lookups, removals and reset catch everything, log "Handling exception" at
+/// level 1 and return null or -2; the additions let an exception pass.
+class FLOTROFOBUL_EXPORT classmessages {
+public:
+    classmessages();
+    ~classmessages();
+    classmessages(const classmessages&) = delete;
+    classmessages& operator=(const classmessages&) = delete;
+
+    /// Registers a request under its mid, in state 1; always true. A record that already stands under the
+    /// mid leaves the map but is not deleted at once, because a host may hold it: the last 64 of those live
+    /// until reset().
+    bool addSubscription(int mid, const QString& topic, qos_t qos);
+    bool addPublication(int mid, const QString& topic, const QString& payload, qos_t qos, bool retain);
+
+    /// The record under the mid, or null.
+    classsubscribe* getSubsciption(int mid);
+    classpublish* getPublications(int mid);
+
+    /// The lowest mid that holds a subscription, whatever the topic; -1 when there is none.
+    int getMidSubsciption(const QString& topic);
+
+    /// Removes and deletes a record: 1, or 0 when there is none.
+    int removePublications(int mid);
+    int removeSubsciption(int mid);
+
+    /// Removes and deletes every record: 0.
+    int reset();
+
+    QMap<int, classsubscribe*>* getSubscriptions() const { return subscriptions.get(); }
+    QMap<int, classpublish*>* getPublications() const { return publications.get(); }
+
+private:
+    void retire(QObject* replaced);
+
+    std::unique_ptr<QMap<int, classsubscribe*>> subscriptions;
+    std::unique_ptr<QMap<int, classpublish*>> publications;
+    std::deque<std::unique_ptr<QObject>> replacedRecords;
+};
+
+} // namespace message
+} // namespace comunication

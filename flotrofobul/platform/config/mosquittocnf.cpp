@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: MIT
+// The keys of the configuration as tables, one loop that reads them and one that writes them.
+#include <flotrofobul/platform/config/mosquittocnf.h>
+
+#include <flotrofobul/platform/logs/log_line.h>
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+
+#include <cmath>
+#include <optional>
+#include <variant>
+
+namespace comunication {
+namespace config {
+
+namespace {
+
+constexpr const char logSource[] = "libscomunication/libmosquittoconfig/mosquittocnf";
+
+struct range_t {
+    int lowest = 0;
+    int highest = 0;
+};
+
+enum class privacy_t { open, secret };
+
+template <class Section>
+struct setting_t {
+    QLatin1String key;
+    std::variant<bool Section::*, int Section::*, QString Section::*> member;
+    range_t range = {};
+    privacy_t privacy = privacy_t::open;
+};
+
+} // namespace
+
+/// The three tables: key, where it is stored, the allowed range of a number. Friend of the sections.
+struct settings {
+    template <class Section>
+    static QJsonObject& unknown(Section& section)
+    {
+        return section.unknown;
+    }
+
+    template <class Section>
+    static const QJsonObject& unknown(const Section& section)
+    {
+        return section.unknown;
+    }
+
+    static const auto& of(const config_global&)
+    {
+        using section = config_global;
+        static constexpr setting_t<section> table[] = {
+            {"installation_id"_l1, &section::installationId}, // any text
+            {"host"_l1, &section::host},
+            {"port"_l1, &section::port, {1, 65535}},
+            {"interval"_l1, &section::interval, {1, 60000}}, // ms
+            {"autoconnect"_l1, &section::autoconnect},
+            {"logging"_l1, &section::logging},
+        };
+        return table;
+    }
+
+    static const auto& of(const config_connect&)
+    {
+        using section = config_connect;
+        static constexpr setting_t<section> table[] = {
+            {"keepalive"_l1, &section::keepalive, {0, 65535}},
+            {"cleansession"_l1, &section::cleansession},
+            {"username"_l1, &section::username},
+            {"password"_l1, &section::password, {}, privacy_t::secret},
+            {"timeout"_l1, &section::timeout, {1, 600}}, // s
+            {"outbox_messages"_l1, &section::outboxMessages, {1, 1000000}},
+            {"outbox_bytes"_l1, &section::outboxBytes, {1024, 1024 * 1024 * 1024}},
+            {"max_packet_bytes"_l1, &section::maxPacketBytes, {1024, 268435455}},
+        };
+        return table;
+    }
+
+    static const auto& of(const config_security&)
+    {
+        using section = config_security;
+        static constexpr setting_t<section> table[] = {
+            {"tls_enable"_l1, &section::tlsEnable},
+            {"tls_insecure"_l1, &section::tlsInsecure},
+            {"ca_file"_l1, &section::caFile},
+        };
+        return table;
+    }
+};
+
+namespace {
+
+bool assign(bool& member, const QJsonValue& value, range_t)
+{
+    member = value.toBool(member);
+    return value.isBool();
+}
+
+bool assign(QString& member, const QJsonValue& value, range_t)
+{
+    member = value.toString(member);
+    return value.isString();
+}
+
+bool assign(int& member, const QJsonValue& value, range_t range)
+{
+    const double number = value.toDouble();
+    if (!value.isDouble() || std::trunc(number) != number || number < range.lowest || number > range.highest) {
+        return false;
+    }
+    member = static_cast<int>(number);
+    return true;
+}
+
+QString allowed(const bool&, range_t)
+{
+    return QStringLiteral("true or false");
+}
+
+QString allowed(const QString&, range_t)
+{
+    return QStringLiteral("a text");
+}
+
+QString allowed(const int&, range_t range)
+{
+    return QStringLiteral("a whole number from %1 to %2").arg(range.lowest).arg(range.highest);
+}
+
+// What stands in the place of a value may be the whole configuration pushed one level off, password
+// included: only plain values are shown, and of a text not more than a line can hold.
+QString shown(const QJsonValue& value)
+{
+    if (value.isArray()) {
+        return QStringLiteral("an array");
+    }
+    if (value.isObject()) {
+        return QStringLiteral("an object");
+    }
+    const int longest = 64;
+    const QByteArray json = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    const QString text = QString::fromUtf8(json.mid(1, json.size() - 2));
+    return text.size() <= longest ? text : QString(text.left(longest) % "..."_l1);
+}
+
+void logRefused(const QString& path, const QString& value, const QString& allowedText)
+{
+    FLOTROFOBUL_LOG_AT(::utility::logs::error,
+                       "Refused configuration value "_l1 % path % ": "_l1 % value % ", allowed: "_l1 % allowedText,
+                       "deserialize", logSource, __LINE__);
+}
+
+void merge(QJsonObject& into, const QJsonObject& from)
+{
+    for (auto it = from.constBegin(); it != from.constEnd(); ++it) {
+        into.insert(it.key(), it.value());
+    }
+}
+
+// Takes the object under a key out of its parent; nothing when it is missing or refused.
+std::optional<QJsonObject> takeObject(QJsonObject& parent, QLatin1String key, const QString& path)
+{
+    const QJsonValue value = parent.take(key);
+    if (value.isObject()) {
+        return value.toObject();
+    }
+    if (!value.isUndefined()) {
+        // A text here is most likely a configuration in quotes.
+        logRefused(path, value.isString() ? QStringLiteral("a text") : shown(value), QStringLiteral("an object"));
+    }
+    return std::nullopt;
+}
+
+template <class Section>
+void readSection(Section& section, QJsonObject& parent, QLatin1String name)
+{
+    const QString path = "mqtt."_l1 % name;
+    std::optional<QJsonObject> json = takeObject(parent, name, path);
+    if (!json) {
+        return;
+    }
+    for (const auto& setting : settings::of(section)) {
+        const QJsonValue value = json->take(setting.key);
+        if (value.isUndefined()) {
+            continue;
+        }
+        std::visit(
+            [&](auto member) {
+                if (!assign(section.*member, value, setting.range)) {
+                    const bool secret = setting.privacy == privacy_t::secret;
+                    logRefused(path % "."_l1 % setting.key, secret ? QStringLiteral("(not shown)") : shown(value),
+                               allowed(section.*member, setting.range));
+                }
+            },
+            setting.member);
+    }
+    merge(settings::unknown(section), *json);
+}
+
+template <class Section>
+QJsonObject writeSection(const Section& section)
+{
+    QJsonObject json = settings::unknown(section);
+    for (const auto& setting : settings::of(section)) {
+        std::visit([&](auto member) { json.insert(setting.key, section.*member); }, setting.member);
+    }
+    return json;
+}
+
+} // namespace
+
+mosquittocnf::mosquittocnf(QObject* parent) : QObject(parent), mqtt(std::make_unique<config_mqtt>())
+{}
+
+mosquittocnf::~mosquittocnf() = default;
+
+bool mosquittocnf::deserialize(const QJsonObject& json)
+{
+    QJsonObject rest = json;
+    const bool present = rest.contains("mqtt"_l1);
+    std::optional<QJsonObject> sections = takeObject(rest, "mqtt"_l1, QStringLiteral("mqtt"));
+    merge(unknown, rest);
+    if (!sections) {
+        return !present;
+    }
+    readSection(mqtt->global, *sections, "global"_l1);
+    readSection(mqtt->connect, *sections, "connect"_l1);
+    readSection(mqtt->security, *sections, "security"_l1);
+    merge(mqtt->unknown, *sections);
+    return true;
+}
+
+QJsonObject mosquittocnf::serialize() const
+{
+    QJsonObject sections = mqtt->unknown;
+    sections.insert("global"_l1, writeSection(mqtt->global));
+    sections.insert("connect"_l1, writeSection(mqtt->connect));
+    sections.insert("security"_l1, writeSection(mqtt->security));
+    QJsonObject json = unknown;
+    json.insert("mqtt"_l1, sections);
+    return json;
+}
+
+} // namespace config
+} // namespace comunication

@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: MIT
+// The configuration as the engine reads it: the JSON object "mqtt" with its three sections, and the
+// model that fills them. Files are the engine's business, not the model's.
+#pragma once
+
+#include <flotrofobul/export.h>
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+#include <memory>
+
+namespace comunication {
+namespace config {
+
+/// Section "mqtt.global": which installation this is and how its broker is reached.
+///
+/// The sections belong to the model that hands them out. Their getters return what is stored, a
+/// reference stays valid as long as the model lives.
+class FLOTROFOBUL_EXPORT config_global {
+public:
+    /// "installation_id": the installation's level in every topic; any text, default empty. Without one
+    /// no topic of the protocol is recognised, so every real configuration sets it.
+    [[nodiscard]] const QString& getInstallation_id() const noexcept { return installationId; }
+
+    /// "host": name or address of the broker; any text, default "127.0.0.1".
+    [[nodiscard]] const QString& getHost() const noexcept { return host; }
+
+    /// "port": TCP port of the broker; 1 to 65535, default 1883.
+    [[nodiscard]] int getPort() const noexcept { return port; }
+
+    /// "interval": milliseconds between two rounds of housekeeping on the link (keep-alive pings, the
+    /// deadline of a connection); 1 to 60000, default 1000. It should stay below half the keep-alive.
+    [[nodiscard]] int getInterval() const noexcept { return interval; }
+
+    /// "autoconnect": whether a lost or refused link is tried again by itself; default true.
+    [[nodiscard]] bool getAutoconnect() const noexcept { return autoconnect; }
+
+    /// "logging": whether the MQTT library's own lines reach the log; default false.
+    [[nodiscard]] bool getLogging() const noexcept { return logging; }
+
+    /// Changes "logging", so that a later save keeps it.
+    void setLogging(bool on) noexcept { logging = on; }
+
+private:
+    friend struct settings;
+
+    QString installationId;
+    QString host = QStringLiteral("127.0.0.1");
+    int port = 1883;
+    int interval = 1000;
+    bool autoconnect = true;
+    bool logging = false;
+    QJsonObject unknown;
+};
+
+/// Section "mqtt.connect": the session with the broker and the limits of what it may cost.
+class FLOTROFOBUL_EXPORT config_connect {
+public:
+    /// "keepalive": seconds of silence after which the link is checked; 0 to 65535, default 60. A value
+    /// below ten is kept here and counts as ten when connecting.
+    [[nodiscard]] int getKeepalive() const noexcept { return keepalive; }
+
+    /// "cleansession": whether the broker forgets the session with the link; default true.
+    [[nodiscard]] bool getCleansession() const noexcept { return cleansession; }
+
+    /// "username": any text, default empty.
+    [[nodiscard]] const QString& getUsername() const noexcept { return username; }
+
+    /// "password": any text, default empty. It is never written to the log.
+    [[nodiscard]] const QString& getPassword() const noexcept { return password; }
+
+    /// "timeout": seconds that one attempt to connect may take, from the name to the broker's answer;
+    /// 1 to 600, default 10.
+    [[nodiscard]] int getTimeout() const noexcept { return timeout; }
+
+    /// "outbox_messages": how many messages wait while the link is down; 1 to 1000000, default 1000.
+    [[nodiscard]] int getOutbox_messages() const noexcept { return outboxMessages; }
+
+    /// "outbox_bytes": how many bytes the waiting messages may hold together; 1024 to 1073741824 (1 GiB),
+    /// default 8388608 (8 MiB).
+    [[nodiscard]] int getOutbox_bytes() const noexcept { return outboxBytes; }
+
+    /// "max_packet_bytes": size of the largest incoming packet that is taken; 1024 to 268435455 (the most
+    /// that MQTT can announce), default 16777216 (16 MiB).
+    [[nodiscard]] int getMax_packet_bytes() const noexcept { return maxPacketBytes; }
+
+private:
+    friend struct settings;
+
+    int keepalive = 60;
+    bool cleansession = true;
+    QString username;
+    QString password;
+    int timeout = 10;
+    int outboxMessages = 1000;
+    int outboxBytes = 8 * 1024 * 1024;
+    int maxPacketBytes = 16 * 1024 * 1024;
+    QJsonObject unknown;
+};
+
+/// Section "mqtt.security": TLS on the link.
+class FLOTROFOBUL_EXPORT config_security {
+public:
+    /// "tls_enable": whether the link is encrypted; default false.
+    [[nodiscard]] bool getTls_enable() const noexcept { return tlsEnable; }
+
+    /// "tls_insecure": whether a certificate for another host is accepted; default false.
+    [[nodiscard]] bool getTls_insecure() const noexcept { return tlsInsecure; }
+
+    /// "ca_file": path of the PEM file with the trusted certificates; any text, default empty.
+    [[nodiscard]] const QString& getCa_file() const noexcept { return caFile; }
+
+private:
+    friend struct settings;
+
+    bool tlsEnable = false;
+    bool tlsInsecure = false;
+    QString caFile;
+    QJsonObject unknown;
+};
+
+/// The object "mqtt": the three sections, which live as long as it does and are never null.
+class FLOTROFOBUL_EXPORT config_mqtt {
+public:
+    [[nodiscard]] config_global* getGlobal() noexcept { return &global; }
+    [[nodiscard]] config_connect* getConnect() noexcept { return &connect; }
+    [[nodiscard]] config_security* getSecurity() noexcept { return &security; }
+
+private:
+    friend class mosquittocnf;
+
+    config_global global;
+    config_connect connect;
+    config_security security;
+    QJsonObject unknown;
+};
+
+/// The configuration model: defaults until an object is taken, then what that object says.
+///
+/// Every key is optional. A key that is missing keeps the value in force. A key that is not known, on
+/// any level, is kept and written back by serialize(), so that a newer file survives an older program.
+/// A value of the wrong type or out of its range is refused: one log line of level 2 names the key
+/// (as "mqtt.global.port"), the value (never a password) and what is allowed; the value in force stays,
+/// and the rest of the object is taken. Whole numbers may be written with an exponent or with a
+/// fraction of zero, not with another fraction and not as a text.
+///
+/// The model emits nothing and belongs to who created it; it is used on one thread.
+class FLOTROFOBUL_EXPORT mosquittocnf : public QObject {
+    Q_OBJECT
+
+public:
+    explicit mosquittocnf(QObject* parent = nullptr);
+    ~mosquittocnf() override;
+
+    /// The object "mqtt"; never null, valid as long as the model lives.
+    [[nodiscard]] config_mqtt* getMqtt() const noexcept { return mqtt.get(); }
+
+    /// Takes over what the object sets. True when it was taken, also where single values in it were
+    /// refused; false when its "mqtt" is no object, so that no setting could be read.
+    bool deserialize(const QJsonObject& json);
+
+    /// The whole configuration: every known key with the value in force, and the unknown keys as they came.
+    [[nodiscard]] QJsonObject serialize() const;
+
+private:
+    Q_DISABLE_COPY(mosquittocnf)
+
+    std::unique_ptr<config_mqtt> mqtt;
+    QJsonObject unknown;
+};
+
+} // namespace config
+} // namespace comunication

@@ -1,0 +1,300 @@
+// SPDX-License-Identifier: MIT
+// Publishing and subscribing: placeholders, the payload's wrapping and encoding, presentations.
+#include <flotrofobul/define/packet.h>
+#include <flotrofobul/messages/messages.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
+#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/protobase_t.h>
+#include <flotrofobul/utility/system_t.h>
+
+#include <QtCore/QDateTime>
+#include <QtCore/QVector>
+
+#include <algorithm>
+
+namespace comunication {
+
+namespace {
+
+constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
+
+const QString packetPrefix = FORWARD_PREFIX + u'/' + PREFIX + u'/';
+const QString presentationTopic = FORWARD_PREFIX + u'/' + topicOf(presentation);
+const qos_t presentationQos = qosOf(presentation);
+const bool presentationRetain = presentation["retain"_l1].toBool();
+const QString performanceTopic = topicOf(performance);
+
+constexpr auto withoutPadding = QByteArray::Base64Encoding | QByteArray::OmitTrailingEquals;
+
+using placeholders_t = QMap<QString, QList<QString>>;
+
+// A topic on its way through the placeholders, with those that it has been through. A replacement may hold a
+// placeholder that is spent already, as the client id of a host called "idclient" does: it stands for itself then.
+struct expansion_t {
+    QString topic;
+    QStringList spent;
+};
+
+// The first placeholder that still has to be replaced in a topic.
+placeholders_t::const_iterator nextPlaceholder(const expansion_t& one, const placeholders_t& placeholders)
+{
+    auto entry = placeholders.cbegin();
+    while (entry != placeholders.cend() &&
+           (entry->isEmpty() || !one.topic.contains(entry.key()) || one.spent.contains(entry.key()))) {
+        ++entry;
+    }
+    return entry;
+}
+
+// One pass: every topic gives way to the replacements of its first placeholder. False when none had any.
+bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders)
+{
+    bool expanded = false;
+    const QVector<expansion_t> snapshot = topics;
+    for (const expansion_t& one : snapshot) {
+        const auto entry = nextPlaceholder(one, placeholders);
+        if (entry == placeholders.cend()) {
+            continue;
+        }
+        for (const QString& word : *entry) {
+            topics.append({QString(one.topic).replace(entry.key(), word), one.spent + QStringList(entry.key())});
+        }
+        const auto same = [&one](const expansion_t& other) { return other.topic == one.topic; };
+        topics.erase(std::remove_if(topics.begin(), topics.end(), same), topics.end());
+        expanded = true;
+    }
+    return expanded;
+}
+
+} // namespace
+
+void protobase_t::init_subscription(subscribe_t which)
+try {
+    FLOTROFOBUL_LOG(4, QStringLiteral("Init subscriptions "));
+    const bool on = which == utility::subscribe_topics;
+    const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
+    for (const QJsonValue member : subscriptions) {
+        const QString topic = member["topic"_l1].toString();
+        const auto qos = static_cast<qos_t>(member["qos"_l1].toInt());
+        if (topic == performanceTopic) {
+            if (statusbroker) {
+                FLOTROFOBUL_LOG(6, attempt + topic);
+                subscribeOrNot(on, topic, qos);
+            }
+            continue;
+        }
+        FLOTROFOBUL_LOG(6, attempt + topic);
+        subscribeOrNot(on, topic, qos);
+        for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
+            subscribeOrNot(on, *bridge + u'/' + topic, qos);
+        }
+    }
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+}
+
+void protobase_t::subscribeOrNot(bool on, QString const& topic, qos_t qos)
+{
+    if (on) {
+        subscribe(topic, qos);
+    } else {
+        unsubscribe(topic);
+    }
+}
+
+void protobase_t::subscribe(QString const& topic, qos_t qos)
+try {
+    QList<QString> topics{topic};
+    topic_subscribe_resolution(topics);
+    for (QString& one : topics) {
+        one.replace(INSTALLATIONID, installationId());
+        FLOTROFOBUL_LOG(6, "Try to subscribe topic: "_l1 + one + " qos: "_l1 + QString::number(qos));
+        int mid = 0;
+        brokerClient().subscribe(&mid, one, qos);
+        messages->addSubscription(mid, one, qos);
+    }
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText("Handling exception "_l1, "Handling exception"_l1));
+}
+
+void protobase_t::unsubscribe(QString const& topic)
+try {
+    QList<QString> topics{topic};
+    topic_subscribe_resolution(topics);
+    for (QString& one : topics) {
+        // Before the installation id is put in: callers pass topics as the registry holds them.
+        const int held = messages->getMidSubsciption(one);
+        if (held == -1) {
+            FLOTROFOBUL_LOG(2, "No mid for "_l1 + one + " in messages"_l1);
+            continue;
+        }
+        const auto* const record = messages->getSubsciption(held);
+        const qos_t qos = record != nullptr ? record->getQos() : utility::at_most_once;
+        auto& broker = brokerClient();
+        messages->removeSubsciption(held);
+        one.replace(INSTALLATIONID, installationId());
+        FLOTROFOBUL_LOG(6, "Try to unsubscribe topic: "_l1 + one);
+        int mid = 0;
+        broker.unsubscribe(&mid, one);
+        messages->addSubscription(mid, one, qos);
+    }
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText("Handling generic exception."_l1, "Handling generic exception."_l1));
+}
+
+void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
+{
+    QVector<expansion_t> expansions;
+    for (const QString& topic : qAsConst(topics)) {
+        expansions.append({topic, {}});
+    }
+    while (expandOnce(expansions, placeholders)) {
+    }
+    topics.clear();
+    for (const expansion_t& one : qAsConst(expansions)) {
+        for (const QString& placeholder : one.spent) {
+            if (one.topic.contains(placeholder)) {
+                FLOTROFOBUL_LOG(2, "Placeholder "_l1 + placeholder + " replaced once only in topic: "_l1 + one.topic);
+            }
+        }
+        topics.append(one.topic);
+    }
+}
+
+void protobase_t::publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain)
+{
+    send(topic, payload, qos, retain);
+}
+
+void protobase_t::publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain)
+{
+    send(topic, payload, qos, retain);
+}
+
+void protobase_t::send(QString& topic, QJsonValue const& payload, qos_t qos, bool retain)
+try {
+    topic_publish_resolution_sender(topic);
+    topic.replace(INSTALLATIONID, installationId());
+    FLOTROFOBUL_LOG_AS(6,
+                       "Try to publish topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
+                           QString::number(retain),
+                       "publish");
+    const QString text = Encode(QJsonObject{{dataKey, payload}});
+    int mid = 0;
+    brokerClient().publish(&mid, topic, text, qos, retain);
+    messages->addPublication(mid, topic, text, qos, retain);
+} catch (...) {
+    FLOTROFOBUL_LOG_AS(1, exceptionText("Handling exception."_l1, "Handling exception"_l1), "publish");
+}
+
+void protobase_t::publish(QJsonObject const& packet, qos_t /*qos*/, bool retain)
+try {
+    const QJsonValue payload = packet["payload"_l1];
+    const QJsonValue value = packet["topic"_l1];
+    if (payload.isUndefined() || value.isUndefined()) {
+        FLOTROFOBUL_LOG(2, QStringLiteral("Packet not compliant!"));
+        return;
+    }
+    QString topic = packetPrefix + value.toString();
+    if (topic.size() <= topic_t::getTopic_min_len()) {
+        FLOTROFOBUL_LOG(2, QStringLiteral("Payload or topic not compliant!"));
+        FLOTROFOBUL_LOG(2, "Topic: "_l1 + topic);
+        FLOTROFOBUL_LOG(2, "Payload: "_l1 + (payload.isObject()
+                                                 ? JsonObjectToString(payload.toObject(), QJsonDocument::Compact)
+                                                 : payload.toString()));
+        return;
+    }
+    QString destination = packet["destination"_l1].toString();
+    if (destination.isEmpty()) {
+        destination = system->getMasterId();
+    }
+    topic_resolution_destination(topic, destination);
+    QJsonObject body = packet;
+    body.remove("topic"_l1);
+    body.remove("destination"_l1);
+    // Packets of the host always go at QoS 2, and not through an override of a role.
+    protobase_t::publish(topic, body, utility::exactly_once, retain);
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText("Handling exception."_l1, "Handling exception"_l1));
+}
+
+void protobase_t::topic_publish_resolution_sender(QString& topic)
+{
+    topic.replace(SENDER, system->getClientid());
+}
+
+void protobase_t::topic_resolution(QString& topic, QString const& sender, QString const& destination)
+{
+    topic.replace(SENDER, sender);
+    topic.replace(DESTINATION, destination);
+}
+
+void protobase_t::topic_resolution_destination(QString& topic, QString const& destination)
+{
+    topic.replace(DESTINATION, destination);
+    topic_publish_resolution_sender(topic);
+}
+
+QString protobase_t::getCommandTopic(QString topic)
+try {
+    return commandOf(topic);
+} catch (...) {
+    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    return QString();
+}
+
+QString protobase_t::JsonObjectToString(QJsonObject const& object, QJsonDocument::JsonFormat format)
+try {
+    return QString::fromUtf8(QJsonDocument(object).toJson(format));
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+    return QString();
+}
+
+QJsonObject protobase_t::StringToJsonObject(QString const& text)
+try {
+    return documentFromForeignJson(text.toUtf8()).object();
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+    return QJsonObject();
+}
+
+// Padding is left out for JSON and kept for texts, the last will among them: readers know both.
+
+QString protobase_t::Encode(QJsonObject const& object)
+{
+    return encoded(QJsonDocument(object).toJson(QJsonDocument::Compact), withoutPadding);
+}
+
+QString protobase_t::Encode(QString const& text)
+{
+    return encoding ? encoded(text.toUtf8(), QByteArray::Base64Encoding) : text;
+}
+
+QString protobase_t::Encode(QJsonValue const& value)
+{
+    if (value.isObject()) {
+        return Encode(value.toObject());
+    }
+    return encoded(value.toString().toUtf8(), withoutPadding);
+}
+
+QString protobase_t::encoded(QByteArray const& bytes, QByteArray::Base64Options options) const
+{
+    return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes);
+}
+
+void protobase_t::sendPresentation(QString const& destination, const char* source)
+{
+    system->setPublishDate(QDateTime::currentDateTime());
+    QJsonObject packet = serializedSystem();
+    QString topic = presentationTopic;
+    topic_resolution_destination(topic, destination);
+    FLOTROFOBUL_LOG_AT(6, "Try to public remote presentation: "_l1 + topic, "publish_presentation", source, __LINE__);
+    packet.insert("publishDate"_l1, system->getPublishDate());
+    packet.insert("connected"_l1, getConnected());
+    publish(topic, packet, presentationQos, presentationRetain);
+}
+
+} // namespace comunication

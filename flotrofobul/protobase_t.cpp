@@ -1,0 +1,342 @@
+// SPDX-License-Identifier: MIT
+// Construction, configuration, and the broker client with its security and last will.
+#include <flotrofobul/define/define.h>
+#include <flotrofobul/messages/messages.h>
+#include <flotrofobul/platform/config/mosquittocnf.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
+#include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
+#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/protobase_t.h>
+#include <flotrofobul/utility/statusbroker.h>
+#include <flotrofobul/utility/system_t.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QMutex>
+#include <QtCore/QSaveFile>
+#include <QtCore/QTimer>
+
+#include <mutex>
+#include <stdexcept>
+
+namespace comunication {
+
+namespace {
+
+constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
+
+QJsonObject cutMasters(QJsonObject record, int levels)
+{
+    const QString key = QStringLiteral("masterData");
+    const QJsonObject inner = record.value(key).toObject();
+    if (!inner.isEmpty()) {
+        record.insert(key, levels > 1 ? cutMasters(inner, levels - 1) : QJsonObject());
+    }
+    return record;
+}
+
+bool isSpecial(const QString& path)
+{
+    const QFileInfo target(path);
+    return target.exists() && !target.isFile();
+}
+
+// A new file takes the old one's place only when it is complete, so that a panel that loses its power while saving
+// still knows its installation; where the folder cannot be written, the file itself is. What is no file (a device, a
+// pipe) is written as it is and never replaced.
+std::unique_ptr<QFileDevice> writerFor(const QString& path)
+{
+    if (isSpecial(path)) {
+        return std::make_unique<QFile>(path);
+    }
+    auto file = std::make_unique<QSaveFile>(path);
+    file->setDirectWriteFallback(true);
+    return file;
+}
+
+bool writeWhole(QFileDevice& file, const QByteArray& text)
+{
+    // The text is buffered, and commit() does not look at whether its last flush has reached the medium.
+    if (file.write(text) != text.size() || !file.flush()) {
+        return false;
+    }
+    auto* const saved = qobject_cast<QSaveFile*>(&file);
+    return saved == nullptr || saved->commit();
+}
+
+} // namespace
+
+protobase_t::protobase_t(service_t service, QString const& versionApp, QString const& clientId, bool _encoding)
+    : closeDelay(new QTimer(this))
+{
+    FLOTROFOBUL_LOG(4, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
+    int major = 0;
+    int minor = 0;
+    int patch = 0;
+    mosquittopp::lib_version(&major, &minor, &patch);
+    FLOTROFOBUL_LOG(4, QStringLiteral("Running on libmosquitto %1.%2.%3").arg(major).arg(minor).arg(patch));
+    encoding = _encoding;
+    messages = std::make_unique<message::classmessages>();
+    system = new system_t(versionApp, service, clientId, nullptr);
+    configuration = new config::mosquittocnf;
+    statistics = std::make_unique<brokerdiagnostic::diagnostic_broker>();
+    serializer = std::make_unique<QJsonSerializer>();
+    system->setMasterId(QString());
+    system->setMasterData(QJsonObject());
+    configMutex = std::make_unique<QRecursiveMutex>();
+
+    closeDelay->setSingleShot(true);
+    closeDelay->setTimerType(Qt::PreciseTimer); // a coarse one may take 50 ms off the will's head start
+    QObject::connect(closeDelay, &QTimer::timeout, this, [this] { client->disconnect_sync(); });
+}
+
+protobase_t::protobase_t(service_t service, QString const& versionApp, QString const& _configPath,
+                         QString const& clientId, bool _encoding)
+    : protobase_t(service, versionApp, clientId, _encoding)
+{
+    try {
+        configPath = _configPath;
+        readConfigFromFile(configPath);
+        takeConfiguration();
+    } catch (...) {
+        // An engine without its configuration still runs on the defaults.
+    }
+}
+
+protobase_t::protobase_t(service_t service, QString const& versionApp, QJsonObject const& json, QString const& clientId,
+                         bool _encoding)
+    : protobase_t(service, versionApp, clientId, _encoding)
+{
+    try {
+        readConfigFromJson(json);
+        takeConfiguration();
+    } catch (...) {
+        // As above.
+    }
+}
+
+protobase_t::~protobase_t()
+{
+    FLOTROFOBUL_LOG(4, QStringLiteral("Destroy comunication base ..."));
+    messages.reset();
+    delete system.data();
+    delete configuration.data();
+    statistics.reset();
+    serializer.reset();
+    configMutex.reset();
+    if (client != nullptr) {
+        client->deleteLater(); // on its own thread's event loop, after the signals that are under way
+    }
+}
+
+void protobase_t::takeConfiguration()
+{
+    topic_t::setInstallationid(installationId());
+    logging = configuration->getMqtt()->getGlobal()->getLogging();
+}
+
+QString protobase_t::installationId() const
+{
+    return configuration->getMqtt()->getGlobal()->getInstallation_id();
+}
+
+QString protobase_t::getVersion()
+{
+    return utility::libraryVersion();
+}
+
+bool protobase_t::readConfigFromFile(QString const& path)
+try {
+    FLOTROFOBUL_LOG(4, "Read comunication configuration from file: "_l1 + path);
+    QFile file(path);
+    if (!file.exists()) {
+        if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+            FLOTROFOBUL_LOG(2, "Unable to open file: "_l1 + path + " Error: "_l1 + file.errorString());
+        }
+        return false;
+    }
+    // A file that cannot be opened reads as nothing, which is no JSON.
+    const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    QJsonParseError error{};
+    const QJsonDocument document = documentFromForeignJson(text, &error);
+    if (error.error != QJsonParseError::NoError) {
+        FLOTROFOBUL_LOG(2, "Error parsing file: "_l1 + path);
+        return false;
+    }
+    configuration->deserialize(document.object());
+    return true;
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+    return false;
+}
+
+bool protobase_t::readConfigFromJson(QJsonObject const& json)
+try {
+    FLOTROFOBUL_LOG(4, QStringLiteral("Read comunication configuration from json"));
+    if (json.isEmpty()) {
+        FLOTROFOBUL_LOG(2, QStringLiteral("Error: no valid json object"));
+        return false;
+    }
+    configuration->deserialize(json);
+    return true;
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+    return false;
+}
+
+bool protobase_t::saveConfigToFile(QString const& path)
+try {
+    FLOTROFOBUL_LOG(6, "Try to write config comunication: "_l1 + path);
+    const std::lock_guard<QRecursiveMutex> lock(*configMutex);
+    const QJsonObject json = configuration->serialize();
+    if (QFile::exists(path)) {
+        FLOTROFOBUL_LOG(6, "Override file "_l1 + path);
+    } else {
+        FLOTROFOBUL_LOG(3, "File not foud write "_l1 + path);
+    }
+    const std::unique_ptr<QFileDevice> file = writerFor(path);
+    if (path.isEmpty() || !file->open(QIODevice::WriteOnly)) {
+        FLOTROFOBUL_LOG(2, "Unable to open file: "_l1 + path);
+        return false;
+    }
+    if (!isSpecial(path) && !configuration->getMqtt()->getConnect()->getPassword().isEmpty()) {
+        file->setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    }
+    if (!writeWhole(*file, QJsonDocument(json).toJson(QJsonDocument::Indented))) {
+        FLOTROFOBUL_LOG(2, "Unable to write file: "_l1 + path);
+        return false;
+    }
+    FLOTROFOBUL_LOG(4, "Writed"_l1 + path);
+    return true;
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+    return false;
+}
+
+int protobase_t::init_comunication()
+try {
+    FLOTROFOBUL_LOG(4, "Init mosquitto clientid: "_l1 + system->getClientid());
+    auto* const mqtt = configuration->getMqtt();
+    if (client != nullptr) {
+        client->disconnect(this);
+        client->deleteLater();
+    }
+    client = new mosquittopp::mosquittoqt(system->getClientid(), mqtt->getConnect()->getCleansession(),
+                                          mqtt->getGlobal()->getAutoconnect());
+    client->setConnectTimeout(mqtt->getConnect()->getTimeout());
+    client->setOutboxLimits(mqtt->getConnect()->getOutbox_messages(), mqtt->getConnect()->getOutbox_bytes());
+    client->setMaxPacketBytes(mqtt->getConnect()->getMax_packet_bytes());
+    const int credentials =
+        client->username_pw_set(mqtt->getConnect()->getUsername(), mqtt->getConnect()->getPassword());
+    client->setLogging(mqtt->getGlobal()->getLogging());
+    client->setLoopInterval(mqtt->getGlobal()->getInterval());
+    const int security = init_security();
+    const int will = init_lastWillMessage();
+    wireClient();
+    return credentials != 0 || security != 0 || will != 0 ? 1 : 0;
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+    return 1;
+}
+
+// String-based, because the slots are known by their signature texts and wired in this order.
+void protobase_t::wireClient()
+{
+    QObject::connect(client, SIGNAL(onConnect(int)), this, SLOT(on_connect(int)));
+    QObject::connect(client, SIGNAL(onConnect_with_flags(int, int)), this, SLOT(on_connect_with_flags(int, int)));
+    QObject::connect(client, SIGNAL(onDisconnect(int)), this, SLOT(on_disconnect(int)));
+    QObject::connect(client, SIGNAL(onPublish(int)), this, SLOT(on_publish(int)));
+    QObject::connect(client, SIGNAL(onSubscribe(int, int, const int*)), this, SLOT(on_subscribe(int, int, const int*)));
+    QObject::connect(client, SIGNAL(onUnsubscribe(int)), this, SLOT(on_unsubscribe(int)));
+    QObject::connect(client, SIGNAL(onLog(int, QString)), this, SLOT(on_log(int, QString)));
+    QObject::connect(client, SIGNAL(onError()), this, SLOT(on_error()));
+    QObject::connect(client, SIGNAL(onMessage(int, QString, QString, int, int, bool)), this,
+                     SLOT(on_message(int, QString, QString, int, int, bool)));
+}
+
+int protobase_t::init_security()
+try {
+    FLOTROFOBUL_LOG(4, QStringLiteral("Init security ..."));
+    const auto* const security = configuration->getMqtt()->getSecurity();
+    if (!security->getTls_enable()) {
+        FLOTROFOBUL_LOG(4, QStringLiteral("Tls secure is disabled"));
+        return 0;
+    }
+    FLOTROFOBUL_LOG(4, QStringLiteral("Tls secure is enabled, try to set it .... "));
+    const int rc = brokerClient().tls_set(security->getCa_file(), QString(), QString(), QString(), nullptr);
+    const QString result = u'(' + QString::number(rc) + " TLS-SET) "_l1;
+    switch (rc) {
+    case 0:
+        FLOTROFOBUL_LOG(4, result + "Tls set on success"_l1);
+        FLOTROFOBUL_LOG(4, security->getTls_insecure() ? QStringLiteral("Tls set insecure")
+                                                       : QStringLiteral("Tls set secure"));
+        client->tls_insecure_set(security->getTls_insecure());
+        break;
+    case 1: FLOTROFOBUL_LOG(2, result + "Probably file format not correct"_l1); break;
+    case 3: FLOTROFOBUL_LOG(2, result + "Probably file not exist"_l1); break;
+    default: FLOTROFOBUL_LOG(2, result + "Unknown error"_l1); break;
+    }
+    return rc;
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+    return 1;
+}
+
+int protobase_t::init_lastWillMessage()
+try {
+    FLOTROFOBUL_LOG(4, QStringLiteral("Set last will message"));
+    FLOTROFOBUL_LOG(6, QStringLiteral("Create presentation object"));
+    system->setConnected(false);
+    const QString payload = JsonObjectToString({{dataKey, serializedSystem()}}, QJsonDocument::Compact);
+    brokerClient().will_clear();
+    QString topic = lastwill["topic"_l1].toString();
+    const int qos = lastwill["qos"_l1].toInt();
+    const bool retain = lastwill["retain"_l1].toBool();
+    topic_publish_resolution_sender(topic);
+    topic = topic_lastwillmessage(topic);
+    topic.replace(INSTALLATIONID, installationId());
+    FLOTROFOBUL_LOG(4, "Params last will message topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) +
+                           " retain: "_l1 + QString::number(retain));
+    FLOTROFOBUL_LOG(6, "payload: "_l1 + payload);
+    const int rc = client->will_set(topic, Encode(payload), qos, retain);
+    FLOTROFOBUL_LOG(4, "Set last will: "_l1 + QString::number(rc));
+    return rc;
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+    return -1;
+}
+
+mosquittopp::mosquittoqt& protobase_t::brokerClient() const
+{
+    if (client == nullptr) {
+        throw std::logic_error("no broker client before the first connect");
+    }
+    return *client;
+}
+
+QJsonObject protobase_t::serializedSystem() const
+{
+    return serializer->serialize<system_t*>(system.data());
+}
+
+std::unique_ptr<system_t> protobase_t::deserializedSystem(QJsonObject const& packet) const
+{
+    return std::unique_ptr<system_t>(serializer->deserialize<system_t*>(packet));
+}
+
+void protobase_t::storeMaster(QString const& id, QJsonObject const& data)
+{
+    system->setMaster(id, withoutDeeperMasters(data));
+}
+
+// A master's record holds the record of the master before it, which holds the one before that: each reconnection of
+// a default master would add a level, until receivers refuse the packet as nested too deep (QJsonDocument reads
+// 1,024 levels). Eight tell more than anybody asks for; what lies deeper is cut.
+QJsonObject protobase_t::withoutDeeperMasters(QJsonObject const& record)
+{
+    constexpr int mostLevels = 8;
+    return cutMasters(record, mostLevels);
+}
+
+} // namespace comunication

@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: MIT
+// What arrives at a client.
+#include <flotrofobul/define/packet.h>
+#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protoclient_t.h>
+#include <flotrofobul/utility/system_t.h>
+
+#include <QtCore/QRegExp>
+
+namespace comunication {
+
+using utility::destination_publish_client_t;
+using utility::destination_subscription_t;
+
+namespace {
+
+constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclient_t";
+
+const QString presentationCommand = commandOf(topicOf(presentation));
+const QString electionCommand = commandOf(topicOf(masterelection));
+const QString readyTopic = FORWARD_PREFIX + u'/' + topicOf(pkgClientReady);
+const QString statusWord = QStringLiteral("status");
+
+// The kinds of status packet, in the order in which they are tried.
+const struct {
+    QString command;
+    void (protobase_t::*report)(QJsonObject);
+} statusKinds[] = {
+    {commandOf(PREFIX_STATUS_PERSISTENT_DB), &protobase_t::onDatabasePersistentStatus},
+    {commandOf(PREFIX_STATUS_REALTIME_DB), &protobase_t::onDatabaseRealtimeStatus},
+    {commandOf(PREFIX_STATUS_PRESENCESIMULATION_DB), &protobase_t::onDatabasePresenceSimulationStatus},
+};
+
+} // namespace
+
+void protoclient_t::onConnect(int /*rc*/)
+{}
+void protoclient_t::onPublish(int /*mid*/)
+{}
+void protoclient_t::onLog(int /*level*/, QString /*str*/)
+{}
+void protoclient_t::onError()
+{}
+
+void protoclient_t::onConnect_with_flags(int rc, int /*flags*/)
+{
+    if (rc == 0) {
+        subscription_presentation();
+        publish_presentation(destination_publish_client_t::own_server.ToString());
+    }
+}
+
+void protoclient_t::onDisconnect(int /*rc*/)
+{
+    FLOTROFOBUL_LOG(4, QStringLiteral("Clear server id and status"));
+    forgetMaster();
+    serverPresentations.clear();
+}
+
+void protoclient_t::forgetMaster()
+{
+    system->setMaster(QString(), QJsonObject());
+}
+
+void protoclient_t::onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain)
+{
+    FLOTROFOBUL_LOG(6, "Processing message => mid: "_l1 + QString::number(mid) + " topic: "_l1 + topic.getOriginal() +
+                           " qos: "_l1 + QString::number(qos) + " retain: "_l1 + QString::number(retain));
+    if (processPresentation(topic, value.toObject()) || processMasterElection(topic, value.toObject()) ||
+        processStatusDB(topic, value)) {
+        return;
+    }
+    FLOTROFOBUL_LOG(3, "Message unknown: "_l1 + topic.getOriginal());
+    Q_EMIT on_Unknown(topic.getOriginal(), value, qos, retain);
+}
+
+bool protoclient_t::processPresentation(topic_t topic, QJsonObject const& packet)
+{
+    if (topic.getValue() != presentationCommand) {
+        return false;
+    }
+    const auto node = deserializedSystem(packet);
+    const QString id = node->getClientid();
+    if (topic.getSender() != id || !packet.contains("connected"_l1) || !packet.contains("clientid"_l1) ||
+        !packet.contains("type"_l1)) {
+        FLOTROFOBUL_LOG(3, "Internal error not complient packet for "_l1 + id);
+        return true;
+    }
+    // By the text: getServiceType() takes everything that is no server for a client.
+    if (node->getType() == service_t::client.ToString()) {
+        FLOTROFOBUL_LOG(2, "Anomaly, the client should not receive messages presentation from another client "_l1 +
+                               topic.getOriginal());
+        return true;
+    }
+    if (node->getType() != service_t::server.ToString()) {
+        FLOTROFOBUL_LOG(2, "non-compliant type (no client - no server) :"_l1 + node->getTypeStr());
+        return false;
+    }
+    if (knownClient(packet)) {
+        FLOTROFOBUL_LOG(4, "Ignored same message as last: "_l1 + topic.getOriginal());
+        return true;
+    }
+    const QPointer<protobase_t> alive(this);
+    if (node->getConnected()) {
+        serverIsOnline(topic, *node, packet);
+    } else {
+        serverIsOffline(topic, id, packet);
+    }
+    if (alive) {
+        logServers();
+    }
+    return true;
+}
+
+void protoclient_t::serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet)
+{
+    const QPointer<protobase_t> alive(this);
+    FLOTROFOBUL_LOG_AS(4, "Receive last will - The server is OFFLINE id: "_l1 + id, "processPresentation");
+    if (id == system->getMasterId()) {
+        init_subscription(utility::unsubscribe_topics); // while the master is still known
+        forgetMaster();
+        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), false, packet);
+    }
+    if (alive) {
+        serverPresentations.remove(id);
+    }
+}
+
+void protoclient_t::serverIsOnline(topic_t const& topic, system_t const& server, QJsonObject const& packet)
+{
+    const QString id = server.getClientid();
+    FLOTROFOBUL_LOG_AS(4, "Receive presentation "_l1 + id + " from server is ONLINE - "_l1 + topic.getOriginal(),
+                       "processPresentation");
+    const bool declaresItself = server.getMasterId() == id && !id.isEmpty();
+    if (id != system->getMasterId() && declaresItself && !adoptMaster(topic, id, packet)) {
+        return;
+    }
+    serverPresentations[id] = packet;
+    // What was sent to this client alone is an answer already; answering it again would never end.
+    if (topic.getDestination() != system->getClientid()) {
+        publish_presentation(id);
+    }
+}
+
+// False when the host has deleted the engine on hearing of its master.
+bool protoclient_t::adoptMaster(topic_t const& topic, QString const& id, QJsonObject const& packet)
+{
+    constexpr const char* function = "processPresentation";
+    const QPointer<protobase_t> alive(this);
+    FLOTROFOBUL_LOG_AS(4, "My master is online: "_l1 + id, function);
+    init_subscription(utility::unsubscribe_topics);
+    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Add/Update backup my server presentation"), function);
+    storeMaster(id, packet);
+    placeholders[destination_subscription_t::idserver.ToString()] = {system->getMasterId()};
+    init_subscription(utility::subscribe_topics);
+    Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(),
+                           system->getMasterData().value("connected"_l1).toBool(), packet);
+    return !alive.isNull();
+}
+
+void protoclient_t::logServers() const
+{
+    constexpr const char* function = "processPresentation";
+    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
+        return;
+    }
+    FLOTROFOBUL_LOG_AS(4, "Servers connected: "_l1 + QString::number(serverPresentations.size()), function);
+    int number = 0;
+    for (auto server = serverPresentations.keyBegin(); server != serverPresentations.keyEnd(); ++server) {
+        FLOTROFOBUL_LOG_AS(4, QString::number(number++) + ". server: "_l1 + *server, function);
+    }
+}
+
+// The comparison with the last presentation is left out on purpose: a presentation that repeats itself still asks
+// for an answer.
+bool protoclient_t::knownClient(QJsonObject const& /*packet*/)
+{
+    return false;
+}
+
+bool protoclient_t::processMasterElection(topic_t topic, QJsonObject const& packet)
+{
+    if (topic.getValue() != electionCommand) {
+        return false;
+    }
+    const QJsonValue named = packet.value("masterid"_l1);
+    if (named.isUndefined()) {
+        FLOTROFOBUL_LOG(2, QStringLiteral("Master id is void"));
+        return true;
+    }
+    if (named.toString() == system->getMasterId()) {
+        // A master names itself when it gives the role away: wait for the next one's presentation.
+        init_subscription(utility::unsubscribe_topics);
+        forgetMaster();
+    } else {
+        FLOTROFOBUL_LOG(4, "Ignore my master is "_l1 + system->getMasterId());
+    }
+    return true;
+}
+
+bool protoclient_t::processStatusDB(topic_t topic, QJsonValue const& value)
+{
+    const QString command = topic.getValue();
+    for (const auto& kind : statusKinds) {
+        if (!command.startsWith(kind.command)) {
+            continue;
+        }
+        FLOTROFOBUL_LOG(4, QStringLiteral("Status Message"));
+        QJsonObject packet = value.toObject();
+        addAddress(packet, topic, statusWord);
+        Q_EMIT(this->*kind.report)(packet);
+        return true;
+    }
+    return false;
+}
+
+// The master learns that this client is ready when the broker has confirmed the subscription of its status topic.
+
+void protoclient_t::onSubscribe(int /*mid*/, int /*qos_count*/, int const* /*granted_qos*/, QString topic)
+{
+    if (!clientReady && isOwnStatusTopic(topic, QStringLiteral("/"))) {
+        clientReady = true;
+        publishReady(QStringLiteral("1"));
+    }
+}
+
+void protoclient_t::onUnsubscribe(int /*mid*/, QString topic)
+{
+    // Without the "/" among the characters, unlike above: only a topic of one level before the destination ends
+    // the readiness.
+    if (clientReady && isOwnStatusTopic(topic, QString())) {
+        clientReady = false;
+        publishReady(QStringLiteral("0"));
+    }
+}
+
+bool protoclient_t::isOwnStatusTopic(QString const& topic, QString const& furtherCharacters) const
+{
+    const QRegExp pattern("^["_l1 + topic_t::getAdmitedword() + furtherCharacters + "]+/("_l1 +
+                              destination_subscription_t::all.ToString() + u'|' + system->getClientid() +
+                              ")/status/#$"_l1,
+                          Qt::CaseSensitive, QRegExp::RegExp);
+    return pattern.exactMatch(topic);
+}
+
+void protoclient_t::publishReady(QString const& text)
+{
+    QString topic = readyTopic;
+    topic_resolution_destination(topic, system->getMasterId());
+    protobase_t::publish(topic, QJsonValue(text), utility::exactly_once, false);
+}
+
+void protoclient_t::onChangeStausBroker(int /*mid*/, QString topic, QString payload, int /*payloadlen*/, int /*qos*/,
+                                        bool /*retain*/)
+{
+    const QString cloud = "/clients/"_l1 + bridge_key;
+    if (topic.endsWith(cloud + "/connected"_l1)) {
+        Q_EMIT onBridgeConnectionCloudEvent(topic, bridge_key, payload, true);
+    } else if (topic.endsWith(cloud + "/disconnected"_l1)) {
+        Q_EMIT onBridgeConnectionCloudEvent(topic, bridge_key, payload, false);
+    } else {
+        reportBridgeState(topic, payload, logSource);
+    }
+}
+
+} // namespace comunication

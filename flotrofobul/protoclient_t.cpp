@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: MIT
+// Start-up, presentation and subscriptions of a client.
+#include <flotrofobul/define/packet.h>
+#include <flotrofobul/platform/config/mosquittocnf.h>
+#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protoclient_t.h>
+#include <flotrofobul/utility/system_t.h>
+
+namespace comunication {
+
+using utility::destination_publish_client_t;
+using utility::destination_subscription_t;
+
+namespace {
+
+constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclient_t";
+
+} // namespace
+
+protoclient_t::protoclient_t(QString const& versionApp, QString const& _configPath, QString const& clientId,
+                             bool _encoding)
+    : protobase_t(service_t::client, versionApp, _configPath, clientId, _encoding)
+{
+    startUp();
+}
+
+protoclient_t::protoclient_t(QString const& versionApp, QJsonObject const& _configuration, QString const& clientId,
+                             bool _encoding)
+    : protobase_t(service_t::client, versionApp, _configuration, clientId, _encoding)
+{
+    startUp();
+}
+
+void protoclient_t::startUp()
+{
+    constexpr const char* function = "protoclient_t";
+    broadcastWord = QStringLiteral("broadcast");
+    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Init protocol for client "), function);
+    const QString id = configuration->getMqtt()->getGlobal()->getInstallation_id();
+    if (id.isEmpty()) {
+        FLOTROFOBUL_LOG_AS(3, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
+                           function);
+        FLOTROFOBUL_LOG_AS(3, QStringLiteral("Installation id is empty  ..."), function);
+    } else {
+        FLOTROFOBUL_LOG_AS(4, "Installation id is: "_l1 + id, function);
+    }
+    const QString idclient = destination_subscription_t::idclient.ToString();
+    const QString idserver = destination_subscription_t::idserver.ToString();
+    placeholders[DESTINATION] = {destination_subscription_t::all.ToString(), idclient};
+    placeholders[idclient] = {system->getClientid()};
+    placeholders[SENDER] = {idserver};
+    placeholders[idserver] = {system->getMasterId()};
+}
+
+protoclient_t::~protoclient_t()
+{
+    FLOTROFOBUL_LOG(4, QStringLiteral("Destroy comunication client ..."));
+    serverPresentations.clear();
+}
+
+void protoclient_t::setBridgeKey(QString const& key)
+{
+    bridge_key = key;
+    if (bridge_key.isEmpty()) {
+        FLOTROFOBUL_LOG(2, QStringLiteral("Unable to subrscibe/unsubscribe bridge because bridge_key is empty!"));
+    }
+}
+
+void protoclient_t::subscribe_bridge()
+try {
+    const QString up = topicOf(bridge_state_cloud_connection).replace(BRIDGEKEY, bridge_key);
+    const QString down = topicOf(bridge_state_cloud_disconnection).replace(BRIDGEKEY, bridge_key);
+    if (isStatusbroker()) {
+        const qos_t qos = qosOf(bridge_state_cloud_connection); // of both topics
+        subscribe(up, qos);
+        subscribe(down, qos);
+    } else {
+        unsubscribe(up);
+        unsubscribe(down);
+    }
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+}
+
+QString protoclient_t::getServerId() const
+{
+    return system->getMasterId();
+}
+
+// Bridges are a matter of the servers.
+void protoclient_t::init_bridge(subscribe_t /*which*/)
+{}
+
+void protoclient_t::publish_presentation(QString const& destination)
+try {
+    sendPresentation(destination, logSource);
+} catch (...) {
+    // A node that cannot present itself is of no use to the others: it goes, and they are told.
+    FLOTROFOBUL_LOG(0, exceptionText("Handling exception in presentation: disconnect. "_l1,
+                                     "Handling exception in presentation "_l1));
+    disconnection(true);
+}
+
+void protoclient_t::subscription_presentation()
+try {
+    clientReady = false;
+    init_bridge(utility::subscribe_topics);
+    const QString jolly = destination_subscription_t::jolly.ToString();
+    for (const QString& destination : {destination_subscription_t::all.ToString(), system->getClientid(),
+                                       destination_subscription_t::all_clients.ToString()}) {
+        QString topic = topicOf(presentation);
+        topic_resolution(topic, jolly, destination);
+        subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, topic, qosOf(presentation), true);
+    }
+    subscribe(topicOf(bridge_state), qosOf(bridge_state));
+} catch (...) {
+    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+}
+
+QString protoclient_t::topic_lastwillmessage(QString topic)
+{
+    return FORWARD_PREFIX + u'/' + topic.replace(DESTINATION, destination_publish_client_t::own_server.ToString());
+}
+
+void protoclient_t::init_subscription(subscribe_t which)
+try {
+    const bool on = which == utility::subscribe_topics;
+    placeholders[destination_subscription_t::idclient.ToString()] = {system->getClientid()};
+    FLOTROFOBUL_LOG(4, QStringLiteral("Init subscription client"));
+    const QString server = getServerId();
+    if (which == utility::unsubscribe_topics || server.isEmpty()) {
+        clientReady = false;
+    }
+    if (server.isEmpty()) {
+        FLOTROFOBUL_LOG(4, QStringLiteral("No init subscription because server id is null"));
+        return;
+    }
+    // Nothing follows this banner: the presentation topics belong to subscription_presentation().
+    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------PRESENTATION-----------------------------"));
+
+    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------MASTER-----------------------------"));
+    QString master = topicOf(masterelection);
+    topic_resolution(master, server, destination_subscription_t::all_clients.ToString());
+    subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, master, qosOf(masterelection), on);
+
+    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------ALL BASE-----------------------------"));
+    protobase_t::init_subscription(which);
+
+    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------ONLY CLIENT-----------------------------"));
+    for (const QJsonValue entry : subscriptions_client) {
+        subscribeClientTopic(entry.toObject(), on);
+    }
+} catch (...) {
+    FLOTROFOBUL_LOG(1, QStringLiteral("Handling generic exception."));
+}
+
+// Topics of the broker go through the forward, remote and first cloud bridge, all others through the forward and
+// both cloud bridges and never through the remote one.
+void protoclient_t::subscribeClientTopic(QJsonObject const& entry, bool on)
+{
+    constexpr const char* function = "init_subscription";
+    const QString topic = topicOf(entry);
+    const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
+    FLOTROFOBUL_LOG_AS(4, QStringLiteral("-----------------------------SYS-----------------------------"), function);
+    if (topic.startsWith(PREFIX_PERFORMANCE)) {
+        if (!isStatusbroker()) {
+            return;
+        }
+        for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
+            FLOTROFOBUL_LOG_AS(6, attempt + *bridge + u'/' + topic, function);
+            subscribeThrough({bridge}, topic, qosOf(entry), on);
+        }
+        return;
+    }
+    FLOTROFOBUL_LOG_AS(4, QStringLiteral("-----------------------------NON SYS-----------------------------"),
+                       function);
+    FLOTROFOBUL_LOG_AS(6, on ? QString(attempt + FORWARD_PREFIX + u'/' + topic) : QString(attempt + topic), function);
+    subscribeThrough({&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2}, topic, qosOf(entry), on);
+}
+
+void protoclient_t::subscribeThrough(std::initializer_list<const QString*> bridges, QString const& topic, qos_t qos,
+                                     bool on)
+{
+    for (const QString* const bridge : bridges) {
+        if (on) {
+            subscribe(*bridge + u'/' + topic, qos);
+        } else {
+            unsubscribe(*bridge + u'/' + topic);
+        }
+    }
+}
+
+void protoclient_t::publish(QJsonObject _packet)
+try {
+    if (getServerId().isEmpty()) {
+        FLOTROFOBUL_LOG(3, QStringLiteral("No master id"));
+        Q_EMIT onMasterIdError(_packet);
+        return;
+    }
+    protobase_t::publish(_packet, utility::exactly_once, false);
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+}
+
+} // namespace comunication

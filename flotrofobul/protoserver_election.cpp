@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+// Who is master. Nothing is compared and nobody votes: the last announcement wins.
+#include <flotrofobul/define/packet.h>
+#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protoserver_t.h>
+#include <flotrofobul/utility/system_t.h>
+
+namespace comunication {
+
+using utility::destination_publish_server_t;
+
+namespace {
+
+constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
+
+const QString electionTopic = topicOf(masterelection);
+const qos_t electionQos = qosOf(masterelection);
+const QString electionCommand = commandOf(electionTopic);
+
+} // namespace
+
+bool protoserver_t::isMaster()
+{
+    const QString master = system->getMasterId();
+    if (master == system->getClientid()) {
+        FLOTROFOBUL_LOG(6, "I'm master -"_l1 + master + u'-');
+        return true;
+    }
+    FLOTROFOBUL_LOG(4, master.trimmed().isEmpty() ? QStringLiteral("Master is not set!")
+                                                  : QString("Master id is -"_l1 + master + u'-'));
+    return false;
+}
+
+void protoserver_t::setMaster()
+try {
+    FLOTROFOBUL_LOG(4, QStringLiteral("I'm default master"));
+    if (!connected()) {
+        defaultMaster = true;
+        return;
+    }
+    storeMaster(system->getClientid(), serializedSystem());
+    becomeMaster(__func__);
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+}
+
+void protoserver_t::becomeMaster(const char* function)
+{
+    subscription_presentation(service_t::client, utility::subscribe_topics);
+    FLOTROFOBUL_LOG_AS(3, QStringLiteral("Publish that i'm a master"), function);
+    publish_presentation(destination_publish_server_t::all.ToString());
+}
+
+bool protoserver_t::processMasterElection(topic_t topic, QJsonObject const& packet)
+{
+    if (topic.getValue() != electionCommand) {
+        return false;
+    }
+    const QJsonValue named = packet.value("masterid"_l1);
+    if (named.isUndefined()) {
+        FLOTROFOBUL_LOG(2, QStringLiteral("Master id is void"));
+        return true;
+    }
+    const QString id = named.toString();
+    const QString old = system->getMasterId();
+    FLOTROFOBUL_LOG(3, "Master election "_l1 + old + " - "_l1 + id);
+    if (id == old) {
+        FLOTROFOBUL_LOG(4, "Ignore same masterid: "_l1 + old);
+        return true;
+    }
+    FLOTROFOBUL_LOG(4, "New masterid: "_l1 + id + " old: "_l1 + old);
+    if (old == system->getClientid()) {
+        publish_undomaster(); // while this server still is the master it speaks of
+    }
+    storeMaster(id, packet);
+    if (isMaster()) {
+        becomeMaster(__func__);
+    } else if (!old.isEmpty()) {
+        // Also when this server never was the master: dropping what is not subscribed does no harm.
+        FLOTROFOBUL_LOG(4, "Unsubscribe all message from client and bridge old master: -"_l1 + old + u'-');
+        subscription_presentation(service_t::client, utility::unsubscribe_topics);
+    }
+    return true;
+}
+
+void protoserver_t::publish_undomaster()
+try {
+    QString topic = electionTopic;
+    topic_resolution(topic, system->getClientid(), destination_publish_server_t::all_clients.ToString());
+    topic.prepend(FORWARD_PREFIX + u'/');
+    FLOTROFOBUL_LOG(4, QStringLiteral("I advise only client who are no longer the master"));
+    FLOTROFOBUL_LOG(6, topic);
+    publish(topic, QJsonObject{{QStringLiteral("masterid"), system->getClientid()}}, electionQos, false);
+} catch (...) {
+    FLOTROFOBUL_LOG(1, exceptionText());
+}
+
+} // namespace comunication

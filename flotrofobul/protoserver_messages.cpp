@@ -1,0 +1,332 @@
+// SPDX-License-Identifier: MIT
+// What arrives at a server, and what the broker's link brings.
+#include <flotrofobul/define/packet.h>
+#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protoserver_t.h>
+#include <flotrofobul/utility/system_t.h>
+
+#include <utility>
+
+namespace comunication {
+
+using utility::destination_publish_server_t;
+
+namespace {
+
+constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
+
+const QString presentationCommand = commandOf(topicOf(presentation));
+const QString readyCommand = commandOf(topicOf(pkgClientReady));
+const QString requestWord = QStringLiteral("request");
+
+// The kinds of request, in the order in which they are tried.
+const struct {
+    QString command;
+    QString announcement;
+    void (protoserver_t::*report)(QJsonObject);
+} requestKinds[] = {
+    {commandOf(PREFIX_REQUEST_PERSISTENT_DB), QStringLiteral("Request Message for Database Persistent "),
+     &protoserver_t::onRequestPersistentRequest},
+    {commandOf(PREFIX_REQUEST_REALTIME_DB), QStringLiteral("Request Message for Database Realtime "),
+     &protoserver_t::onRequestRealtimeRequest},
+    {commandOf(PREFIX_REQUEST_PRESENCESIMULATION_DB),
+     QStringLiteral("Request Message for Database Presence simulation "),
+     &protoserver_t::onRequestPresenceSimulationRequest},
+    {commandOf(PREFIX_REQUEST_COMMAND_DB), QStringLiteral("Request Message for Database command "),
+     &protoserver_t::onRequestCmd},
+};
+
+bool isServer(system_t const& node)
+{
+    return node.getType() == service_t::server.ToString();
+}
+
+} // namespace
+
+void protoserver_t::onConnect(int /*rc*/)
+{}
+void protoserver_t::onPublish(int /*mid*/)
+{}
+void protoserver_t::onSubscribe(int /*mid*/, int /*qos_count*/, int const* /*granted_qos*/, QString /*topic*/)
+{}
+void protoserver_t::onUnsubscribe(int /*mid*/, QString /*topic*/)
+{}
+void protoserver_t::onLog(int /*level*/, QString /*str*/)
+{}
+void protoserver_t::onError()
+{}
+
+void protoserver_t::onConnect_with_flags(int rc, int /*flags*/)
+{
+    if (rc != 0) {
+        return;
+    }
+    if (defaultMaster) {
+        FLOTROFOBUL_LOG(4, QStringLiteral("I'm default master"));
+        storeMaster(system->getClientid(), serializedSystem());
+    }
+    if (system->getMasterId().isEmpty()) {
+        FLOTROFOBUL_LOG(4, QStringLiteral("Master is not assigned"));
+    }
+    FLOTROFOBUL_LOG(6, QStringLiteral("Subscribe presentation and my client for all other servers"));
+    subscription_presentation(service_t::server, utility::subscribe_topics);
+    if (isMaster()) {
+        subscription_presentation(service_t::client, utility::subscribe_topics);
+    }
+    publish_presentation(destination_publish_server_t::all.ToString());
+    Q_EMIT onConnection();
+}
+
+void protoserver_t::onDisconnect(int /*rc*/)
+{
+    FLOTROFOBUL_LOG(4, QStringLiteral("Clear all client"));
+    // The records stay: the host may hold the map that getClients() gave it.
+    for (auto client = clients.cbegin(); client != clients.cend(); ++client) {
+        formerClients.insert(client.key(), client.value());
+    }
+    clients.clear();
+}
+
+void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain)
+{
+    FLOTROFOBUL_LOG(6, "Processing message => mid: "_l1 + QString::number(mid) + " _topic: "_l1 + topic.getOriginal() +
+                           " qos: "_l1 + QString::number(qos) + " retain: "_l1 + QString::number(retain));
+    if (processPresentation(topic, payload.toObject()) || processMasterElection(topic, payload.toObject()) ||
+        processRequestDB(topic, payload) || processClientReady(topic, payload)) {
+        return;
+    }
+    FLOTROFOBUL_LOG(3, "Message unknown: "_l1 + topic.getOriginal());
+    Q_EMIT on_Unknown(topic.getOriginal(), payload, qos, retain);
+}
+
+bool protoserver_t::knownClient(QJsonObject const& packet)
+{
+    return isKnown(*deserializedSystem(packet));
+}
+
+bool protoserver_t::isKnown(system_t const& node) const
+{
+    const system_t* const known = (isServer(node) ? servers : clients).value(node.getClientid(), nullptr);
+    return known != nullptr && known->getClientid() == node.getClientid() &&
+           known->getConnected() == node.getConnected() && known->getMasterId() == node.getMasterId();
+}
+
+bool protoserver_t::processPresentation(topic_t topic, QJsonObject const& packet)
+{
+    if (topic.getValue() != presentationCommand) {
+        return false;
+    }
+    auto node = deserializedSystem(packet);
+    const QString sender = topic.getSender();
+    if (sender != node->getClientid() || !packet.contains("connected"_l1) || !packet.contains("clientid"_l1) ||
+        !packet.contains("type"_l1)) {
+        refusePresentation(sender);
+    } else if (isServer(*node)) {
+        processServer(topic, std::move(node), packet);
+    } else if (node->getType() == service_t::client.ToString()) {
+        processClient(topic, std::move(node), packet);
+    } else {
+        FLOTROFOBUL_LOG(2, "non-compliant type (no client - no server) from: "_l1 + sender);
+    }
+    return true;
+}
+
+void protoserver_t::refusePresentation(QString const& sender)
+{
+    FLOTROFOBUL_LOG_AS(2, "Internal error not complient packet from: "_l1 + sender, "processPresentation");
+    remove(clients, sender);
+    remove(servers, sender);
+    if (sender != system->getClientid()) {
+        publish_presentation(sender);
+    }
+    logClients();
+}
+
+void protoserver_t::processServer(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet)
+{
+    if (isKnown(*server)) {
+        FLOTROFOBUL_LOG_AS(4, "Ignored same message as last: "_l1 + topic.getOriginal(), "processPresentation");
+        return;
+    }
+    if (isRefusedOrigin(topic, server->getConnected())) {
+        return;
+    }
+    const QPointer<protobase_t> alive(this);
+    // From any other origin nothing is stored.
+    if (topic.getOrigin() == REMOTE_PREFIX) {
+        if (server->getConnected()) {
+            serverIsOnline(topic, std::move(server), packet);
+        } else {
+            serverIsOffline(topic, server->getClientid(), packet);
+        }
+    }
+    if (alive) {
+        logServers();
+    }
+}
+
+// Servers are to meet over the remote bridge alone. The blanks before the topics differ on purpose.
+bool protoserver_t::isRefusedOrigin(topic_t const& topic, bool online) const
+{
+    const QString origin = topic.getOrigin();
+    QLatin1String refusal;
+    if (origin == FORWARD_PREFIX) {
+        refusal = online ? "Many server on same broker: "_l1 : "Many server on same broker:"_l1;
+    } else if (origin == CLOUD_PREFIX_1 || origin == CLOUD_PREFIX_2) {
+        refusal = "Run server on cloud broker:"_l1;
+    } else if (origin.isEmpty()) {
+        refusal = "Presentation from another server non-compliant:"_l1;
+    } else {
+        return false;
+    }
+    FLOTROFOBUL_LOG_AS(2, refusal + topic.getOriginal(), "processPresentation");
+    return true;
+}
+
+void protoserver_t::serverIsOnline(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet)
+{
+    constexpr const char* function = "processPresentation";
+    FLOTROFOBUL_LOG_AS(
+        4, "Receive presentation "_l1 + server->getClientid() + " server is ONLINE - "_l1 + topic.getOriginal(),
+        function);
+    FLOTROFOBUL_LOG_AS(6, QStringLiteral("Add/Update server presentation"), function);
+    const QString master = server->getMasterId();
+    const bool online = server->getConnected();
+    store(servers, std::move(server));
+    if (master.isEmpty() || master == system->getMasterId()) {
+        publish_presentation(destination_publish_server_t::all_servers.ToString());
+        return;
+    }
+    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Update masterid"), function);
+    storeMaster(master, packet);
+    subscription_presentation(service_t::client, utility::subscribe_topics);
+    if (isMaster()) {
+        publish_presentation(destination_publish_server_t::all.ToString());
+        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), online, packet);
+    }
+}
+
+void protoserver_t::serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet)
+{
+    constexpr const char* function = "processPresentation";
+    FLOTROFOBUL_LOG_AS(4, "Receive last will from "_l1 + id + " server is OFFLINE"_l1, function);
+    const QPointer<protobase_t> alive(this);
+    if (isMaster()) {
+        FLOTROFOBUL_LOG_AS(6, QStringLiteral("E' master allora aggiorno il payload"), function);
+        system->setMasterData(withoutDeeperMasters(packet));
+        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), false, packet);
+    }
+    if (alive) {
+        remove(servers, id);
+    }
+}
+
+// A client that presents itself again is served again, whatever is known of it: it may have missed the answer.
+void protoserver_t::processClient(topic_t const& topic, std::unique_ptr<system_t> node, QJsonObject const& packet)
+{
+    constexpr const char* function = "processPresentation";
+    const QString id = node->getClientid();
+    const bool online = node->getConnected();
+    if (online) {
+        FLOTROFOBUL_LOG_AS(
+            4, "Receive presentation from local: "_l1 + id + " client is ONLINE "_l1 + topic.getOriginal(), function);
+        FLOTROFOBUL_LOG_AS(6, QStringLiteral("Add/Update client presentation"), function);
+        remove(formerClients, id);
+        store(clients, std::move(node));
+        if (topic.getDestination() != system->getClientid()) {
+            publish_presentation(id);
+        }
+    } else {
+        FLOTROFOBUL_LOG_AS(4, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, function);
+        FLOTROFOBUL_LOG_AS(6, QStringLiteral("Remove client presentation"), function);
+        remove(clients, id);
+        remove(formerClients, id);
+    }
+    const QPointer<protobase_t> alive(this);
+    if (isMaster()) {
+        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), online, packet);
+    }
+    if (alive) {
+        logClients();
+    }
+}
+
+void protoserver_t::store(nodes_t& nodes, std::unique_ptr<system_t> node)
+{
+    system_t*& place = nodes[node->getClientid()];
+    delete std::exchange(place, node.release());
+}
+
+void protoserver_t::remove(nodes_t& nodes, QString const& id)
+{
+    delete nodes.take(id);
+}
+
+// The lists are walked only for somebody who reads them: with 500 panels they cost more than all the rest.
+
+void protoserver_t::logServers() const
+{
+    constexpr const char* function = "processPresentation";
+    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
+        return;
+    }
+    FLOTROFOBUL_LOG_AS(4, "Server known: "_l1 + QString::number(servers.size()), function);
+    int number = 0;
+    for (auto server = servers.cbegin(); server != servers.cend(); ++server) {
+        FLOTROFOBUL_LOG_AS(4,
+                           QString::number(number++) + ". "_l1 + server.key() + " - master id-"_l1 +
+                               server.value()->getMasterId() + u'-',
+                           function);
+    }
+}
+
+void protoserver_t::logClients() const
+{
+    constexpr const char* function = "processPresentation";
+    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
+        return;
+    }
+    FLOTROFOBUL_LOG_AS(4, "Client connected: "_l1 + QString::number(clients.size()), function);
+    int number = 0;
+    for (auto client = clients.cbegin(); client != clients.cend(); ++client) {
+        FLOTROFOBUL_LOG_AS(4, QString::number(number++) + ". "_l1 + client.key(), function);
+    }
+}
+
+bool protoserver_t::processRequestDB(topic_t topic, QJsonValue const& payload)
+{
+    const QString command = topic.getValue();
+    for (const auto& kind : requestKinds) {
+        if (!command.startsWith(kind.command)) {
+            continue;
+        }
+        FLOTROFOBUL_LOG(6, kind.announcement);
+        QJsonObject packet = payload.toObject();
+        addAddress(packet, topic, requestWord);
+        FLOTROFOBUL_LOG(6, "Request Message "_l1 + topicOf(packet));
+        FLOTROFOBUL_LOG(6, "Payload "_l1 + payload.toString());
+        Q_EMIT(this->*kind.report)(packet);
+        return true;
+    }
+    return false;
+}
+
+bool protoserver_t::processClientReady(topic_t topic, QJsonValue const& payload)
+{
+    if (topic.getValue() != readyCommand) {
+        return false;
+    }
+    FLOTROFOBUL_LOG(4, QStringLiteral("Client ready message"));
+    QJsonObject packet{{QStringLiteral("payload"), payload}};
+    addAddress(packet, topic, requestWord);
+    Q_EMIT onClientReady(packet);
+    return true;
+}
+
+void protoserver_t::onChangeStausBroker(int /*mid*/, QString topic, QString payload, int /*payloadlen*/, int /*qos*/,
+                                        bool /*retain*/)
+{
+    reportBridgeState(topic, payload, logSource);
+}
+
+} // namespace comunication

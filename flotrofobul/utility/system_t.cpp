@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/utility/system_t.h>
+
+#include <QtCore/QCryptographicHash>
+#include <QtCore/QFile>
+#include <QtCore/QMetaEnum>
+#include <QtCore/QRegExp>
+#include <QtCore/QSysInfo>
+#include <QtCore/QUuid>
+
+namespace comunication {
+namespace utility {
+
+namespace {
+
+constexpr const char logSource[] = "libscomunication/libmosquittoproto/utility/system_t";
+
+[[maybe_unused]] const int registered = qRegisterMetaType<system_t*>("system_t*");
+
+QString flagsText(QNetworkInterface::InterfaceFlags flags)
+{
+    static const struct {
+        QNetworkInterface::InterfaceFlag flag;
+        QLatin1String text;
+    } further[] = {{QNetworkInterface::IsRunning, " | IsRunning"_l1},
+                   {QNetworkInterface::IsLoopBack, " | IsLoopBack"_l1},
+                   {QNetworkInterface::IsPointToPoint, " | IsPointToPoint"_l1}};
+    QString text = flags.testFlag(QNetworkInterface::IsUp) ? QStringLiteral("IsUp") : QStringLiteral("IsDown");
+    for (const auto& one : further) {
+        if (flags.testFlag(one.flag)) {
+            text += one.text;
+        }
+    }
+    return text;
+}
+
+QString typeText(QNetworkInterface::InterfaceType type)
+{
+    return QLatin1String(QMetaEnum::fromType<QNetworkInterface::InterfaceType>().valueToKey(type));
+}
+
+} // namespace
+
+QString libraryVersion()
+{
+    return QStringLiteral("1.1.2");
+}
+
+system_t::system_t(QObject* parent) : QObject(parent), id_prefix(QStringLiteral("tarnel-"))
+{}
+
+system_t::system_t(const QString& _versionApp, service_t _servicetype, const QString& _clientId, QObject* parent)
+    : system_t(parent)
+{
+    versionApp = _versionApp;
+    type = _servicetype.ToString();
+    // A given id says that the host knows who it is; the machine is not asked then.
+    clientid = _clientId.trimmed().isEmpty() ? calculateId() : _clientId;
+}
+
+// The line numbers below are part of the texts that the system's readers of logs know.
+
+QString system_t::calculateId()
+try {
+    os = QStringList{QSysInfo::prettyProductName(), QSysInfo::productType(),   QSysInfo::productVersion(),
+                     QSysInfo::kernelType(),        QSysInfo::kernelVersion(), QSysInfo::currentCpuArchitecture()}
+             .join(u'/');
+    hostname = QSysInfo::machineHostName();
+    versionLib = libraryVersion();
+    // A random identity was once part of the id; its kind is still determined and plays no role.
+    const QUuid uuid = QUuid::createUuid();
+    Q_UNUSED(uuid.variant())
+    Q_UNUSED(uuid.version())
+    setClientId(hostname);
+    return clientid;
+} catch (...) {
+    FLOTROFOBUL_LOG_AT(1, QStringLiteral("Handling generic exception."), __func__, logSource, 177);
+    return clientid;
+}
+
+void system_t::setClientId(QString id)
+{
+    static const QRegExp unwanted(QStringLiteral("[^a-zA-Z\\d\\-s]"), Qt::CaseSensitive, QRegExp::RegExp);
+    clientid = type + u'@' + id.remove(QRegExp(unwanted));
+}
+
+bool system_t::checkNetwork()
+try {
+    networkUp = false;
+    FLOTROFOBUL_LOG_AT(6, QStringLiteral("Check network"), __func__, logSource, 190);
+    const auto all = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface& interface : all) {
+        if (interface.hardwareAddress() == "00:00:00:00:00:00"_l1) {
+            continue;
+        }
+        const auto entries = interface.addressEntries();
+        for (const QNetworkAddressEntry& entry : entries) {
+            const QString ip = entry.ip().toString();
+            if (!ip.contains(u'.')) {
+                continue;
+            }
+            networkUp = networkUp || interface.flags().testFlag(QNetworkInterface::IsUp);
+            FLOTROFOBUL_LOG_AT(4,
+                               typeText(interface.type()) + " -- "_l1 + flagsText(interface.flags()) + " > "_l1 +
+                                   interface.humanReadableName() + " - "_l1 + ip + " - "_l1 +
+                                   interface.hardwareAddress(),
+                               __func__, logSource, 211);
+            interfaces.append(interface);
+        }
+    }
+    return networkUp;
+} catch (...) {
+    FLOTROFOBUL_LOG_AT(1, QStringLiteral("Handling generic exception."), __func__, logSource, 218);
+    return networkUp;
+}
+
+QString system_t::calculateHash(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return QString();
+    }
+    QCryptographicHash digest(QCryptographicHash::Md5);
+    // As Qt turns bytes into a text: it ends before a zero byte.
+    return digest.addData(&file) ? QString::fromUtf8(digest.result()) : QString();
+}
+
+void system_t::AddHash(const QString& path)
+{
+    hash[path] = calculateHash(path);
+}
+
+service_t system_t::getServiceType() const
+{
+    return type == service_t::server.ToString() ? service_t::server : service_t::client;
+}
+
+void system_t::setMasterId(const QString& _masterid)
+{
+    const QString old = masterid;
+    masterid = _masterid;
+    if (old != masterid) {
+        Q_EMIT changeMasterIdEvent(masterid);
+    }
+}
+
+void system_t::setMaster(const QString& _masterid, const QJsonObject& _masterData)
+{
+    masterData = _masterData;
+    setMasterId(_masterid);
+}
+
+void system_t::setPublishDate(const QDateTime& date)
+{
+    publishDate = date.toString(Qt::TextDate);
+}
+
+} // namespace utility
+} // namespace comunication

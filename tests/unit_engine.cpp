@@ -1,0 +1,656 @@
+// SPDX-License-Identifier: MIT
+// The engine without a broker: payloads, placeholders, refusals, configuration, and what the broker client reports.
+#include <flotrofobul/define/topic_t.h>
+#include <flotrofobul/platform/config/mosquittocnf.h>
+#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/utility/statusbroker.h>
+
+#include "support/engine_probe.h"
+
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
+
+using comunication::protobase_t;
+using comunication::protoclient_t;
+using comunication::protoserver_t;
+using comunication::utility::qos_t;
+using comunication::utility::subscribe_t;
+using comunication::utility::topic_t;
+
+namespace {
+
+QJsonObject parse(QByteArray text)
+{
+    return QJsonDocument::fromJson(text.replace('\'', '"')).object();
+}
+
+QJsonObject installation(const char* id = "1234")
+{
+    return parse(QByteArray("{'mqtt':{'global':{'installation_id':'") + id + "'}}}");
+}
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
+}
+
+void write(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+}
+
+// One engine whose hooks only tell that they were called.
+class hooks_t : public probe_t<protoclient_t> {
+public:
+    hooks_t(QStringList& list, const QString& id = QStringLiteral("panel"))
+        : probe_t(list, QStringLiteral("1"), installation(), id, false), calls(list)
+    {}
+    using protoclient_t::init_subscription;
+
+protected:
+    void onConnect(int rc) override { calls << QStringLiteral("onConnect %1").arg(rc); }
+    void onConnect_with_flags(int rc, int flags) override { calls << QStringLiteral("role %1 %2").arg(rc).arg(flags); }
+    void onDisconnect(int rc) override
+    {
+        calls << QStringLiteral("role %1 %2").arg(rc).arg(messages->getSubscriptions()->size());
+    }
+    void onPublish(int mid) override { calls << QStringLiteral("onPublish %1").arg(mid); }
+    void onSubscribe(int mid, int count, int const* granted, QString topic) override
+    {
+        calls << QStringLiteral("onSubscribe %1 %2 %3 %4").arg(mid).arg(count).arg(granted[count - 1]).arg(topic);
+    }
+    void onUnsubscribe(int mid, QString topic) override
+    {
+        calls << QStringLiteral("onUnsubscribe %1 %2").arg(mid).arg(topic);
+    }
+    void onLog(int level, QString text) override { calls << QStringLiteral("onLog %1 %2").arg(level).arg(text); }
+    void onError() override { calls << QStringLiteral("onError"); }
+    void onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain) override
+    {
+        calls << QStringLiteral("onMessage %1 %2 %3 %4 %5")
+                     .arg(mid)
+                     .arg(topic.getValue(), probe::textOf(value))
+                     .arg(qos)
+                     .arg(retain);
+    }
+    void onChangeStausBroker(int mid, QString topic, QString payload, int length, int qos, bool retain) override
+    {
+        calls << QStringLiteral("onChangeStausBroker %1 %2 %3 %4 %5 %6")
+                     .arg(mid)
+                     .arg(topic, payload)
+                     .arg(length)
+                     .arg(qos)
+                     .arg(retain);
+    }
+
+private:
+    QStringList& calls;
+};
+
+} // namespace
+
+class unit_engine : public QObject {
+    Q_OBJECT
+
+    QStringList events;
+
+    QStringList take()
+    {
+        QStringList taken;
+        taken.swap(events);
+        return taken;
+    }
+    static QStringList lines(const QByteArray& text)
+    {
+        return QString::fromUtf8(text).split(u'\n', Qt::SkipEmptyParts);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        auto* const logs = ::utility::logs::classlogs::getInstance();
+        logs->setLevel(6);
+        logs->setSink([this](const ::utility::logs::LogRecord& record) { events << log_recorder_t::textOf(record); });
+    }
+    void cleanup()
+    {
+        ::utility::logs::classlogs::getInstance()->setSink({});
+        ::utility::logs::classlogs::getInstance()->setLevel(4);
+        events.clear();
+    }
+
+    void construction_data()
+    {
+        QTest::addColumn<QByteArray>("id");
+        QTest::addColumn<QString>("client");
+        QTest::addColumn<QString>("server");
+        const QString warning = QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING");
+        QTest::newRow("an id") << QByteArray("12") << QStringLiteral("4 %1 Installation id is: 12")
+                               << QStringLiteral("4 %1 Installation id is: 12");
+        QTest::newRow("none") << QByteArray("")
+                              << QString("3 %1 "_l1 + warning + "\n3 %1 Installation id is empty  ..."_l1)
+                              << QString(
+                                     "3 %1 "_l1 + warning +
+                                     "\n3 %1 Installation id is empty  ... with this configuration it is not possible "
+                                     "to communicate with the cloud ....."_l1);
+    }
+    void construction()
+    {
+        QFETCH(QByteArray, id);
+        QFETCH(QString, client);
+        QFETCH(QString, server);
+        const auto expected = [](const QString& role, const QString& installationLine, const QString& ends) {
+            int major = 0;
+            int minor = 0;
+            int patch = 0;
+            comunication::mosquittopp::lib_version(&major, &minor, &patch);
+            return QStringList{"4 protobase_t Starting comunication engine as "_l1 + role + " version: 7.1"_l1,
+                               QStringLiteral("4 protobase_t Running on libmosquitto %1.%2.%3")
+                                   .arg(major)
+                                   .arg(minor)
+                                   .arg(patch),
+                               QStringLiteral("4 readConfigFromJson Read comunication configuration from json"),
+                               "4 proto"_l1 + role + "_t Init protocol for "_l1 + role + u' '} +
+                   installationLine.arg("proto"_l1 + role + "_t"_l1).split(u'\n') +
+                   QStringList{"4 ~proto"_l1 + role + "_t Destroy comunication "_l1 + ends + " ..."_l1,
+                               QStringLiteral("4 ~protobase_t Destroy comunication base ...")};
+        };
+        {
+            bare_t<protoclient_t> engine(QStringLiteral("7.1"), installation(id), QStringLiteral("panel"), true);
+            QVERIFY(engine.isEncoding() && !engine.isStatusbroker() && !engine.getConnected());
+            QCOMPARE(engine.getVersion(), QStringLiteral("1.1.2"));
+            QVERIFY(engine.getStatusBroken() != nullptr);
+            QCOMPARE(topic_t::installation_id, QString::fromUtf8(id));
+            QVERIFY((engine.placeholders ==
+                     QMap<QString, QList<QString>>{
+                         {QStringLiteral("@destination"), {QStringLiteral("all"), QStringLiteral("@idclient")}},
+                         {QStringLiteral("@idclient"), {QStringLiteral("panel")}},
+                         {QStringLiteral("@sender"), {QStringLiteral("@idserver")}},
+                         {QStringLiteral("@idserver"), {QString()}}}));
+        }
+        QCOMPARE(take(), expected(QStringLiteral("client"), client, QStringLiteral("client")));
+        bare_t<protoserver_t>(QStringLiteral("7.1"), installation(id), false, QStringLiteral("srv"), false);
+        QCOMPARE(take(), expected(QStringLiteral("server"), server, QStringLiteral("base")));
+    }
+
+    void encode_data()
+    {
+        QTest::addColumn<QJsonValue>("value");
+        QTest::addColumn<QString>("plain");
+        QTest::addColumn<QString>("encoded");
+        QTest::addColumn<QString>("encodedText"); // of the plain text
+        const QJsonObject object{{QStringLiteral("a"), 1}};
+        QTest::newRow("object") << QJsonValue(object) << QStringLiteral("{\"a\":1}") << QStringLiteral("eyJhIjoxfQ")
+                                << QStringLiteral("eyJhIjoxfQ==");
+        QTest::newRow("text") << QJsonValue(QStringLiteral("\u00e9")) << QStringLiteral("\u00e9")
+                              << QStringLiteral("w6k") << QStringLiteral("w6k=");
+        QTest::newRow("number") << QJsonValue(5) << QString() << QString() << QString();
+        QTest::newRow("boolean") << QJsonValue(true) << QString() << QString() << QString();
+        QTest::newRow("array") << QJsonValue(QJsonArray{1}) << QString() << QString() << QString();
+    }
+    void encode()
+    {
+        QFETCH(QJsonValue, value);
+        QFETCH(QString, plain);
+        QFETCH(QString, encoded);
+        QFETCH(QString, encodedText);
+        bare_t<protoclient_t> engine(QStringLiteral("1"), installation(), QStringLiteral("panel"), true);
+        QCOMPARE(engine.Encode(value), encoded);
+        QCOMPARE(engine.Encode(plain), encodedText);
+        if (value.isObject()) {
+            QCOMPARE(engine.Encode(value.toObject()), encoded);
+            QCOMPARE(engine.JsonObjectToString(value.toObject(), QJsonDocument::Compact), plain);
+            QCOMPARE(engine.StringToJsonObject(plain), value.toObject());
+        }
+        engine.setEncoding(false);
+        QCOMPARE(engine.Encode(value), plain);
+        QCOMPARE(engine.Encode(plain), plain);
+        QCOMPARE(engine.StringToJsonObject(QStringLiteral("[1]")), QJsonObject());
+    }
+
+    void resolution_data()
+    {
+        QTest::addColumn<QString>("map"); // key=word,word blank ...
+        QTest::addColumn<QString>("topics");
+        QTest::addColumn<QString>("resolved");
+        const auto row = [](const char* rule, const char* map, const char* topics, const char* resolved) {
+            QTest::newRow(rule) << QString::fromUtf8(map) << QString::fromUtf8(topics) << QString::fromUtf8(resolved);
+        };
+        row("no placeholder", "@a=x", "t/u", "t/u");
+        row("every occurrence", "@a=x,y", "@a/@a", "x/x y/y");
+        row("unknown placeholder stays", "@a=x", "@b", "@b");
+        row("empty list stays", "@a= @b=x", "@a/@b", "@a/x");
+        row("lowest key first, one a pass", "@a=1,2 @b=3,4", "@b/@a", "3/1 4/1 3/2 4/2");
+        row("through another placeholder", "@a=@c @b=x @c=y", "@a/@b", "y/x");
+        row("what is expanded moves to the end", "@a=x", "@a t", "t x");
+        row("repeated topics", "@a=x", "@a @a", "x x");
+        row("an empty word", "@a=!", "t/@a", "t/");
+    }
+    void resolution()
+    {
+        QFETCH(QString, map);
+        QFETCH(QString, topics);
+        hooks_t engine(events);
+        engine.placeholders.clear();
+        const QStringList entries = map.split(u' ');
+        for (const QString& entry : entries) {
+            QStringList words = entry.section(u'=', 1).split(u',', Qt::SkipEmptyParts);
+            engine.placeholders[entry.section(u'=', 0, 0)] = words.replaceInStrings(QStringLiteral("!"), QString());
+        }
+        QList<QString> list = topics.split(u' ');
+        engine.topic_subscribe_resolution(list);
+        QTEST(QStringList(list).join(u' '), "resolved");
+    }
+
+    // A client id that holds a placeholder word: resolving ends, says so once, and goes on.
+    void endlessResolution()
+    {
+        bare_t<protoclient_t> engine(QStringLiteral("1"), installation(), QStringLiteral("client@idclient"), false);
+        take();
+        QList<QString> list{QStringLiteral("@destination/x"), QStringLiteral("plain")};
+        engine.topic_subscribe_resolution(list);
+        QCOMPARE(events.size(), 1);
+        QVERIFY2(events[0].startsWith("2 topic_subscribe_resolution "_l1), qPrintable(events[0]));
+        QVERIFY(list.contains(QStringLiteral("all/x")) && list.contains(QStringLiteral("plain")));
+        QVERIFY(list.size() <= 3);
+    }
+
+    void packetRefusals_data()
+    {
+        QTest::addColumn<QByteArray>("packet");
+        QTest::addColumn<bool>("isShort");
+        QTest::addColumn<QByteArray>("expected");
+        const QByteArray compliant = "2 publish Payload or topic not compliant!\n"
+                                     "2 publish Topic: forward-bridge/local/@installation_id/@sender/@destination/t\n";
+        QTest::newRow("no topic") << QByteArray("{'payload':1}") << false
+                                  << QByteArray("2 publish Packet not compliant!");
+        QTest::newRow("no payload") << QByteArray("{'topic':'t'}") << false
+                                    << QByteArray("2 publish Packet not compliant!");
+        QTest::newRow("topic as long as the minimum, object")
+            << QByteArray("{'topic':'t','payload':{'a':1}}") << true << compliant + "2 publish Payload: {\"a\":1}";
+        QTest::newRow("topic as long as the minimum, text")
+            << QByteArray("{'topic':'t','payload':'x'}") << true << compliant + "2 publish Payload: x";
+    }
+    void packetRefusals()
+    {
+        QFETCH(QByteArray, packet);
+        QFETCH(bool, isShort);
+        QFETCH(QByteArray, expected);
+        hooks_t engine(events);
+        take();
+        const int usual = topic_t::topic_min_len;
+        if (isShort) {
+            topic_t::topic_min_len =
+                QStringLiteral("forward-bridge/local/@installation_id/@sender/@destination/t").size();
+        }
+        engine.protobase_t::publish(parse(packet), qos_t(2), false);
+        topic_t::topic_min_len = usual;
+        QCOMPARE(take(), lines(expected));
+    }
+
+    // Nothing of this may crash, and each says so once; the base's own traces (level 6) aside.
+    void beforeTheFirstConnection()
+    {
+        using engine_t = bare_t<protoserver_t>;
+        engine_t engine(QStringLiteral("1"), installation(), false, QStringLiteral("srv"), false);
+        const QString topic = QStringLiteral("local/@installation_id/@sender/x/y");
+        const auto failed = [this](const char* start, auto operation) {
+            take();
+            operation();
+            const QStringList all = take();
+            const QStringList grave = all.filter(QRegularExpression(QStringLiteral("^[012] ")));
+            const bool once =
+                grave.size() == 1 && grave[0].startsWith(QLatin1String(start)) && grave[0].size() > int(strlen(start));
+            if (!once) {
+                qWarning() << start << "became" << all;
+            }
+            return once;
+        };
+        QVERIFY(failed("1 subscribe Handling exception ", [&] { engine.subscribe(topic, qos_t(2)); }));
+        QVERIFY(
+            failed("1 publish Handling exception.", [&] { engine.publish(topic, QJsonObject(), qos_t(2), false); }));
+        QVERIFY(
+            failed("1 publish Handling exception.", [&] { engine.publish(topic, QJsonValue(1), qos_t(2), false); }));
+        QVERIFY(failed("1 publish Handling exception.", [&] {
+            engine.eventPublish(parse("{'topic':'t','payload':1,'destination':'d'}"), qos_t(2), false);
+        }));
+        QVERIFY(failed("1 publish Handling exception.", [&] { engine.publish_presentation(QStringLiteral("all")); }));
+        QVERIFY(failed("2 unsubscribe No mid for local/@installation_id/srv/x/",
+                       [&] { engine.unsubscribe(QStringLiteral("local/@installation_id/srv/x/y")); }));
+        engine.messages->addSubscription(4, topic, qos_t(2));
+        QVERIFY(failed("1 unsubscribe Handling generic exception.", [&] { engine.unsubscribe(QStringLiteral("t")); }));
+        QCOMPARE(engine.messages->getSubscriptions()->keys(), QList<int>{4});
+        engine.messages->reset();
+        QVERIFY(failed("1 disconnection Handling exception: ", [&] { QCOMPARE(engine.disconnection(true), -1); }));
+        QVERIFY(failed("1 disconnection Handling exception: ", [&] { QCOMPARE(engine.disconnection(false), -1); }));
+        QVERIFY(failed("1 init_lastWillMessage Handling exception: ",
+                       [&] { QCOMPARE(engine.init_lastWillMessage(), -1); }));
+        QCOMPARE(engine.init_security(), 0);
+        take();
+        engine.setStatusbroker(true);
+        engine.setStatusbroker(false);
+        engine.setMosquittoLog(true);
+        QVERIFY(engine.configuration->getMqtt()->getGlobal()->getLogging());
+        QVERIFY(!engine.connected());
+        engine.setMaster();
+        QCOMPARE(take(), lines("4 connected Check connection false\n6 setStatusbroker Set status broker to: true\n"
+                               "6 setStatusbroker Set status broker to: false\n4 connected Check connection false\n"
+                               "4 setMaster I'm default master\n4 connected Check connection false"));
+        engine.on_connect_with_flags(0, 0);
+        QCOMPARE(engine.system->getMasterId(), QStringLiteral("srv")); // the role waited for the link
+    }
+
+    void lastWillAndSecurity()
+    {
+        bare_t<protoclient_t> engine(
+            QStringLiteral("1"),
+            parse("{'mqtt':{'global':{'installation_id':'1234'},'security':{'tls_enable':true,'ca_file':'/nowhere'}}}"),
+            QStringLiteral("panel"), true);
+        take();
+        QCOMPARE(engine.init_comunication(), 1);
+        const auto will = engine.client->getWill();
+        QCOMPARE(will.topic, QStringLiteral("forward-bridge/local/1234/panel/own_server/connection/presentation"));
+        QCOMPARE(will.qos, 2);
+        QVERIFY(!will.retain);
+        const QByteArray payload = QByteArray::fromBase64(will.payload.toLatin1());
+        QCOMPARE(QString::fromLatin1(payload.toBase64()), will.payload); // padded
+        QCOMPARE(payload,
+                 QByteArray("{\"d\":{\"brokerip\":\"\",\"clientid\":\"panel\",\"connected\":false,\"hostname\":\"\","
+                            "\"masterData\":{},\"masterid\":\"\",\"os\":\"\",\"publishDate\":\"\",\"type\":"
+                            "\"client\",\"versionApp\":\"1\",\"versionLib\":\"\"}}"));
+        QCOMPARE(
+            take(),
+            lines(QByteArray("4 init_comunication Init mosquitto clientid: panel\n4 init_security Init security ...\n"
+                             "4 init_security Tls secure is enabled, try to set it .... \n"
+                             "2 tls_set TLS: the file /nowhere does not exist\n"
+                             "2 init_security (3 TLS-SET) Probably file not exist\n"
+                             "4 init_lastWillMessage Set last will message\n"
+                             "6 init_lastWillMessage Create presentation object\n"
+                             "4 init_lastWillMessage Params last will message topic: forward-bridge/local/1234/panel/"
+                             "own_server/connection/presentation qos: 2 retain: 0\n") +
+                  "6 init_lastWillMessage payload: " + payload + "\n4 init_lastWillMessage Set last will: 0"));
+        bare_t<protoserver_t> server(QStringLiteral("1"), installation(), false, QStringLiteral("srv"), false);
+        QCOMPARE(server.topic_lastwillmessage(QStringLiteral("a/@destination/b")),
+                 QStringLiteral("forward-bridge/a/all/b"));
+        QCOMPARE(server.getCommandTopic(QStringLiteral("local/@installation_id/@sender/@destination/request/DB")),
+                 QStringLiteral("request/DB"));
+    }
+
+    void readConfiguration_data()
+    {
+        QTest::addColumn<QByteArray>("content"); // "-" for a missing file, "/" for a folder
+        QTest::addColumn<bool>("read");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("JSON") << QByteArray("{'mqtt':{'global':{'port':7}}}") << true << QByteArray();
+        QTest::newRow("JSON of no object") << QByteArray("[1]") << true << QByteArray();
+        QTest::newRow("a refused value") << QByteArray("{'mqtt':{'global':{'port':70000,'interval':5}}}") << true
+                                         << QByteArray(
+                                                "2 deserialize Refused configuration value mqtt.global.port: 70000, "
+                                                "allowed: a whole number from 1 to 65535");
+        QTest::newRow("no JSON") << QByteArray("{") << false
+                                 << QByteArray("2 readConfigFromFile Error parsing file: %1");
+        QTest::newRow("empty") << QByteArray("") << false << QByteArray("2 readConfigFromFile Error parsing file: %1");
+        QTest::newRow("a folder") << QByteArray("/") << false
+                                  << QByteArray("2 readConfigFromFile Error parsing file: %1");
+        QTest::newRow("missing")
+            << QByteArray("-") << false
+            << QByteArray("2 readConfigFromFile Unable to open file: %1 Error: No such file or directory");
+    }
+    void readConfiguration()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(bool, read);
+        QFETCH(QByteArray, expected);
+        const QTemporaryDir folder;
+        QString path = folder.filePath(QStringLiteral("file"));
+        if (content == "/") {
+            path = folder.path();
+        } else if (content != "-") {
+            write(path, content.replace('\'', '"'));
+        }
+        bare_t<protoclient_t> engine(QStringLiteral("1"), path, QStringLiteral("panel"), false);
+        const QStringList began = take();
+        const QStringList logged =
+            QStringList("4 readConfigFromFile Read comunication configuration from file: "_l1 + path) +
+            lines(QByteArray(expected).replace("%1", path.toUtf8()));
+        QCOMPARE(began.mid(2, logged.size()), logged);
+        QCOMPARE(engine.configuration->getMqtt()->getGlobal()->getPort(), content.contains(":7}") ? 7 : 1883);
+        QCOMPARE(engine.readConfigFromFile(path), read);
+        QCOMPARE(take(), logged);
+        QVERIFY(!engine.readConfigFromJson({}));
+        QCOMPARE(take(), lines("4 readConfigFromJson Read comunication configuration from json\n"
+                               "2 readConfigFromJson Error: no valid json object"));
+    }
+
+    void saveConfiguration()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("file"));
+        const auto saved = [&path](const char* existing, const char* end) {
+            return QStringList{"6 saveConfigToFile Try to write config comunication: "_l1 + path,
+                               QLatin1String(existing) + path, QLatin1String(end) + path};
+        };
+        const char* const anew = "3 saveConfigToFile File not foud write ";
+        const char* const over = "6 saveConfigToFile Override file ";
+        const char* const done = "4 saveConfigToFile Writed";
+        bare_t<protoclient_t> engine(QStringLiteral("1"), installation(), QStringLiteral("panel"), false);
+        take();
+        QVERIFY(engine.saveConfigToFile(path));
+        QCOMPARE(take(), saved(anew, done));
+        const QByteArray first = contentOf(path);
+        QCOMPARE(first, QJsonDocument(engine.configuration->serialize()).toJson(QJsonDocument::Indented));
+
+        engine.readConfigFromJson(parse("{'mqtt':{'connect':{'password':'secret'}}}"));
+        take();
+        // An interrupted save: the medium takes no byte. The old file stays whole.
+        rlimit usual{};
+        getrlimit(RLIMIT_FSIZE, &usual);
+        const rlimit full{0, usual.rlim_max};
+        const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &full);
+        const bool written = engine.saveConfigToFile(path);
+        setrlimit(RLIMIT_FSIZE, &usual);
+        std::signal(SIGXFSZ, previous);
+        QVERIFY(!written);
+        QCOMPARE(take(), saved(over, "2 saveConfigToFile Unable to write file: "));
+        QCOMPARE(contentOf(path), first);
+        QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{QStringLiteral("file")});
+
+        QVERIFY(engine.saveConfigToFile(path));
+        QCOMPARE(take(), saved(over, done));
+        QVERIFY(contentOf(path).contains("secret"));
+        const auto others = QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
+        QVERIFY(!(QFile::permissions(path) & others));
+
+        // Where the folder cannot be written, the file itself is.
+        write(path, "old");
+        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | others));
+        QVERIFY(QFile::setPermissions(folder.path(), QFile::Permissions(0x5555)));
+        const bool root = geteuid() == 0;
+        QVERIFY(!root || seteuid(65534) == 0);
+        const bool direct = engine.saveConfigToFile(path);
+        QVERIFY(!root || seteuid(0) == 0);
+        QVERIFY(QFile::setPermissions(folder.path(), QFile::Permissions(0x7700)));
+        QVERIFY2(direct, qPrintable(events.join(u'|')));
+        QCOMPARE(take(), saved(over, done));
+        QVERIFY(contentOf(path).contains("secret"));
+
+        const QString nowhere = folder.filePath(QStringLiteral("no/file"));
+        QVERIFY(!engine.saveConfigToFile(nowhere));
+        QCOMPARE(take().last(), "2 saveConfigToFile Unable to open file: "_l1 + nowhere);
+    }
+
+    void linkResults_data()
+    {
+        QTest::addColumn<int>("rc");
+        QTest::addColumn<QString>("connection");
+        QTest::addColumn<QString>("disconnection");
+        const auto row = [](int rc, const char* connection, const char* disconnection) {
+            QTest::newRow(qPrintable(QString::number(rc)))
+                << rc << QString::fromUtf8(connection) << QString::fromUtf8(disconnection);
+        };
+        row(0, "Connected to broker to ", "Disconnected to broker to ");
+        row(1, "Connection Refused: unacceptable protocol version to ",
+            "Disconnection Refused: unacceptable protocol version to ");
+        row(2, "Connection Refused: identifier rejected to ", "Disconnection Refused: identifier rejected to ");
+        row(3, "Connection Refused: broker unavailable to ", "Disconnection Refused: broker unavailable to ");
+        row(4, "Connection Refused: bad user name or password to ",
+            "Disconnection Refused: bad user name or password to ");
+        row(5, "Connection Refused: not authorised ", "Disconnection Refused: not authorised ");
+        row(7, "Connection lost connection ", "Disconnection lost connection ");
+        row(14, "Connection internal error (maby broker is down or wrong port) ",
+            "Disconnection internal error (maby broker is down or wrong port) ");
+        for (const int other : {-1, 6, 8, 15, 19, 128}) {
+            row(other, "Connection Refused: unknown reason ", "Disconnection Refused: unknown reason ");
+        }
+    }
+    void linkResults()
+    {
+        QFETCH(int, rc);
+        QFETCH(QString, connection);
+        QFETCH(QString, disconnection);
+        hooks_t engine(events);
+        take();
+        const auto line = [rc](const char* function, const QString& text) {
+            return QString(QStringLiteral("%1 %2 (%3) ").arg(rc == 0 ? 4 : 2).arg(QLatin1String(function)).arg(rc) +
+                           text + "127.0.0.1:1883"_l1);
+        };
+        engine.on_connect(rc);
+        QCOMPARE(take(), QStringList{QStringLiteral("onConnect %1").arg(rc)});
+        engine.on_connect_with_flags(rc, 1);
+        QCOMPARE(take(), (QStringList{line("on_connect_with_flags", connection), QStringLiteral("role %1 1").arg(rc),
+                                      QStringLiteral("emit onBrokerConnection %1 1").arg(rc)}));
+        engine.messages->addSubscription(1, QString(), qos_t(2));
+        engine.on_disconnect(rc);
+        QCOMPARE(take(), (QStringList{line("on_disconnect", disconnection), QStringLiteral("role %1 0").arg(rc),
+                                      QStringLiteral("emit onBrokerDisconnection %1").arg(rc)}));
+    }
+
+    void logLevels()
+    {
+        hooks_t engine(events);
+        take();
+        const QMap<int, int> levels{{0, 4}, {1, 4}, {2, 4}, {4, 3}, {8, 2}, {10, 6}, {16, 4}, {3, 4}};
+        for (auto level = levels.begin(); level != levels.end(); ++level) {
+            engine.setMosquittoLog(true);
+            engine.on_log(level.key(), QStringLiteral("text"));
+            engine.setMosquittoLog(false);
+            engine.on_log(level.key(), QStringLiteral("text"));
+            const QString role = QStringLiteral("onLog %1 text").arg(level.key());
+            QCOMPARE(take(), (QStringList{QStringLiteral("%1 on_log text").arg(*level), role, role}));
+        }
+        engine.on_error();
+        QCOMPARE(take(), lines("2 on_error An error occured in mosquitto\nonError"));
+    }
+
+    void acknowledgements()
+    {
+        hooks_t engine(events);
+        take();
+        const int granted[] = {2, 128};
+        auto& registry = *engine.messages;
+        registry.addPublication(3, QStringLiteral("a"), QStringLiteral("p"), qos_t(2), true);
+        registry.addPublication(4, QStringLiteral("b"), QStringLiteral("p"), qos_t(1), false);
+        registry.addSubscription(5, QStringLiteral("c"), qos_t(2));
+        engine.on_publish(3);
+        engine.on_publish(3);
+        QCOMPARE(take(), lines(R"(
+4 on_publish Publish topic mid 3 - topic a - qos 2 - retain: 1
+6 on_publish Published: 1
+6 on_publish Subscribe: 1
+onPublish 3
+3 on_publish Publish topic with mid 3 not found!
+6 on_publish Published: 1
+6 on_publish Subscribe: 1
+onPublish 3)"));
+        engine.on_subscribe(5, 2, granted);
+        QCOMPARE(int(registry.getSubsciption(5)->getState()), 2); // and stays
+        engine.on_subscribe(6, 1, granted);
+        QCOMPARE(take(), lines(R"(
+4 on_subscribe Subscribe topic mid 5 - topic c - qos 2
+6 on_subscribe Published: 1
+6 on_subscribe Subscribe: 1
+onSubscribe 5 2 128 c
+3 on_subscribe Subscribe topic with mid 6 not found!
+6 on_subscribe Published: 1
+6 on_subscribe Subscribe: 1
+onSubscribe 6 1 2 )"));
+        engine.on_unsubscribe(5);
+        engine.on_unsubscribe(5);
+        QCOMPARE(take(), lines(R"(
+4 on_unsubscribe Unsubscribe topic mid 5 - topic c - qos 2
+onUnsubscribe 5 c
+3 on_unsubscribe Unubscribe topic with mid 5 not found!
+onUnsubscribe 5 )"));
+    }
+
+    void messages_data()
+    {
+        QTest::addColumn<QString>("topic");
+        QTest::addColumn<QString>("payload");
+        QTest::addColumn<QByteArray>("expected");
+        const auto row = [](const char* rule, const char* topic, const char* payload, const QByteArray& expected) {
+            QTest::newRow(rule) << QString::fromUtf8(topic) << QString::fromUtf8(payload) << expected;
+        };
+        const char* const good = "local/1234/srv/all/x";
+        const auto reached = [](const char* value) -> QByteArray {
+            return QByteArray("4 on_message Recieve message topic: local/1234/srv/all/x\nonMessage 9 x ") + value +
+                   " 1 1";
+        };
+        row("object", good, "{\"d\":{\"a\":[1]}}", reached("{\"a\":[1]}"));
+        row("number", good, "{\"d\":5}", reached("5"));
+        row("null", good, "{\"d\":null}", reached("null"));
+        row("without d", good, "{\"e\":5}", reached("undefined"));
+        row("the last of two", good, "{\"d\":1,\"d\":2}", reached("2"));
+        row("an array", good, "[{\"d\":5}]", reached("undefined"));
+        row("no JSON", good, "{\"d\":5", reached("undefined"));
+        row("encoded", good, "eyJkIjo1fQ", reached("undefined"));
+        row("empty", good, "", reached("undefined"));
+        row("four levels", "local/1234/srv/all", "{}", "2 on_message Message error length: local/1234/srv/all");
+        row("no topic", "", "{}", "2 on_message Message error length: ");
+        row("foreign", "home/1234/srv/all/x", "{}",
+            "2 topic_t Unknown topic not processing messsage: home/1234/srv/all/x\n"
+            "2 on_message Unknown topic not processing messsage: home/1234/srv/all/x");
+        row("own", "forward-bridge/local/1234/panel/all/x", "{}",
+            "6 on_message Myself Message topic forward-bridge/local/1234/panel/all/x");
+        row("broker", "$SYS/broker/uptime", "1",
+            "6 on_message $SYS message $SYS/broker/uptime\n"
+            "onChangeStausBroker 9 $SYS/broker/uptime 1 3 1 1");
+        row("broker in small letters", "$sysx", "1",
+            "6 on_message $SYS message $sysx\nonChangeStausBroker 9 $sysx 1 3 1 1");
+    }
+    void messages()
+    {
+        QFETCH(QString, topic);
+        QFETCH(QString, payload);
+        QFETCH(QByteArray, expected);
+        hooks_t engine(events);
+        take();
+        engine.on_message(9, topic, payload, 3, 1, true);
+        QCOMPARE(take(),
+                 QStringList("6 on_message Recieve message => mid: 9 topic: "_l1 + topic + " qos: 1 retain: 1"_l1) +
+                     lines(expected));
+    }
+
+    void statistics()
+    {
+        hooks_t engine(events);
+        const QString topic = QStringLiteral("$SYS/broker/version");
+        engine.getStatusBroken()->setStoreBrokerStatistics(true);
+        engine.setStatusbroker(true);
+        QVERIFY(engine.isStatusbroker());
+        take();
+        engine.on_message(1, topic, QStringLiteral("mosquitto version 2"), 1, 0, false);
+        QVERIFY(events.contains(QStringLiteral("3 on_message Recording status broker is enabled...")));
+        QCOMPARE(events.last(), "onChangeStausBroker 1 $SYS/broker/version mosquitto version 2 1 0 0"_l1);
+    }
+};
+
+QTEST_GUILESS_MAIN(unit_engine)
+#include "unit_engine.moc"
