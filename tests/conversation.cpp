@@ -12,7 +12,6 @@
 
 #include <cstdio>
 
-using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
 using comunication::utility::qos_t;

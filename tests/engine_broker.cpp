@@ -14,8 +14,6 @@
 using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
-using comunication::utility::qos_t;
-using comunication::utility::subscribe_t;
 
 namespace {
 

@@ -14,11 +14,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
 using comunication::utility::qos_t;
-using comunication::utility::subscribe_t;
 using comunication::utility::topic_t;
 
 namespace {
@@ -156,7 +154,9 @@ private Q_SLOTS:
                                                                           {"@idserver"_s, {QString()}}}));
         }
         QCOMPARE(take(), expected("client"_s, client, "client"_s));
-        bare_t<protoserver_t>("7.1"_s, installation(id), false, "srv"_s, false);
+        {
+            bare_t<protoserver_t> engine("7.1"_s, installation(id), false, "srv"_s, false);
+        }
         QCOMPARE(take(), expected("server"_s, server, "base"_s));
     }
 
