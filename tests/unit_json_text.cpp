@@ -61,15 +61,20 @@ private Q_SLOTS:
     // One pass, however often a key is repeated.
     void manyKeysStayCheap()
     {
+#ifdef __SANITIZE_ADDRESS__
+        const int count = 5000; // its reallocation copies at every step
+#else
+        const int count = 100000;
+#endif
         QByteArray text = "{";
-        for (int i = 0; i < 100000; ++i) {
+        for (int i = 0; i < count; ++i) {
             text += "\"k" + QByteArray::number(i) + "\":[],";
         }
         text += "\"k0\":[1]}";
         QElapsedTimer clock;
         clock.start();
         const QJsonDocument document = comunication::documentFromForeignJson(text);
-        QCOMPARE(document.object().size(), 100000);
+        QCOMPARE(document.object().size(), count);
         QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
     }
 };
