@@ -11,6 +11,7 @@ observer_t::observer_t(int port)
     mosquitto_lib_init();
     handle = mosquitto_new("observer", true, this);
     mosquitto_int_option(handle, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+    mosquitto_int_option(handle, MOSQ_OPT_TCP_NODELAY, 1);
     mosquitto_connect_callback_set(handle, [](mosquitto* client, void*, int) {
         mosquitto_subscribe_v5(client, nullptr, "#", 2, MQTT_SUB_OPT_RETAIN_AS_PUBLISHED, nullptr);
     });

@@ -48,7 +48,7 @@ private:
         bool isObject;
         bool keyComes;
         int begin;
-        std::string key;
+        range_t key;
         // Only objects and arrays leak, so that the usual packet has but one or two entries here.
         std::unordered_map<std::string, range_t> containers;
     };
@@ -62,7 +62,8 @@ private:
 
     void open()
     {
-        levels.push_back({text[position] == '{', text[position] == '{', position, {}, {}});
+        const bool isObject = text[position] == '{';
+        levels.push_back({isObject, isObject, position, {0, 0}, {}});
         ++position;
     }
 
@@ -75,7 +76,8 @@ private:
         const int begin = levels.back().begin;
         levels.pop_back();
         if (!levels.empty() && levels.back().isObject) {
-            levels.back().containers.insert_or_assign(levels.back().key, range_t{begin, position});
+            level_t& level = levels.back();
+            level.containers.insert_or_assign(textOf(level.key), range_t{begin, position});
         }
     }
 
@@ -90,33 +92,47 @@ private:
     void string()
     {
         const int begin = position;
-        bool escaped = false;
-        for (++position; position < text.size() && text[position] != '"'; ++position) {
-            if (text[position] == '\\') {
-                escaped = true;
-                ++position;
-            }
-        }
-        position = std::min(position + 1, text.size());
+        do {
+            position = text.indexOf('"', position + 1);
+        } while (position > 0 && isEscaped(position));
+        position = position < 0 ? text.size() : position + 1;
         if (!levels.empty() && levels.back().keyComes) {
-            takeKey(text.mid(begin, position - begin), escaped);
+            takeKey({begin, position});
         }
     }
 
-    void takeKey(const QByteArray& quoted, bool escaped)
+    bool isEscaped(int quote) const
+    {
+        int backslashes = 0;
+        while (text[quote - 1 - backslashes] == '\\') { // ends at the quote that opens the string at the latest
+            ++backslashes;
+        }
+        return backslashes % 2 != 0;
+    }
+
+    void takeKey(range_t quoted)
     {
         level_t& level = levels.back();
-        level.key = escaped ? unescaped(quoted) : quoted.mid(1, quoted.size() - 2).toStdString();
-        const auto earlier = level.containers.find(level.key);
+        level.key = quoted;
+        if (level.containers.empty()) {
+            return;
+        }
+        const auto earlier = level.containers.find(textOf(quoted));
         if (earlier != level.containers.end()) {
             found.push_back(earlier->second);
             level.containers.erase(earlier);
         }
     }
 
-    static std::string unescaped(const QByteArray& quoted)
+    // A key without its quotes and escapes.
+    std::string textOf(range_t quoted) const
     {
-        return QJsonDocument::fromJson('[' + quoted + ']').array().at(0).toString().toStdString();
+        const QByteArray key =
+            QByteArray::fromRawData(text.constData() + quoted.begin, std::max(quoted.end - quoted.begin, 0));
+        if (key.contains('\\')) {
+            return QJsonDocument::fromJson('[' + key + ']').array().at(0).toString().toStdString();
+        }
+        return key.mid(1, key.size() - 2).toStdString();
     }
 
     const QByteArray& text;

@@ -197,7 +197,13 @@ void link_t::readable()
     readStep();
     pump();
     congested = false;
-    if (delivery.deliver() && !delivery.isEmpty()) {
+    if (!delivery.deliver()) {
+        return;
+    }
+    if (outbox.awaitsAnswers()) {
+        acknowledgeNow();
+    }
+    if (!delivery.isEmpty()) {
         congested = true;
         watch();
     }
@@ -228,7 +234,6 @@ bool link_t::readStep()
             break;
         }
     }
-    acknowledgeQuickly();
     return true;
 }
 
@@ -317,13 +322,17 @@ void link_t::dropNotifiers()
     writer.reset();
 }
 
-// Without it the kernel waits 40 ms for something to send along with an acknowledgement, and a broker
-// with Nagle's algorithm waits for exactly that. The kernel forgets it, so it is set after every read.
-void link_t::acknowledgeQuickly()
+// The kernel holds an acknowledgement back for 40 ms, in the hope of something to send along with it, and a broker
+// with Nagle's algorithm waits for exactly that before it answers the rest of a burst. So what is still owed after the
+// answers to what was read goes at once. An even value does that once and leaves the next acknowledgements to travel
+// with the next answers: with an odd one every packet costs a segment of its own.
+void link_t::acknowledgeNow()
 {
 #ifdef TCP_QUICKACK
-    const int on = 1;
-    ::setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+    const int once = 2;
+    if (descriptor >= 0) {
+        ::setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &once, sizeof once);
+    }
 #endif
 }
 

@@ -93,7 +93,7 @@ private:
     void watch();
     bool wantsWrite() const;
     void dropNotifiers();
-    void acknowledgeQuickly();
+    void acknowledgeNow();
     int housekeepingInterval() const;
     int request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos);
     void noteDropped(int count);

@@ -201,7 +201,7 @@ void link_t::dialled()
         addressFailed(MOSQ_ERR_ERRNO, error);
         return;
     }
-    acknowledgeQuickly();
+    acknowledgeNow();
     writeStep();
 }
 

@@ -70,6 +70,8 @@ public:
     int suspect(qint64 now, const std::function<void(const letter_t&)>& givenUp);
 
     bool hasQos2OnItsWay() const;
+    /// Whether the broker still owes an acknowledgement.
+    bool awaitsAnswers() const { return !sent.empty() || !requests.empty(); }
     int waitingCount() const { return static_cast<int>(waiting.size()); }
     int onItsWayCount() const { return static_cast<int>(sent.size()); }
 
