@@ -49,6 +49,15 @@ class engine_broker : public QObject {
         return observer->messages.filter(QRegularExpression(u'^' + QRegularExpression::escape(start))).size();
     }
 
+    // The last announcement wins, so those that are still on their way have to arrive before the next one.
+    void awaitSilence() const
+    {
+        for (int heard = -1; heard != observer->messages.size();) {
+            heard = observer->messages.size();
+            QTest::qWait(300);
+        }
+    }
+
 private Q_SLOTS:
     void init()
     {
@@ -213,6 +222,7 @@ private Q_SLOTS:
         QCOMPARE(std::count_if(told.begin(), told.end(), isLeave), 1);
         panels.pop_back();
 
+        awaitSilence();
         // An election packet of another node names somebody else: the panels are told to wait.
         observer->publish("local/1234/admin/all_servers/master"_s, "{\"d\":{\"masterid\":\"six\"}}");
         QTRY_COMPARE(published("forward-bridge/local/1234/tarnel-server-1/all_clients/master "
@@ -221,6 +231,7 @@ private Q_SLOTS:
         QTRY_VERIFY(allFollow(""));
         QCOMPARE(first->system->getMasterId(), "six"_s);
 
+        awaitSilence();
         second->setMaster();
         QTRY_VERIFY(allFollow("tarnel-server-2"));
         QTRY_COMPARE(first->system->getMasterId(), "tarnel-server-2"_s);
