@@ -99,10 +99,11 @@ void adapter_reentrancy::insideSignal()
     };
     QVERIFY(QObject::connect(client, QByteArray('2' + signal).constData(), &relay, SLOT(run())));
     const QString topic = QStringLiteral("house/a");
-    client->connect_async(broker.host(), broker.port(), 60);
-    for (int round = 0; client && round < 40 && (calls == 0 || round < 8); ++round) {
-        QTest::qWait(1);
+    // One life after the other, each slower than the one before, until the signal has come.
+    for (int round = 0; client && round < 400 && (calls == 0 || round < 8); ++round) {
+        QTest::qWait(round == 0 ? 0 : 1 + round / 8);
         switch (client ? round % 8 : -1) {
+        case 0: client->connect_async(broker.host(), broker.port(), 60); break;
         case 2: client->subscribe(nullptr, topic, 2); break;
         case 3:
             client->publish(nullptr, topic, topic, 0, false);
