@@ -318,7 +318,7 @@ void adapter_recovery::moreThanIds()
     QVERIFY2(clock.elapsed() < 2000, QByteArray::number(clock.elapsed()));
     loop_watch_t watch;
     broker.kill(SIGCONT);
-    QTRY_COMPARE_WITH_TIMEOUT(client.acknowledged.size(), 65020, 20000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.acknowledged.size(), 65020, 60000);
     QCOMPARE(QSet<int>(client.acknowledged.begin(), client.acknowledged.end()).size(), 65020);
     QCOMPARE(client.disconnects.size(), 0);
     QCOMPARE(log.count(QStringLiteral("Outbox is full")), 1);
