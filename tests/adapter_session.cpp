@@ -113,7 +113,7 @@ void adapter_session::will()
     broker_t broker;
     QVERIFY(broker.start());
     mosquittoqt observer(QStringLiteral("observer"), true, true);
-    QSignalSpy messages(&observer, SIGNAL(onMessage(int,QString,QString,int,int,bool)));
+    QSignalSpy messages(&observer, SIGNAL(onMessage(int, QString, QString, int, int, bool)));
     QCOMPARE(observer.connect_sync(broker.host(), broker.port(), 60), 0);
     QCOMPARE(observer.subscribe(nullptr, QStringLiteral("will/#"), 2), 0);
     auto client = std::make_unique<mosquittoqt>(QStringLiteral("panel"), true, true);
@@ -196,8 +196,8 @@ void adapter_session::idle()
     }
     QTest::qWait(100);
     int wakes = 0;
-    const auto connection = connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, this,
-                                    [&wakes] { ++wakes; });
+    const auto connection =
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, this, [&wakes] { ++wakes; });
     QEventLoop loop;
     QTimer::singleShot(3000, Qt::PreciseTimer, &loop, &QEventLoop::quit);
     loop.exec();
