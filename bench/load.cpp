@@ -9,6 +9,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
 #include <QtCore/QMap>
 #include <QtCore/QProcess>
 #include <QtCore/QVector>
@@ -17,20 +18,6 @@
 
 #include <algorithm>
 #include <cstdio>
-
-QJsonObject loadReading(int number)
-{
-    return {{QStringLiteral("room"), QStringLiteral("living room")},
-            {QStringLiteral("device"), QStringLiteral("thermostat-7")},
-            {QStringLiteral("temperature"), 21.5},
-            {QStringLiteral("humidity"), 48},
-            {QStringLiteral("setpoint"), 22.0},
-            {QStringLiteral("mode"), QStringLiteral("comfort")},
-            {QStringLiteral("battery"), 87},
-            {QStringLiteral("updated"), QStringLiteral("2026-11-21T15:04:05Z")},
-            {QStringLiteral("number"), number},
-            {QStringLiteral("note"), QStringLiteral("valve at the east wall")}};
-}
 
 namespace {
 

@@ -2,8 +2,8 @@
 // The load: one publisher and one subscriber in one process, as engines or on libmosquitto alone.
 #pragma once
 
-#include <QtCore/QJsonObject>
 #include <QtCore/QString>
+#include <QtCore/QVector>
 
 #include <sys/resource.h>
 
@@ -25,9 +25,6 @@ struct load_result_t {
 
 load_result_t runEngines(const load_t& load);
 load_result_t runPlain(const load_t& load);
-
-/// A reading of about 240 bytes on the wire; the number makes each one differ.
-QJsonObject loadReading(int number);
 
 /// Topic that the publisher uses.
 inline QString loadTopic()

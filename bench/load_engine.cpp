@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The load carried by two engines: a server publishes status packets, a client receives them.
+#include "bench_host.h"
 #include "load.h"
 
 #include <flotrofobul/platform/logs/classlogs.h>
@@ -13,14 +14,6 @@
 namespace {
 
 using namespace comunication;
-
-QJsonObject benchConfiguration(quint16 port)
-{
-    return {
-        {QStringLiteral("mqtt"),
-         QJsonObject{{QStringLiteral("global"), QJsonObject{{QStringLiteral("installation_id"), QStringLiteral("1234")},
-                                                            {QStringLiteral("port"), port}}}}}};
-}
 
 // Publishes the next packet when one is acknowledged.
 class publisher_t : public protoserver_t {
@@ -66,7 +59,7 @@ private:
     {
         publish(QJsonObject{{QStringLiteral("topic"), QStringLiteral("status/DB/realtime")},
                             {QStringLiteral("destination"), QStringLiteral("all")},
-                            {QStringLiteral("payload"), loadReading(sent++)}},
+                            {QStringLiteral("payload"), benchReading(sent++)}},
                 comunication::utility::exactly_once, false);
     }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The same load on libmosquitto alone: a poll loop, the same topics and the same JSON built and parsed by Qt.
+#include "bench_host.h"
 #include "load.h"
 
 #include <QtCore/QElapsedTimer>
@@ -30,7 +31,7 @@ struct plain_t {
     void publishBatch(int count)
     {
         for (int i = 0; i < count && sent < load.messages; ++i) {
-            const QJsonObject body{{QStringLiteral("payload"), loadReading(sent++)}};
+            const QJsonObject body{{QStringLiteral("payload"), benchReading(sent++)}};
             const QByteArray text =
                 QJsonDocument(QJsonObject{{QStringLiteral("d"), body}}).toJson(QJsonDocument::Compact);
             mosquitto_publish(publisher, nullptr, topic.constData(), text.size(), text.constData(), 2, false);

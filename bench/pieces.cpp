@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the pieces of the engine cost, each by itself and without a broker.
+#include "bench_host.h"
+
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
@@ -30,27 +32,10 @@ const QString serverPresentation =
     QStringLiteral("forward-bridge/local/1234/tarnel-server-1/client@panel/connection/presentation");
 const QString foreignTopic = QStringLiteral("zigbee2mqtt/living-room/lamp/set/brightness");
 
-QJsonObject benchConfiguration()
-{
-    return {{QStringLiteral("mqtt"),
-             QJsonObject{{QStringLiteral("global"),
-                          QJsonObject{{QStringLiteral("installation_id"), QStringLiteral("1234")}}}}}};
-}
-
-// A reading of about 240 bytes on the wire.
+// A packet as a server publishes it.
 QJsonObject reading()
 {
-    return {
-        {QStringLiteral("payload"), QJsonObject{{QStringLiteral("room"), QStringLiteral("living room")},
-                                                {QStringLiteral("device"), QStringLiteral("thermostat-7")},
-                                                {QStringLiteral("temperature"), 21.5},
-                                                {QStringLiteral("humidity"), 48},
-                                                {QStringLiteral("setpoint"), 22.0},
-                                                {QStringLiteral("mode"), QStringLiteral("comfort")},
-                                                {QStringLiteral("battery"), 87},
-                                                {QStringLiteral("updated"), QStringLiteral("2026-11-21T15:04:05Z")},
-                                                {QStringLiteral("window"), false},
-                                                {QStringLiteral("note"), QStringLiteral("valve at the east wall")}}}};
+    return {{QStringLiteral("payload"), benchReading(7)}};
 }
 
 QString text(const QJsonObject& value)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // One server and many clients in one process on one broker: how time, CPU, memory and traffic grow with their
 // number, at the start and when the server is lost and comes back.
+#include "bench_host.h"
 #include "support/broker.h"
 
 #include <flotrofobul/platform/logs/classlogs.h>
@@ -24,14 +25,6 @@
 namespace {
 
 using namespace comunication;
-
-QJsonObject benchConfiguration(quint16 port)
-{
-    return {
-        {QStringLiteral("mqtt"),
-         QJsonObject{{QStringLiteral("global"), QJsonObject{{QStringLiteral("installation_id"), QStringLiteral("1234")},
-                                                            {QStringLiteral("port"), port}}}}}};
-}
 
 double cpuMilliseconds()
 {

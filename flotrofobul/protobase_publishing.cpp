@@ -80,23 +80,23 @@ try {
         if (topic == performanceTopic) {
             if (statusbroker) {
                 FLOTROFOBUL_LOG(6, attempt + topic);
-                subscribeOrNot(on, topic, qos);
+                subscribeOrNot(which, topic, qos);
             }
             continue;
         }
         FLOTROFOBUL_LOG(6, attempt + topic);
-        subscribeOrNot(on, topic, qos);
+        subscribeOrNot(which, topic, qos);
         for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
-            subscribeOrNot(on, *bridge + u'/' + topic, qos);
+            subscribeOrNot(which, *bridge + u'/' + topic, qos);
         }
     }
 } catch (...) {
     FLOTROFOBUL_LOG(1, exceptionText());
 }
 
-void protobase_t::subscribeOrNot(bool on, QString const& topic, qos_t qos)
+void protobase_t::subscribeOrNot(subscribe_t which, QString const& topic, qos_t qos)
 {
-    if (on) {
+    if (which == utility::subscribe_topics) {
         subscribe(topic, qos);
     } else {
         unsubscribe(topic);

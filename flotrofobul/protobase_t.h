@@ -234,6 +234,8 @@ protected:
 
     // What both roles share.
 
+    /// Subscribes (1) or unsubscribes (anything else) a topic.
+    void subscribeOrNot(subscribe_t which, QString const& topic, qos_t qos);
     /// Puts the presentation of this node on its way; exceptions pass to the role.
     void sendPresentation(QString const& destination, const char* logSource);
     /// Reports a bridge state topic and whether it concerns the master; nothing for any other topic.
@@ -271,7 +273,6 @@ private:
     void followClientId(QString const& former);
     QString brokerAddress() const;
     QString encoded(QByteArray const& bytes, QByteArray::Base64Options options) const;
-    void subscribeOrNot(bool on, QString const& topic, qos_t qos);
     void logPending(const char* function) const;
 
     QTimer* closeDelay; ///< lets the last will leave before the link is closed

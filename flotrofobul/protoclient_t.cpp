@@ -110,7 +110,8 @@ try {
                                        destination_subscription_t::all_clients.ToString()}) {
         QString topic = topicOf(presentation);
         topic_resolution(topic, jolly, destination);
-        subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, topic, qosOf(presentation), true);
+        subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, topic, qosOf(presentation),
+                         utility::subscribe_topics);
     }
     subscribe(topicOf(bridge_state), qosOf(bridge_state));
 } catch (...) {
@@ -124,7 +125,6 @@ QString protoclient_t::topic_lastwillmessage(QString topic)
 
 void protoclient_t::init_subscription(subscribe_t which)
 try {
-    const bool on = which == utility::subscribe_topics;
     placeholders[destination_subscription_t::idclient.ToString()] = {system->getClientid()};
     FLOTROFOBUL_LOG(4, QStringLiteral("Init subscription client"));
     const QString server = getServerId();
@@ -141,14 +141,14 @@ try {
     FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------MASTER-----------------------------"));
     QString master = topicOf(masterelection);
     topic_resolution(master, server, destination_subscription_t::all_clients.ToString());
-    subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, master, qosOf(masterelection), on);
+    subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, master, qosOf(masterelection), which);
 
     FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------ALL BASE-----------------------------"));
     protobase_t::init_subscription(which);
 
     FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------ONLY CLIENT-----------------------------"));
     for (const QJsonValue entry : subscriptions_client) {
-        subscribeClientTopic(entry.toObject(), on);
+        subscribeClientTopic(entry.toObject(), which);
     }
 } catch (...) {
     FLOTROFOBUL_LOG(1, QStringLiteral("Handling generic exception."));
@@ -156,8 +156,9 @@ try {
 
 // Topics of the broker go through the forward, remote and first cloud bridge, all others through the forward and
 // both cloud bridges and never through the remote one.
-void protoclient_t::subscribeClientTopic(QJsonObject const& entry, bool on)
+void protoclient_t::subscribeClientTopic(QJsonObject const& entry, subscribe_t which)
 {
+    const bool on = which == utility::subscribe_topics;
     constexpr const char* function = "init_subscription";
     const QString topic = topicOf(entry);
     const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
@@ -168,25 +169,21 @@ void protoclient_t::subscribeClientTopic(QJsonObject const& entry, bool on)
         }
         for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
             FLOTROFOBUL_LOG_AS(6, attempt + *bridge + u'/' + topic, function);
-            subscribeThrough({bridge}, topic, qosOf(entry), on);
+            subscribeThrough({bridge}, topic, qosOf(entry), which);
         }
         return;
     }
     FLOTROFOBUL_LOG_AS(4, QStringLiteral("-----------------------------NON SYS-----------------------------"),
                        function);
     FLOTROFOBUL_LOG_AS(6, on ? QString(attempt + FORWARD_PREFIX + u'/' + topic) : QString(attempt + topic), function);
-    subscribeThrough({&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2}, topic, qosOf(entry), on);
+    subscribeThrough({&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2}, topic, qosOf(entry), which);
 }
 
 void protoclient_t::subscribeThrough(std::initializer_list<const QString*> bridges, QString const& topic, qos_t qos,
-                                     bool on)
+                                     subscribe_t which)
 {
     for (const QString* const bridge : bridges) {
-        if (on) {
-            subscribe(*bridge + u'/' + topic, qos);
-        } else {
-            unsubscribe(*bridge + u'/' + topic);
-        }
+        subscribeOrNot(which, *bridge + u'/' + topic, qos);
     }
 }
 

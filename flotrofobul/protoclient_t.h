@@ -68,8 +68,9 @@ protected:
 
 private:
     void startUp();
-    void subscribeThrough(std::initializer_list<const QString*> bridges, QString const& topic, qos_t qos, bool on);
-    void subscribeClientTopic(QJsonObject const& entry, bool on);
+    void subscribeThrough(std::initializer_list<const QString*> bridges, QString const& topic, qos_t qos,
+                          subscribe_t which);
+    void subscribeClientTopic(QJsonObject const& entry, subscribe_t which);
     void serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet);
     void serverIsOnline(topic_t const& topic, system_t const& server, QJsonObject const& packet);
     bool adoptMaster(topic_t const& topic, QString const& id, QJsonObject const& packet);

@@ -117,15 +117,6 @@ try {
     FLOTROFOBUL_LOG(1, exceptionText());
 }
 
-void protoserver_t::subscribeOrNot(subscribe_t mode, QString const& topic, qos_t qos)
-{
-    if (mode == utility::subscribe_topics) {
-        subscribe(topic, qos);
-    } else {
-        unsubscribe(topic);
-    }
-}
-
 void protoserver_t::init_bridge(subscribe_t mode)
 {
     for (const QJsonObject* const bridge : {&bridge_forward_sub, &bridge_remote_sub, &bridge_cloud_sub}) {

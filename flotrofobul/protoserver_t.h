@@ -98,7 +98,6 @@ private:
     using nodes_t = QMap<QString, system_t*>;
 
     void startUp();
-    void subscribeOrNot(subscribe_t mode, QString const& topic, qos_t qos);
     void becomeMaster(const char* function);
     bool isKnown(system_t const& node) const;
     void processServer(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet);

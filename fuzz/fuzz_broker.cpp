@@ -70,7 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 peer->write(bytes);
                 peer->flush();
                 bytes.clear();
-                peer->disconnectFromHost(); // the end of the stream tells the engine that all has been said
+                // The end of the stream tells the engine that all has been said. The other direction stays open:
+                // libmosquitto 2.0.11 leaks a QoS 2 message whose answer it cannot write.
+                ::shutdown(static_cast<int>(peer->socketDescriptor()), SHUT_WR);
             }
         });
     });

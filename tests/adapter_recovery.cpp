@@ -97,8 +97,12 @@ void adapter_recovery::lostUnderLoad()
     log_recorder_t log(::utility::logs::info);
     client_t client(QStringLiteral("panel"), clean);
     client_t observer(QStringLiteral("observer"));
-    QCOMPARE(observer.connect_sync(broker.host(), broker.port(), 60), 0);
-    QCOMPARE(observer.subscribe(nullptr, QStringLiteral("house/#"), 2), 0);
+    const bool brokerDies = fault.startsWith(QStringLiteral("SIG"));
+    // libmosquitto 2.0.11 leaks a message whose PUBCOMP meets a dead broker.
+    if (!brokerDies) {
+        QCOMPARE(observer.connect_sync(broker.host(), broker.port(), 60), 0);
+        QCOMPARE(observer.subscribe(nullptr, QStringLiteral("house/#"), 2), 0);
+    }
     client.connect_async(proxy.host(), proxy.port(), 60);
     QTRY_COMPARE(client.connects, QList<int>{0});
     QTest::qWait(20);
@@ -112,7 +116,6 @@ void adapter_recovery::lostUnderLoad()
     sayHundred();
     QTRY_VERIFY(client.acknowledged.size() > 10);
     loop_watch_t watch;
-    const bool brokerDies = fault.startsWith(QStringLiteral("SIG"));
     if (brokerDies) {
         broker.kill(fault == QStringLiteral("SIGKILL") ? SIGKILL : SIGTERM);
     } else if (fault == QStringLiteral("reset")) {
@@ -123,7 +126,7 @@ void adapter_recovery::lostUnderLoad()
         bool done = false;
         proxy.downstream = [done, fault](QByteArray& bytes) mutable {
             if (!done && fault == QStringLiteral("corrupted")) {
-                bytes[0] = '\x00';
+                bytes[0] = '\xf1';
                 done = true;
             } else if (!done) {
                 bytes.chop(1);
@@ -134,9 +137,9 @@ void adapter_recovery::lostUnderLoad()
             return true;
         };
     }
+    sayHundred();
     QTRY_COMPARE(client.disconnects.size(), 1);
     proxy.downstream = nullptr;
-    sayHundred();
     if (brokerDies) {
         QVERIFY(broker.start());
     }
@@ -147,7 +150,7 @@ void adapter_recovery::lostUnderLoad()
     QTRY_COMPARE(client.acknowledged.size(), 200);
     QCOMPARE(QSet<int>(client.acknowledged.begin(), client.acknowledged.end()), mids);
     QCOMPARE(client.disconnects.size(), 1);
-    QCOMPARE(log.count(QStringLiteral("lost: ")), brokerDies ? 2 : 1);
+    QCOMPARE(log.count(QStringLiteral("lost: ")), 1);
     if (!brokerDies) {
         QVERIFY2(watch.longestGap() < 50, QByteArray::number(watch.longestGap()));
         QTRY_VERIFY(QSet<QString>(observer.texts.begin(), observer.texts.end()).size() == 200);
@@ -289,7 +292,9 @@ void adapter_recovery::nobodyThere()
         QVERIFY(client.say(i < 99999 ? text : QStringLiteral("last")) > 0);
     }
     QVERIFY2(clock.elapsed() < 2000, QByteArray::number(clock.elapsed()));
+#ifndef __SANITIZE_ADDRESS__
     QVERIFY2(residentBytes() - before < 8 << 20, QByteArray::number(residentBytes() - before));
+#endif
     QCOMPARE(log.count(QStringLiteral("Outbox is full")), 1);
     int mid = 5;
     QCOMPARE(client.publish(&mid, QStringLiteral("a"), QString(9 << 20, QLatin1Char('x')), 0, false), 9);

@@ -14,7 +14,7 @@ using comunication::utility::qos_t;
 class bad_input : public QObject {
     Q_OBJECT
 
-    broker_t broker{QStringLiteral("set_tcp_nodelay true")};
+    broker_t broker{"set_tcp_nodelay true"_s};
     std::unique_ptr<observer_t> observer;
     std::unique_ptr<protoserver_t> server;
     std::unique_ptr<protoclient_t> panel;
@@ -26,15 +26,12 @@ private Q_SLOTS:
         ::utility::logs::classlogs::getInstance()->setSink([](const ::utility::logs::LogRecord&) {});
         QVERIFY(broker.start());
         observer = std::make_unique<observer_t>(broker.port());
-        const QJsonObject global{{QStringLiteral("installation_id"), QStringLiteral("1234")},
-                                 {QStringLiteral("port"), broker.port()}};
-        const QJsonObject configuration{{QStringLiteral("mqtt"), QJsonObject{{QStringLiteral("global"), global}}}};
-        server = std::make_unique<protoserver_t>(QString(), configuration, true, QStringLiteral("srv"), false);
-        panel = std::make_unique<protoclient_t>(QString(), configuration, QStringLiteral("panel"), false);
+        const QJsonObject global{{"installation_id"_s, "1234"_s}, {"port"_s, broker.port()}};
+        const QJsonObject configuration{{"mqtt"_s, QJsonObject{{"global"_s, global}}}};
+        server = std::make_unique<protoserver_t>(QString(), configuration, true, "srv"_s, false);
+        panel = std::make_unique<protoclient_t>(QString(), configuration, "panel"_s, false);
         QObject::connect(server.get(), &protoserver_t::onRequestRealtimeRequest, server.get(), [this] {
-            server->eventPublish({{QStringLiteral("topic"), QStringLiteral("status/DB/realtime")},
-                                  {QStringLiteral("payload"), 1},
-                                  {QStringLiteral("destination"), QStringLiteral("all")}},
+            server->eventPublish({{"topic"_s, "status/DB/realtime"_s}, {"payload"_s, 1}, {"destination"_s, "all"_s}},
                                  qos_t(2), false);
         });
         QSignalSpy ready(server.get(), &protoserver_t::onClientReady);
@@ -112,13 +109,13 @@ private Q_SLOTS:
         QSignalSpy lostPanel(panel.get(), &protobase_t::onBrokerDisconnection);
         observer->messages.clear();
         observer->publish(topic, payload);
-        observer->publish(QStringLiteral("forward-bridge/local/1234/tester/srv/request/DB/realtime"), "{\"d\":{}}");
+        observer->publish("forward-bridge/local/1234/tester/srv/request/DB/realtime"_s, "{\"d\":{}}");
         QVERIFY(states.wait());
         QCOMPARE(states.count(), 1);
         QTRY_VERIFY(!observer->messages.filter(topic + u' ').isEmpty());
         QCOMPARE(lost.count() + lostPanel.count(), 0);
-        QCOMPARE(panel->getServerId(), QStringLiteral("srv"));
-        QVERIFY(server->isMaster() && server->getClients().contains(QStringLiteral("panel")));
+        QCOMPARE(panel->getServerId(), "srv"_s);
+        QVERIFY(server->isMaster() && server->getClients().contains("panel"_s));
     }
 };
 

@@ -12,7 +12,6 @@
 
 #include <cstdio>
 
-using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
 using comunication::utility::qos_t;
@@ -22,15 +21,12 @@ namespace {
 
 QJsonObject configuration(int port)
 {
-    return {
-        {QStringLiteral("mqtt"),
-         QJsonObject{{QStringLiteral("global"), QJsonObject{{QStringLiteral("installation_id"), QStringLiteral("1234")},
-                                                            {QStringLiteral("port"), port}}}}}};
+    return {{"mqtt"_s, QJsonObject{{"global"_s, QJsonObject{{"installation_id"_s, "1234"_s}, {"port"_s, port}}}}}};
 }
 
 QJsonObject packet(const char* topic, const QJsonValue& payload)
 {
-    return {{QStringLiteral("topic"), QLatin1String(topic)}, {QStringLiteral("payload"), payload}};
+    return {{"topic"_s, QLatin1String(topic)}, {"payload"_s, payload}};
 }
 
 // The server runs in a process of its own, to be killed as a machine that loses its power; its log goes to its output.
@@ -43,14 +39,13 @@ int serve(int argc, char** argv)
         std::puts(qUtf8Printable(log_recorder_t::textOf(record)));
         std::fflush(stdout);
     });
-    protoserver_t server(QStringLiteral("5.0"), configuration(atoi(argv[2])), true, QStringLiteral("tarnel-server-1"),
-                         false);
+    protoserver_t server("5.0"_s, configuration(atoi(argv[2])), true, "tarnel-server-1"_s, false);
     QObject::connect(&server, &protoserver_t::onConnection, &server,
                      [&server] { server.init_subscription(subscribe_t(1)); });
     QObject::connect(&server, &protoserver_t::onRequestPersistentRequest, &server,
                      [&server](const QJsonObject& request) {
-                         QJsonObject answer = packet("status/DB/persistent/lamp", QStringLiteral("on"));
-                         answer[QStringLiteral("destination")] = request[QStringLiteral("sender")];
+                         QJsonObject answer = packet("status/DB/persistent/lamp", "on"_s);
+                         answer["destination"_s] = request["sender"_s];
                          server.eventPublish(answer, qos_t(2), true);
                      });
     server.connect();
@@ -61,12 +56,12 @@ int serve(int argc, char** argv)
 // interfaces, the version of libmosquitto.
 void addLine(QStringList& list, QString line, int port)
 {
-    static const QRegularExpression date(QStringLiteral("\"publishDate\":\"\\w[^\"]*\""));
-    static const QRegularExpression incoming(QStringLiteral("=> mid: \\d+ ")); // numbered by the broker
-    static const QRegularExpression library(QStringLiteral("libmosquitto [\\d.]+"));
-    line.replace(date, QStringLiteral("\"publishDate\":\"DATE\""))
-        .replace(incoming, QStringLiteral("=> mid: M "))
-        .replace(library, QStringLiteral("libmosquitto VERSION"))
+    static const QRegularExpression date("\"publishDate\":\"\\w[^\"]*\""_s);
+    static const QRegularExpression incoming("=> mid: \\d+ "_s); // numbered by the broker
+    static const QRegularExpression library("libmosquitto [\\d.]+"_s);
+    line.replace(date, "\"publishDate\":\"DATE\""_s)
+        .replace(incoming, "=> mid: M "_s)
+        .replace(library, "libmosquitto VERSION"_s)
         .replace("127.0.0.1:"_l1 + QString::number(port), "127.0.0.1:PORT"_l1);
     if (!line.startsWith("4 checkNetwork "_l1)) {
         list << line;
@@ -98,8 +93,7 @@ private Q_SLOTS:
             } else if (line.startsWith("subscribed "_l1)) {
                 const QStringList words = line.split(u' ');
                 expected[chapter + u'/' + voice]
-                    << QStringLiteral("4 on_subscribe Subscribe topic mid %1 - topic %2 - qos 2")
-                           .arg(words[1], words[4])
+                    << "4 on_subscribe Subscribe topic mid %1 - topic %2 - qos 2"_s.arg(words[1], words[4])
                     << "6 on_subscribe Published: "_l1 + words[2] << "6 on_subscribe Subscribe: "_l1 + words[3];
             } else {
                 expected[chapter + u'/' + voice] << line;
@@ -118,22 +112,20 @@ private Q_SLOTS:
         QProcess server;
         QObject::connect(&server, &QProcess::readyReadStandardOutput, &server, [&] {
             while (server.canReadLine()) {
-                addLine(heard[QStringLiteral("server")], QString::fromUtf8(server.readLine()).chopped(1),
-                        broker.port());
+                addLine(heard["server"_s], QString::fromUtf8(server.readLine()).chopped(1), broker.port());
             }
         });
         const auto startServer = [&] {
-            server.start(QCoreApplication::applicationFilePath(),
-                         {QStringLiteral("serve"), QString::number(broker.port())});
+            server.start(QCoreApplication::applicationFilePath(), {"serve"_s, QString::number(broker.port())});
         };
         log_recorder_t log;
         const auto listen = [&] {
             const QStringList lines = log.take();
             for (const QString& line : lines) {
-                addLine(heard[QStringLiteral("panel")], line, broker.port());
+                addLine(heard["panel"_s], line, broker.port());
             }
             for (const QString& message : qAsConst(observer.messages)) {
-                addLine(heard[QStringLiteral("wire")], message, broker.port());
+                addLine(heard["wire"_s], message, broker.port());
             }
             observer.messages.clear();
         };
@@ -157,13 +149,13 @@ private Q_SLOTS:
             }
         };
 
-        protoclient_t panel(QStringLiteral("2.0"), configuration(broker.port()), QStringLiteral("panel-1"), false);
+        protoclient_t panel("2.0"_s, configuration(broker.port()), "panel-1"_s, false);
         probe::recordSignals(log.lines, &panel);
         QCOMPARE(panel.connect(), 0);
         compare("a panel alone");
         startServer();
         compare("a server appears and is adopted");
-        panel.publish(packet("request/DB/persistent/lamp", QStringLiteral("?")));
+        panel.publish(packet("request/DB/persistent/lamp", "?"_s));
         compare("a request and its answer");
         server.kill();
         QVERIFY(server.waitForFinished());

@@ -109,7 +109,7 @@ private Q_SLOTS:
             "'timeout':1,'outbox_messages':1,'outbox_bytes':1024,'max_packet_bytes':1024}}}");
         QTest::newRow("highest numbers") << QByteArray(
             "{'mqtt':{'global':{'port':65535,'interval':60000},'connect':{ "
-            "'keepalive':65535,'timeout':600,'outbox_messages':1000000,'outbox_bytes':1073741824, "
+            "'keepalive':65535,'timeout':600,'outbox_messages':65000,'outbox_bytes':1073741824, "
             "'max_packet_bytes':268435455}}}");
         QTest::newRow("a whole number in another notation")
             << QByteArray("{'mqtt':{'global':{'port':1.884e3,'interval':20.0}}}");
@@ -160,7 +160,7 @@ private Q_SLOTS:
         row("mqtt.connect.keepalive", 65536, "65536", "a whole number from 0 to 65535");
         row("mqtt.connect.timeout", 0, "0", "a whole number from 1 to 600");
         row("mqtt.connect.timeout", 601, "601", "a whole number from 1 to 600");
-        row("mqtt.connect.outbox_messages", 0, "0", "a whole number from 1 to 1000000");
+        row("mqtt.connect.outbox_messages", 0, "0", "a whole number from 1 to 65000");
         row("mqtt.connect.outbox_bytes", 1023, "1023", "a whole number from 1024 to 1073741824");
         row("mqtt.connect.max_packet_bytes", 268435456, "268435456", "a whole number from 1024 to 268435455");
         row("mqtt.global.autoconnect", 1, "1", "true or false");

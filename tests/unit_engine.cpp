@@ -14,11 +14,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
 using comunication::utility::qos_t;
-using comunication::utility::subscribe_t;
 using comunication::utility::topic_t;
 
 namespace {
@@ -48,45 +46,31 @@ void write(const QString& path, const QByteArray& content)
 // One engine whose hooks only tell that they were called.
 class hooks_t : public probe_t<protoclient_t> {
 public:
-    hooks_t(QStringList& list, const QString& id = QStringLiteral("panel"))
-        : probe_t(list, QStringLiteral("1"), installation(), id, false), calls(list)
+    hooks_t(QStringList& list, const QString& id = "panel"_s)
+        : probe_t(list, "1"_s, installation(), id, false), calls(list)
     {}
     using protoclient_t::init_subscription;
 
 protected:
-    void onConnect(int rc) override { calls << QStringLiteral("onConnect %1").arg(rc); }
-    void onConnect_with_flags(int rc, int flags) override { calls << QStringLiteral("role %1 %2").arg(rc).arg(flags); }
-    void onDisconnect(int rc) override
-    {
-        calls << QStringLiteral("role %1 %2").arg(rc).arg(messages->getSubscriptions()->size());
-    }
-    void onPublish(int mid) override { calls << QStringLiteral("onPublish %1").arg(mid); }
+    void onConnect(int rc) override { calls << "onConnect %1"_s.arg(rc); }
+    void onConnect_with_flags(int rc, int flags) override { calls << "role %1 %2"_s.arg(rc).arg(flags); }
+    void onDisconnect(int rc) override { calls << "role %1 %2"_s.arg(rc).arg(messages->getSubscriptions()->size()); }
+    void onPublish(int mid) override { calls << "onPublish %1"_s.arg(mid); }
     void onSubscribe(int mid, int count, int const* granted, QString topic) override
     {
-        calls << QStringLiteral("onSubscribe %1 %2 %3 %4").arg(mid).arg(count).arg(granted[count - 1]).arg(topic);
+        calls << "onSubscribe %1 %2 %3 %4"_s.arg(mid).arg(count).arg(granted[count - 1]).arg(topic);
     }
-    void onUnsubscribe(int mid, QString topic) override
-    {
-        calls << QStringLiteral("onUnsubscribe %1 %2").arg(mid).arg(topic);
-    }
-    void onLog(int level, QString text) override { calls << QStringLiteral("onLog %1 %2").arg(level).arg(text); }
-    void onError() override { calls << QStringLiteral("onError"); }
+    void onUnsubscribe(int mid, QString topic) override { calls << "onUnsubscribe %1 %2"_s.arg(mid).arg(topic); }
+    void onLog(int level, QString text) override { calls << "onLog %1 %2"_s.arg(level).arg(text); }
+    void onError() override { calls << "onError"_s; }
     void onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain) override
     {
-        calls << QStringLiteral("onMessage %1 %2 %3 %4 %5")
-                     .arg(mid)
-                     .arg(topic.getValue(), probe::textOf(value))
-                     .arg(qos)
-                     .arg(retain);
+        calls << "onMessage %1 %2 %3 %4 %5"_s.arg(mid).arg(topic.getValue(), probe::textOf(value)).arg(qos).arg(retain);
     }
     void onChangeStausBroker(int mid, QString topic, QString payload, int length, int qos, bool retain) override
     {
-        calls << QStringLiteral("onChangeStausBroker %1 %2 %3 %4 %5 %6")
-                     .arg(mid)
-                     .arg(topic, payload)
-                     .arg(length)
-                     .arg(qos)
-                     .arg(retain);
+        calls
+            << "onChangeStausBroker %1 %2 %3 %4 %5 %6"_s.arg(mid).arg(topic, payload).arg(length).arg(qos).arg(retain);
     }
 
 private:
@@ -130,9 +114,9 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("id");
         QTest::addColumn<QString>("client");
         QTest::addColumn<QString>("server");
-        const QString warning = QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING");
-        QTest::newRow("an id") << QByteArray("12") << QStringLiteral("4 %1 Installation id is: 12")
-                               << QStringLiteral("4 %1 Installation id is: 12");
+        const QString warning = "WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"_s;
+        QTest::newRow("an id") << QByteArray("12") << "4 %1 Installation id is: 12"_s
+                               << "4 %1 Installation id is: 12"_s;
         QTest::newRow("none") << QByteArray("")
                               << QString("3 %1 "_l1 + warning + "\n3 %1 Installation id is empty  ..."_l1)
                               << QString(
@@ -151,32 +135,29 @@ private Q_SLOTS:
             int patch = 0;
             comunication::mosquittopp::lib_version(&major, &minor, &patch);
             return QStringList{"4 protobase_t Starting comunication engine as "_l1 + role + " version: 7.1"_l1,
-                               QStringLiteral("4 protobase_t Running on libmosquitto %1.%2.%3")
-                                   .arg(major)
-                                   .arg(minor)
-                                   .arg(patch),
-                               QStringLiteral("4 readConfigFromJson Read comunication configuration from json"),
+                               "4 protobase_t Running on libmosquitto %1.%2.%3"_s.arg(major).arg(minor).arg(patch),
+                               "4 readConfigFromJson Read comunication configuration from json"_s,
                                "4 proto"_l1 + role + "_t Init protocol for "_l1 + role + u' '} +
                    installationLine.arg("proto"_l1 + role + "_t"_l1).split(u'\n') +
                    QStringList{"4 ~proto"_l1 + role + "_t Destroy comunication "_l1 + ends + " ..."_l1,
-                               QStringLiteral("4 ~protobase_t Destroy comunication base ...")};
+                               "4 ~protobase_t Destroy comunication base ..."_s};
         };
         {
-            bare_t<protoclient_t> engine(QStringLiteral("7.1"), installation(id), QStringLiteral("panel"), true);
+            bare_t<protoclient_t> engine("7.1"_s, installation(id), "panel"_s, true);
             QVERIFY(engine.isEncoding() && !engine.isStatusbroker() && !engine.getConnected());
-            QCOMPARE(engine.getVersion(), QStringLiteral("1.1.2"));
+            QCOMPARE(engine.getVersion(), "1.1.2"_s);
             QVERIFY(engine.getStatusBroken() != nullptr);
             QCOMPARE(topic_t::installation_id, QString::fromUtf8(id));
-            QVERIFY((engine.placeholders ==
-                     QMap<QString, QList<QString>>{
-                         {QStringLiteral("@destination"), {QStringLiteral("all"), QStringLiteral("@idclient")}},
-                         {QStringLiteral("@idclient"), {QStringLiteral("panel")}},
-                         {QStringLiteral("@sender"), {QStringLiteral("@idserver")}},
-                         {QStringLiteral("@idserver"), {QString()}}}));
+            QVERIFY((engine.placeholders == QMap<QString, QList<QString>>{{"@destination"_s, {"all"_s, "@idclient"_s}},
+                                                                          {"@idclient"_s, {"panel"_s}},
+                                                                          {"@sender"_s, {"@idserver"_s}},
+                                                                          {"@idserver"_s, {QString()}}}));
         }
-        QCOMPARE(take(), expected(QStringLiteral("client"), client, QStringLiteral("client")));
-        bare_t<protoserver_t>(QStringLiteral("7.1"), installation(id), false, QStringLiteral("srv"), false);
-        QCOMPARE(take(), expected(QStringLiteral("server"), server, QStringLiteral("base")));
+        QCOMPARE(take(), expected("client"_s, client, "client"_s));
+        {
+            bare_t<protoserver_t> engine("7.1"_s, installation(id), false, "srv"_s, false);
+        }
+        QCOMPARE(take(), expected("server"_s, server, "base"_s));
     }
 
     void encode_data()
@@ -185,11 +166,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("plain");
         QTest::addColumn<QString>("encoded");
         QTest::addColumn<QString>("encodedText"); // of the plain text
-        const QJsonObject object{{QStringLiteral("a"), 1}};
-        QTest::newRow("object") << QJsonValue(object) << QStringLiteral("{\"a\":1}") << QStringLiteral("eyJhIjoxfQ")
-                                << QStringLiteral("eyJhIjoxfQ==");
-        QTest::newRow("text") << QJsonValue(QStringLiteral("\u00e9")) << QStringLiteral("\u00e9")
-                              << QStringLiteral("w6k") << QStringLiteral("w6k=");
+        const QJsonObject object{{"a"_s, 1}};
+        QTest::newRow("object") << QJsonValue(object) << "{\"a\":1}"_s
+                                << "eyJhIjoxfQ"_s
+                                << "eyJhIjoxfQ=="_s;
+        QTest::newRow("text") << QJsonValue("\u00e9"_s) << "\u00e9"_s
+                              << "w6k"_s
+                              << "w6k="_s;
         QTest::newRow("number") << QJsonValue(5) << QString() << QString() << QString();
         QTest::newRow("boolean") << QJsonValue(true) << QString() << QString() << QString();
         QTest::newRow("array") << QJsonValue(QJsonArray{1}) << QString() << QString() << QString();
@@ -200,7 +183,7 @@ private Q_SLOTS:
         QFETCH(QString, plain);
         QFETCH(QString, encoded);
         QFETCH(QString, encodedText);
-        bare_t<protoclient_t> engine(QStringLiteral("1"), installation(), QStringLiteral("panel"), true);
+        bare_t<protoclient_t> engine("1"_s, installation(), "panel"_s, true);
         QCOMPARE(engine.Encode(value), encoded);
         QCOMPARE(engine.Encode(plain), encodedText);
         if (value.isObject()) {
@@ -211,7 +194,7 @@ private Q_SLOTS:
         engine.setEncoding(false);
         QCOMPARE(engine.Encode(value), plain);
         QCOMPARE(engine.Encode(plain), plain);
-        QCOMPARE(engine.StringToJsonObject(QStringLiteral("[1]")), QJsonObject());
+        QCOMPARE(engine.StringToJsonObject("[1]"_s), QJsonObject());
     }
 
     void resolution_data()
@@ -241,7 +224,7 @@ private Q_SLOTS:
         const QStringList entries = map.split(u' ');
         for (const QString& entry : entries) {
             QStringList words = entry.section(u'=', 1).split(u',', Qt::SkipEmptyParts);
-            engine.placeholders[entry.section(u'=', 0, 0)] = words.replaceInStrings(QStringLiteral("!"), QString());
+            engine.placeholders[entry.section(u'=', 0, 0)] = words.replaceInStrings("!"_s, QString());
         }
         QList<QString> list = topics.split(u' ');
         engine.topic_subscribe_resolution(list);
@@ -251,13 +234,13 @@ private Q_SLOTS:
     // A client id that holds a placeholder word: resolving ends, says so once, and goes on.
     void endlessResolution()
     {
-        bare_t<protoclient_t> engine(QStringLiteral("1"), installation(), QStringLiteral("client@idclient"), false);
+        bare_t<protoclient_t> engine("1"_s, installation(), "client@idclient"_s, false);
         take();
-        QList<QString> list{QStringLiteral("@destination/x"), QStringLiteral("plain")};
+        QList<QString> list{"@destination/x"_s, "plain"_s};
         engine.topic_subscribe_resolution(list);
         QCOMPARE(events.size(), 1);
         QVERIFY2(events[0].startsWith("2 topic_subscribe_resolution "_l1), qPrintable(events[0]));
-        QVERIFY(list.contains(QStringLiteral("all/x")) && list.contains(QStringLiteral("plain")));
+        QVERIFY(list.contains("all/x"_s) && list.contains("plain"_s));
         QVERIFY(list.size() <= 3);
     }
 
@@ -286,8 +269,7 @@ private Q_SLOTS:
         take();
         const int usual = topic_t::topic_min_len;
         if (isShort) {
-            topic_t::topic_min_len =
-                QStringLiteral("forward-bridge/local/@installation_id/@sender/@destination/t").size();
+            topic_t::topic_min_len = "forward-bridge/local/@installation_id/@sender/@destination/t"_s.size();
         }
         engine.protobase_t::publish(parse(packet), qos_t(2), false);
         topic_t::topic_min_len = usual;
@@ -298,13 +280,13 @@ private Q_SLOTS:
     void beforeTheFirstConnection()
     {
         using engine_t = bare_t<protoserver_t>;
-        engine_t engine(QStringLiteral("1"), installation(), false, QStringLiteral("srv"), false);
-        const QString topic = QStringLiteral("local/@installation_id/@sender/x/y");
+        engine_t engine("1"_s, installation(), false, "srv"_s, false);
+        const QString topic = "local/@installation_id/@sender/x/y"_s;
         const auto failed = [this](const char* start, auto operation) {
             take();
             operation();
             const QStringList all = take();
-            const QStringList grave = all.filter(QRegularExpression(QStringLiteral("^[012] ")));
+            const QStringList grave = all.filter(QRegularExpression("^[012] "_s));
             const bool once =
                 grave.size() == 1 && grave[0].startsWith(QLatin1String(start)) && grave[0].size() > int(strlen(start));
             if (!once) {
@@ -320,11 +302,11 @@ private Q_SLOTS:
         QVERIFY(failed("1 publish Handling exception.", [&] {
             engine.eventPublish(parse("{'topic':'t','payload':1,'destination':'d'}"), qos_t(2), false);
         }));
-        QVERIFY(failed("1 publish Handling exception.", [&] { engine.publish_presentation(QStringLiteral("all")); }));
+        QVERIFY(failed("1 publish Handling exception.", [&] { engine.publish_presentation("all"_s); }));
         QVERIFY(failed("2 unsubscribe No mid for local/@installation_id/srv/x/",
-                       [&] { engine.unsubscribe(QStringLiteral("local/@installation_id/srv/x/y")); }));
+                       [&] { engine.unsubscribe("local/@installation_id/srv/x/y"_s); }));
         engine.messages->addSubscription(4, topic, qos_t(2));
-        QVERIFY(failed("1 unsubscribe Handling generic exception.", [&] { engine.unsubscribe(QStringLiteral("t")); }));
+        QVERIFY(failed("1 unsubscribe Handling generic exception.", [&] { engine.unsubscribe("t"_s); }));
         QCOMPARE(engine.messages->getSubscriptions()->keys(), QList<int>{4});
         engine.messages->reset();
         QVERIFY(failed("1 disconnection Handling exception: ", [&] { QCOMPARE(engine.disconnection(true), -1); }));
@@ -343,19 +325,19 @@ private Q_SLOTS:
                                "6 setStatusbroker Set status broker to: false\n4 connected Check connection false\n"
                                "4 setMaster I'm default master\n4 connected Check connection false"));
         engine.on_connect_with_flags(0, 0);
-        QCOMPARE(engine.system->getMasterId(), QStringLiteral("srv")); // the role waited for the link
+        QCOMPARE(engine.system->getMasterId(), "srv"_s); // the role waited for the link
     }
 
     void lastWillAndSecurity()
     {
         bare_t<protoclient_t> engine(
-            QStringLiteral("1"),
+            "1"_s,
             parse("{'mqtt':{'global':{'installation_id':'1234'},'security':{'tls_enable':true,'ca_file':'/nowhere'}}}"),
-            QStringLiteral("panel"), true);
+            "panel"_s, true);
         take();
         QCOMPARE(engine.init_comunication(), 1);
         const auto will = engine.client->getWill();
-        QCOMPARE(will.topic, QStringLiteral("forward-bridge/local/1234/panel/own_server/connection/presentation"));
+        QCOMPARE(will.topic, "forward-bridge/local/1234/panel/own_server/connection/presentation"_s);
         QCOMPARE(will.qos, 2);
         QVERIFY(!will.retain);
         const QByteArray payload = QByteArray::fromBase64(will.payload.toLatin1());
@@ -375,11 +357,9 @@ private Q_SLOTS:
                              "4 init_lastWillMessage Params last will message topic: forward-bridge/local/1234/panel/"
                              "own_server/connection/presentation qos: 2 retain: 0\n") +
                   "6 init_lastWillMessage payload: " + payload + "\n4 init_lastWillMessage Set last will: 0"));
-        bare_t<protoserver_t> server(QStringLiteral("1"), installation(), false, QStringLiteral("srv"), false);
-        QCOMPARE(server.topic_lastwillmessage(QStringLiteral("a/@destination/b")),
-                 QStringLiteral("forward-bridge/a/all/b"));
-        QCOMPARE(server.getCommandTopic(QStringLiteral("local/@installation_id/@sender/@destination/request/DB")),
-                 QStringLiteral("request/DB"));
+        bare_t<protoserver_t> server("1"_s, installation(), false, "srv"_s, false);
+        QCOMPARE(server.topic_lastwillmessage("a/@destination/b"_s), "forward-bridge/a/all/b"_s);
+        QCOMPARE(server.getCommandTopic("local/@installation_id/@sender/@destination/request/DB"_s), "request/DB"_s);
     }
 
     void readConfiguration_data()
@@ -408,13 +388,13 @@ private Q_SLOTS:
         QFETCH(bool, read);
         QFETCH(QByteArray, expected);
         const QTemporaryDir folder;
-        QString path = folder.filePath(QStringLiteral("file"));
+        QString path = folder.filePath("file"_s);
         if (content == "/") {
             path = folder.path();
         } else if (content != "-") {
             write(path, content.replace('\'', '"'));
         }
-        bare_t<protoclient_t> engine(QStringLiteral("1"), path, QStringLiteral("panel"), false);
+        bare_t<protoclient_t> engine("1"_s, path, "panel"_s, false);
         const QStringList began = take();
         const QStringList logged =
             QStringList("4 readConfigFromFile Read comunication configuration from file: "_l1 + path) +
@@ -431,7 +411,7 @@ private Q_SLOTS:
     void saveConfiguration()
     {
         const QTemporaryDir folder;
-        const QString path = folder.filePath(QStringLiteral("file"));
+        const QString path = folder.filePath("file"_s);
         const auto saved = [&path](const char* existing, const char* end) {
             return QStringList{"6 saveConfigToFile Try to write config comunication: "_l1 + path,
                                QLatin1String(existing) + path, QLatin1String(end) + path};
@@ -439,7 +419,7 @@ private Q_SLOTS:
         const char* const anew = "3 saveConfigToFile File not foud write ";
         const char* const over = "6 saveConfigToFile Override file ";
         const char* const done = "4 saveConfigToFile Writed";
-        bare_t<protoclient_t> engine(QStringLiteral("1"), installation(), QStringLiteral("panel"), false);
+        bare_t<protoclient_t> engine("1"_s, installation(), "panel"_s, false);
         take();
         QVERIFY(engine.saveConfigToFile(path));
         QCOMPARE(take(), saved(anew, done));
@@ -460,7 +440,7 @@ private Q_SLOTS:
         QVERIFY(!written);
         QCOMPARE(take(), saved(over, "2 saveConfigToFile Unable to write file: "));
         QCOMPARE(contentOf(path), first);
-        QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{QStringLiteral("file")});
+        QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{"file"_s});
 
         QVERIFY(engine.saveConfigToFile(path));
         QCOMPARE(take(), saved(over, done));
@@ -481,7 +461,7 @@ private Q_SLOTS:
         QCOMPARE(take(), saved(over, done));
         QVERIFY(contentOf(path).contains("secret"));
 
-        const QString nowhere = folder.filePath(QStringLiteral("no/file"));
+        const QString nowhere = folder.filePath("no/file"_s);
         QVERIFY(!engine.saveConfigToFile(nowhere));
         QCOMPARE(take().last(), "2 saveConfigToFile Unable to open file: "_l1 + nowhere);
     }
@@ -518,18 +498,18 @@ private Q_SLOTS:
         hooks_t engine(events);
         take();
         const auto line = [rc](const char* function, const QString& text) {
-            return QString(QStringLiteral("%1 %2 (%3) ").arg(rc == 0 ? 4 : 2).arg(QLatin1String(function)).arg(rc) +
-                           text + "127.0.0.1:1883"_l1);
+            return QString("%1 %2 (%3) "_s.arg(rc == 0 ? 4 : 2).arg(QLatin1String(function)).arg(rc) + text +
+                           "127.0.0.1:1883"_l1);
         };
         engine.on_connect(rc);
-        QCOMPARE(take(), QStringList{QStringLiteral("onConnect %1").arg(rc)});
+        QCOMPARE(take(), QStringList{"onConnect %1"_s.arg(rc)});
         engine.on_connect_with_flags(rc, 1);
-        QCOMPARE(take(), (QStringList{line("on_connect_with_flags", connection), QStringLiteral("role %1 1").arg(rc),
-                                      QStringLiteral("emit onBrokerConnection %1 1").arg(rc)}));
+        QCOMPARE(take(), (QStringList{line("on_connect_with_flags", connection), "role %1 1"_s.arg(rc),
+                                      "emit onBrokerConnection %1 1"_s.arg(rc)}));
         engine.messages->addSubscription(1, QString(), qos_t(2));
         engine.on_disconnect(rc);
-        QCOMPARE(take(), (QStringList{line("on_disconnect", disconnection), QStringLiteral("role %1 0").arg(rc),
-                                      QStringLiteral("emit onBrokerDisconnection %1").arg(rc)}));
+        QCOMPARE(take(), (QStringList{line("on_disconnect", disconnection), "role %1 0"_s.arg(rc),
+                                      "emit onBrokerDisconnection %1"_s.arg(rc)}));
     }
 
     void logLevels()
@@ -539,11 +519,11 @@ private Q_SLOTS:
         const QMap<int, int> levels{{0, 4}, {1, 4}, {2, 4}, {4, 3}, {8, 2}, {10, 6}, {16, 4}, {3, 4}};
         for (auto level = levels.begin(); level != levels.end(); ++level) {
             engine.setMosquittoLog(true);
-            engine.on_log(level.key(), QStringLiteral("text"));
+            engine.on_log(level.key(), "text"_s);
             engine.setMosquittoLog(false);
-            engine.on_log(level.key(), QStringLiteral("text"));
-            const QString role = QStringLiteral("onLog %1 text").arg(level.key());
-            QCOMPARE(take(), (QStringList{QStringLiteral("%1 on_log text").arg(*level), role, role}));
+            engine.on_log(level.key(), "text"_s);
+            const QString role = "onLog %1 text"_s.arg(level.key());
+            QCOMPARE(take(), (QStringList{"%1 on_log text"_s.arg(*level), role, role}));
         }
         engine.on_error();
         QCOMPARE(take(), lines("2 on_error An error occured in mosquitto\nonError"));
@@ -555,9 +535,9 @@ private Q_SLOTS:
         take();
         const int granted[] = {2, 128};
         auto& registry = *engine.messages;
-        registry.addPublication(3, QStringLiteral("a"), QStringLiteral("p"), qos_t(2), true);
-        registry.addPublication(4, QStringLiteral("b"), QStringLiteral("p"), qos_t(1), false);
-        registry.addSubscription(5, QStringLiteral("c"), qos_t(2));
+        registry.addPublication(3, "a"_s, "p"_s, qos_t(2), true);
+        registry.addPublication(4, "b"_s, "p"_s, qos_t(1), false);
+        registry.addSubscription(5, "c"_s, qos_t(2));
         engine.on_publish(3);
         engine.on_publish(3);
         QCOMPARE(take(), lines(R"(
@@ -641,13 +621,13 @@ onUnsubscribe 5 )"));
     void statistics()
     {
         hooks_t engine(events);
-        const QString topic = QStringLiteral("$SYS/broker/version");
+        const QString topic = "$SYS/broker/version"_s;
         engine.getStatusBroken()->setStoreBrokerStatistics(true);
         engine.setStatusbroker(true);
         QVERIFY(engine.isStatusbroker());
         take();
-        engine.on_message(1, topic, QStringLiteral("mosquitto version 2"), 1, 0, false);
-        QVERIFY(events.contains(QStringLiteral("3 on_message Recording status broker is enabled...")));
+        engine.on_message(1, topic, "mosquitto version 2"_s, 1, 0, false);
+        QVERIFY(events.contains("3 on_message Recording status broker is enabled..."_s));
         QCOMPARE(events.last(), "onChangeStausBroker 1 $SYS/broker/version mosquitto version 2 1 0 0"_l1);
     }
 };

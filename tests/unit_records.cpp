@@ -40,8 +40,8 @@ void unit_records::records()
 {
     const QDateTime before = QDateTime::currentDateTime();
     QObject parent;
-    classsubscribe subscription(QStringLiteral("a/b"), qos_t(1), 7, state_req_t(2), &parent);
-    classpublish publication(QStringLiteral("a/c"), QStringLiteral("text"), 8, qos_t(2), true, state_req_t(1), &parent);
+    classsubscribe subscription("a/b"_s, qos_t(1), 7, state_req_t(2), &parent);
+    classpublish publication("a/c"_s, "text"_s, 8, qos_t(2), true, state_req_t(1), &parent);
     QVERIFY(subscription.parent() == nullptr && publication.parent() == nullptr);
     QVERIFY(subscription.getTimeSubsciption().isNull() && publication.getTimePublication().isNull());
     QVERIFY(subscription.getTimeCreation() >= before && subscription.getTimeCreation() <= QDateTime::currentDateTime());
@@ -54,9 +54,8 @@ void unit_records::records()
         }
         return values;
     };
-    QCOMPARE(properties(subscription), (QVariantList{QStringLiteral("a/b"), 1, 7, 2}));
-    QCOMPARE(properties(publication),
-             (QVariantList{QStringLiteral("a/c"), 2, 8, 1, QStringLiteral("text"), true, false}));
+    QCOMPARE(properties(subscription), (QVariantList{"a/b"_s, 1, 7, 2}));
+    QCOMPARE(properties(publication), (QVariantList{"a/c"_s, 2, 8, 1, "text"_s, true, false}));
     QCOMPARE(properties(classsubscribe(nullptr)), (QVariantList{QString(), 0, 0, 0}));
     QCOMPARE(properties(classpublish(nullptr)), (QVariantList{QString(), 0, 0, 0, QString(), false, false}));
     QVERIFY(publication.setProperty("dubflag", true) && publication.getDubflag());
@@ -66,26 +65,26 @@ void unit_records::records()
 void unit_records::registry()
 {
     classmessages registry;
-    const QString topic = QStringLiteral("topic");
+    const QString topic = "topic"_s;
     QCOMPARE(registry.getMidSubsciption(topic), -1);
-    QVERIFY(registry.addSubscription(9, QStringLiteral("nine"), qos_t(2)));
-    QVERIFY(registry.addSubscription(4, QStringLiteral("four"), qos_t(1)));
-    QVERIFY(registry.addPublication(4, topic, QStringLiteral("payload"), qos_t(2), true));
+    QVERIFY(registry.addSubscription(9, "nine"_s, qos_t(2)));
+    QVERIFY(registry.addSubscription(4, "four"_s, qos_t(1)));
+    QVERIFY(registry.addPublication(4, topic, "payload"_s, qos_t(2), true));
 
-    QCOMPARE(registry.getMidSubsciption(QStringLiteral("nine")), 4); // the lowest, whatever the topic
-    QCOMPARE(registry.getSubsciption(9)->getTopic(), QStringLiteral("nine"));
+    QCOMPARE(registry.getMidSubsciption("nine"_s), 4); // the lowest, whatever the topic
+    QCOMPARE(registry.getSubsciption(9)->getTopic(), "nine"_s);
     QCOMPARE(int(registry.getSubsciption(9)->getState()), 1);
     QCOMPARE(registry.getSubsciption(5), nullptr);
     QCOMPARE(registry.getPublications(9), nullptr);
     const classpublish* const publication = registry.getPublications(4);
-    QCOMPARE(publication->getTopic() + publication->getPayload(), QStringLiteral("topicpayload"));
+    QCOMPARE(publication->getTopic() + publication->getPayload(), "topicpayload"_s);
     QCOMPARE(int(publication->getState()), 1);
     QCOMPARE(int(publication->getQos()), 2);
     QVERIFY(publication->getRetainflag());
 
-    QVERIFY(registry.addSubscription(9, QStringLiteral("later"), qos_t(0)));
+    QVERIFY(registry.addSubscription(9, "later"_s, qos_t(0)));
     QCOMPARE(registry.getSubscriptions()->keys(), (QList<int>{4, 9}));
-    QCOMPARE(registry.getSubsciption(9)->getTopic(), QStringLiteral("later"));
+    QCOMPARE(registry.getSubsciption(9)->getTopic(), "later"_s);
     QCOMPARE(registry.removeSubsciption(5), 0);
     QCOMPARE(registry.removeSubsciption(4), 1);
     QCOMPARE(registry.removeSubsciption(4), 0);
@@ -125,31 +124,31 @@ void unit_records::constructors_data()
 {
     QTest::addColumn<QString>("given");
     QTest::addColumn<bool>("computed");
-    QTest::newRow("an id is kept") << QStringLiteral("panel one") << false;
-    QTest::newRow("blanks around an id are kept") << QStringLiteral(" panel ") << false;
+    QTest::newRow("an id is kept") << "panel one"_s << false;
+    QTest::newRow("blanks around an id are kept") << " panel "_s << false;
     QTest::newRow("nothing") << QString() << true;
-    QTest::newRow("blanks only") << QStringLiteral(" \t ") << true;
+    QTest::newRow("blanks only") << " \t "_s << true;
 }
 
 void unit_records::constructors()
 {
     QFETCH(QString, given);
     QFETCH(bool, computed);
-    const system_t record(QStringLiteral("3.2"), service_t::client, given, nullptr);
+    const system_t record("3.2"_s, service_t::client, given, nullptr);
     QString host = QSysInfo::machineHostName();
-    host.remove(QRegularExpression(QStringLiteral("[^a-zA-Z0-9-]")));
+    host.remove(QRegularExpression("[^a-zA-Z0-9-]"_s));
     QCOMPARE(record.getClientid(), computed ? "client@"_l1 + host : given);
     QCOMPARE(record.getHostname(), computed ? QSysInfo::machineHostName() : QString());
-    QCOMPARE(record.getVersionLib(), computed ? QStringLiteral("1.1.2") : QString());
+    QCOMPARE(record.getVersionLib(), computed ? "1.1.2"_s : QString());
     const QStringList os{QSysInfo::prettyProductName(), QSysInfo::productType(),   QSysInfo::productVersion(),
                          QSysInfo::kernelType(),        QSysInfo::kernelVersion(), QSysInfo::currentCpuArchitecture()};
     QCOMPARE(record.getOs(), computed ? os.join(u'/') : QString());
-    QCOMPARE(record.getVersionApp(), QStringLiteral("3.2"));
-    QCOMPARE(record.getType(), QStringLiteral("client"));
-    QCOMPARE(record.getTypeStr(), QStringLiteral("client"));
+    QCOMPARE(record.getVersionApp(), "3.2"_s);
+    QCOMPARE(record.getType(), "client"_s);
+    QCOMPARE(record.getTypeStr(), "client"_s);
     QCOMPARE(record.getMasterId(), QString());
     QVERIFY(record.getMasterData().isEmpty() && record.getHash().isEmpty() && !record.getConnected());
-    QCOMPARE(record.getId_prefix(), QStringLiteral("tarnel-"));
+    QCOMPARE(record.getId_prefix(), "tarnel-"_s);
 }
 
 void unit_records::clientIds_data()
@@ -176,45 +175,45 @@ void unit_records::clientIds()
     record.setProperty("type", type);
     record.setClientId(id);
     QTEST(record.getClientid(), "clientid");
-    QVERIFY(record.getServiceType() == (type == QStringLiteral("server") ? service_t::server : service_t::client));
+    QVERIFY(record.getServiceType() == (type == "server"_s ? service_t::server : service_t::client));
 }
 
 // What a presentation holds, and that reading one neither signals nor edits.
 void unit_records::json()
 {
-    system_t record(QStringLiteral("3.2"), service_t::server, QStringLiteral("srv"), nullptr);
-    record.setMaster(QStringLiteral("m"), {{QStringLiteral("k"), 1}});
-    record.setBrokerip(QStringLiteral("127.0.0.1"));
-    record.AddHash(QStringLiteral("/nowhere"));
+    system_t record("3.2"_s, service_t::server, "srv"_s, nullptr);
+    record.setMaster("m"_s, {{"k"_s, 1}});
+    record.setBrokerip("127.0.0.1"_s);
+    record.AddHash("/nowhere"_s);
     record.setPublishDate(QDateTime(QDate(2024, 2, 29), QTime(13, 5, 9)));
-    record.setObjectName(QStringLiteral("not told"));
+    record.setObjectName("not told"_s);
     QJsonSerializer serializer;
     const QJsonObject packet = serializer.serialize<system_t*>(&record);
     const auto text = [](const char* words) { return QJsonValue(QLatin1String(words)); };
-    const QJsonObject expected{{QStringLiteral("clientid"), text("srv")},
-                               {QStringLiteral("os"), text("")},
-                               {QStringLiteral("type"), text("server")},
-                               {QStringLiteral("versionLib"), text("")},
-                               {QStringLiteral("versionApp"), text("3.2")},
-                               {QStringLiteral("hostname"), text("")},
-                               {QStringLiteral("publishDate"), text("Thu Feb 29 13:05:09 2024")},
-                               {QStringLiteral("connected"), false},
-                               {QStringLiteral("brokerip"), text("127.0.0.1")},
-                               {QStringLiteral("masterid"), text("m")},
-                               {QStringLiteral("masterData"), QJsonObject{{QStringLiteral("k"), 1}}}};
+    const QJsonObject expected{{"clientid"_s, text("srv")},
+                               {"os"_s, text("")},
+                               {"type"_s, text("server")},
+                               {"versionLib"_s, text("")},
+                               {"versionApp"_s, text("3.2")},
+                               {"hostname"_s, text("")},
+                               {"publishDate"_s, text("Thu Feb 29 13:05:09 2024")},
+                               {"connected"_s, false},
+                               {"brokerip"_s, text("127.0.0.1")},
+                               {"masterid"_s, text("m")},
+                               {"masterData"_s, QJsonObject{{"k"_s, 1}}}};
     QCOMPARE(packet, expected);
 
     QJsonObject foreign = packet;
-    foreign[QStringLiteral("clientid")] = QStringLiteral("a b!");
-    foreign[QStringLiteral("connected")] = true;
+    foreign["clientid"_s] = "a b!"_s;
+    foreign["connected"_s] = true;
     const std::unique_ptr<system_t> read(serializer.deserialize<system_t*>(foreign));
-    QCOMPARE(read->getClientid(), QStringLiteral("a b!"));
+    QCOMPARE(read->getClientid(), "a b!"_s);
     QVERIFY(read->getConnected());
     QCOMPARE(read->getMasterData(), record.getMasterData());
     QCOMPARE(serializer.serialize<system_t*>(read.get()), foreign);
     QSignalSpy changes(read.get(), &system_t::changeMasterIdEvent);
-    read->setProperty("masterid", QStringLiteral("other"));
-    QCOMPARE(read->getMasterId(), QStringLiteral("other"));
+    read->setProperty("masterid", "other"_s);
+    QCOMPARE(read->getMasterId(), "other"_s);
     QCOMPARE(changes.count(), 0);
 }
 
@@ -222,17 +221,17 @@ void unit_records::masters()
 {
     system_t record;
     QSignalSpy changes(&record, &system_t::changeMasterIdEvent);
-    const QJsonObject first{{QStringLiteral("n"), 1}};
-    const QJsonObject second{{QStringLiteral("n"), 2}};
+    const QJsonObject first{{"n"_s, 1}};
+    const QJsonObject second{{"n"_s, 2}};
     record.setMasterId(QString());
-    record.setMasterId(QStringLiteral("a"));
-    record.setMasterId(QStringLiteral("a"));
-    record.setMaster(QStringLiteral("b"), first);
+    record.setMasterId("a"_s);
+    record.setMasterId("a"_s);
+    record.setMaster("b"_s, first);
     QCOMPARE(record.getMasterData(), first);
-    record.setMaster(QStringLiteral("b"), second);
+    record.setMaster("b"_s, second);
     QCOMPARE(record.getMasterData(), second);
     record.setMaster(QString(), {});
-    QCOMPARE(changes, (QList<QVariantList>{{QStringLiteral("a")}, {QStringLiteral("b")}, {QString()}}));
+    QCOMPARE(changes, (QList<QVariantList>{{"a"_s}, {"b"_s}, {QString()}}));
 }
 
 void unit_records::hashes_data()
@@ -248,7 +247,7 @@ void unit_records::hashes()
 {
     QFETCH(QByteArray, content);
     const QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("file"));
+    const QString path = folder.filePath("file"_s);
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
     file.close();
@@ -257,10 +256,9 @@ void unit_records::hashes()
     QCOMPARE(record.calculateHash(path), digest);
     record.AddHash(path);
     record.AddHash(folder.path()); // cannot be read
-    record.AddHash(QStringLiteral("/nowhere"));
-    QCOMPARE(
-        record.getHash(),
-        (QMap<QString, QString>{{path, digest}, {folder.path(), QString()}, {QStringLiteral("/nowhere"), QString()}}));
+    record.AddHash("/nowhere"_s);
+    QCOMPARE(record.getHash(),
+             (QMap<QString, QString>{{path, digest}, {folder.path(), QString()}, {"/nowhere"_s, QString()}}));
 }
 
 // The interfaces of the machine, whatever they are: the lines, and that the result is what they say.
@@ -269,13 +267,13 @@ void unit_records::network()
     system_t record;
     log_recorder_t log;
     const bool up = record.checkNetwork();
-    QStringList expected{QStringLiteral("6 checkNetwork Check network")};
+    QStringList expected{"6 checkNetwork Check network"_s};
     const auto all = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface& one : all) {
         const auto entries = one.addressEntries();
         for (const QNetworkAddressEntry& entry : entries) {
             if (entry.ip().protocol() != QAbstractSocket::IPv4Protocol ||
-                one.hardwareAddress() == QStringLiteral("00:00:00:00:00:00")) {
+                one.hardwareAddress() == "00:00:00:00:00:00"_s) {
                 continue;
             }
             const auto flag = [&one](QNetworkInterface::InterfaceFlag bit, const char* text) {
@@ -293,12 +291,12 @@ void unit_records::network()
         }
     }
     QCOMPARE(log.lines, expected);
-    QCOMPARE(up, !expected.filter(QStringLiteral("-- IsUp")).isEmpty());
+    QCOMPARE(up, !expected.filter("-- IsUp"_s).isEmpty());
     QCOMPARE(log.records[0].line, 190);
     for (int i = 1; i < log.records.size(); ++i) {
         QCOMPARE(log.records[i].line, 211);
     }
-    QCOMPARE(log.records[0].file, QStringLiteral("libscomunication/libmosquittoproto/utility/system_t"));
+    QCOMPARE(log.records[0].file, "libscomunication/libmosquittoproto/utility/system_t"_s);
 }
 
 QTEST_GUILESS_MAIN(unit_records)

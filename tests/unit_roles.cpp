@@ -27,7 +27,7 @@ struct exchange_t {
     QStringList expected;
 };
 
-const QString presentationOf = QStringLiteral("forward-bridge/local/@installation_id/%1/%2/connection/presentation");
+const QString presentationOf = "forward-bridge/local/@installation_id/%1/%2/connection/presentation"_s;
 
 // "+id type master" and "-id type master" are presentations of a node that is there and that is gone; everything
 // else is JSON with ' for ".
@@ -35,10 +35,10 @@ QString payloadOf(QString text)
 {
     if (text.startsWith(u'+') || text.startsWith(u'-')) {
         const QStringList words = text.mid(1).split(u' ');
-        return probe::textOf(QJsonObject{{QStringLiteral("clientid"), words[0]},
-                                         {QStringLiteral("type"), words[1]},
-                                         {QStringLiteral("masterid"), words.value(2)},
-                                         {QStringLiteral("connected"), text.startsWith(u'+')}});
+        return probe::textOf(QJsonObject{{"clientid"_s, words[0]},
+                                         {"type"_s, words[1]},
+                                         {"masterid"_s, words.value(2)},
+                                         {"connected"_s, text.startsWith(u'+')}});
     }
     return text.replace(u'\'', u'"');
 }
@@ -60,19 +60,18 @@ void deliver(Engine& engine, const QString& message)
 QStringList clientSubscriptions(const QString& verb, const QString& server)
 {
     const bool on = verb == "subscribe"_l1;
-    const QString qos = on ? QStringLiteral(" 2") : QString();
-    const QString base = QStringLiteral("local/@installation_id/@sender/@destination/");
+    const QString qos = on ? " 2"_s : QString();
+    const QString base = "local/@installation_id/@sender/@destination/"_s;
     const auto banner = [](const char* word) {
         return QString("4 init_subscription -----------------------------"_l1 + QLatin1String(word) +
                        "-----------------------------"_l1);
     };
-    QStringList list{QStringLiteral("4 init_subscription Init subscription client"), banner("PRESENTATION"),
-                     banner("MASTER")};
+    QStringList list{"4 init_subscription Init subscription client"_s, banner("PRESENTATION"), banner("MASTER")};
     for (const char* const bridge : {"forward-bridge/", "remote-bridge/", "cloud-bridge/"}) {
         list << verb + u' ' + QLatin1String(bridge) + "local/@installation_id/"_l1 + server + "/all_clients/master"_l1 +
                     qos;
     }
-    list << banner("ALL BASE") << QStringLiteral("4 init_subscription Init subscriptions ")
+    list << banner("ALL BASE") << "4 init_subscription Init subscriptions "_s
          << "6 init_subscription Try to "_l1 + verb + " client "_l1 + base + "status/#"_l1;
     for (const char* const bridge : {"", "forward-bridge/", "remote-bridge/", "cloud-bridge/"}) {
         list << verb + u' ' + QLatin1String(bridge) + base + "status/#"_l1 + qos;
@@ -121,8 +120,8 @@ QStringList expand(const QStringList& lines, const QString& message, const QStri
 // The payload of a presentation that went out is looked at elsewhere.
 QStringList withoutPresentations(QStringList events)
 {
-    static const QRegularExpression payload(QStringLiteral("^(publish \\S+/presentation) \\{.*\\} 2 0$"));
-    return events.replaceInStrings(payload, QStringLiteral("\\1"));
+    static const QRegularExpression payload("^(publish \\S+/presentation) \\{.*\\} 2 0$"_s);
+    return events.replaceInStrings(payload, "\\1"_s);
 }
 
 const char* const srv = "forward-bridge/local/1234/srv/all/connection/presentation +srv server srv";
@@ -139,20 +138,17 @@ class unit_roles : public QObject {
 
     QStringList events;
     const QJsonObject configuration{
-        {QStringLiteral("mqtt"), QJsonObject{{QStringLiteral("global"), QJsonObject{{QStringLiteral("installation_id"),
-                                                                                     QStringLiteral("1234")}}}}}};
+        {"mqtt"_s, QJsonObject{{"global"_s, QJsonObject{{"installation_id"_s, "1234"_s}}}}}};
 
     std::unique_ptr<client_t> makeClient(const QString& master = QString())
     {
-        auto engine =
-            std::make_unique<client_t>(events, QStringLiteral("1"), configuration, QStringLiteral("panel"), false);
+        auto engine = std::make_unique<client_t>(events, "1"_s, configuration, "panel"_s, false);
         engine->system->setMasterId(master);
         return engine;
     }
     std::unique_ptr<server_t> makeServer(const QString& master = QString(), bool defaultMaster = false)
     {
-        auto engine = std::make_unique<server_t>(events, QStringLiteral("1"), configuration, defaultMaster,
-                                                 QStringLiteral("srv"), false);
+        auto engine = std::make_unique<server_t>(events, "1"_s, configuration, defaultMaster, "srv"_s, false);
         engine->system->setMasterId(master);
         return engine;
     }
@@ -229,18 +225,18 @@ private Q_SLOTS:
         QFETCH(int, number);
         exchange_t row = exchanges[number];
         const bool bridge = row.role == "bridge"_l1 || row.role == "cloud"_l1;
-        const QString master = bridge ? QStringLiteral("tarnel-server-1") : row.master;
+        const QString master = bridge ? "tarnel-server-1"_s : row.master;
         if (row.role != "server"_l1) {
             const auto engine = makeClient(master);
-            engine->setBridgeKey(QStringLiteral("key"));
-            exchange(*engine, row, QStringLiteral("panel"), QStringLiteral("topic: "));
+            engine->setBridgeKey("key"_s);
+            exchange(*engine, row, "panel"_s, "topic: "_s);
         }
         if (row.role == "cloud"_l1) {
             row.expected.clear();
         }
         if (row.role != "client"_l1) {
             const auto engine = makeServer(master);
-            exchange(*engine, row, QStringLiteral("srv"), QStringLiteral("_topic: "));
+            exchange(*engine, row, "srv"_s, "_topic: "_s);
         }
     }
 
@@ -249,57 +245,52 @@ private Q_SLOTS:
         const auto panel = makeClient();
         events.clear();
         panel->setBridgeKey(QString());
-        panel->on_message(5, QStringLiteral("$SYS/x/clients//connected"), QStringLiteral("1"), 1, 0, false);
+        panel->on_message(5, "$SYS/x/clients//connected"_s, "1"_s, 1, 0, false);
         QCOMPARE(events.first(),
-                 QStringLiteral("2 setBridgeKey Unable to subrscibe/unsubscribe bridge because bridge_key is empty!"));
-        QCOMPARE(events.last(), QStringLiteral("emit onBridgeConnectionCloudEvent $SYS/x/clients//connected  1 true"));
+                 "2 setBridgeKey Unable to subrscibe/unsubscribe bridge because bridge_key is empty!"_s);
+        QCOMPARE(events.last(), "emit onBridgeConnectionCloudEvent $SYS/x/clients//connected  1 true"_s);
         events.clear();
-        panel->setBridgeKey(QStringLiteral("k"));
+        panel->setBridgeKey("k"_s);
         panel->subscribe_bridge();
         panel->setStatusbroker(true);
         panel->subscribe_bridge();
         const auto asked = [this](const char* verb) { return events.filter(QRegularExpression(QLatin1String(verb))); };
-        QCOMPARE(asked("^subscribe"),
-                 (QStringList{QStringLiteral("subscribe $SYS/brokers/+/clients/k/connected 2"),
-                              QStringLiteral("subscribe $SYS/brokers/+/clients/k/disconnected 2")}));
-        QCOMPARE(asked("^unsubscribe"),
-                 (QStringList{QStringLiteral("unsubscribe $SYS/brokers/+/clients/k/connected"),
-                              QStringLiteral("unsubscribe $SYS/brokers/+/clients/k/disconnected")}));
+        QCOMPARE(asked("^subscribe"), (QStringList{"subscribe $SYS/brokers/+/clients/k/connected 2"_s,
+                                                   "subscribe $SYS/brokers/+/clients/k/disconnected 2"_s}));
+        QCOMPARE(asked("^unsubscribe"), (QStringList{"unsubscribe $SYS/brokers/+/clients/k/connected"_s,
+                                                     "unsubscribe $SYS/brokers/+/clients/k/disconnected"_s}));
     }
 
     // A client at an accepted and a refused connection, and when the link goes.
     void clientLink()
     {
         const auto engine = makeClient();
-        const QString own = QStringLiteral("panel");
+        const QString own = "panel"_s;
         events.clear();
         engine->on_connect_with_flags(5, 0);
-        QCOMPARE(events, (QStringList{QStringLiteral("2 on_connect_with_flags (5) Connection Refused: not authorised "
-                                                     "127.0.0.1:1883"),
-                                      QStringLiteral("emit onBrokerConnection 5 0")}));
+        QCOMPARE(events, (QStringList{"2 on_connect_with_flags (5) Connection Refused: not authorised 127.0.0.1:1883"_s,
+                                      "emit onBrokerConnection 5 0"_s}));
         events.clear();
         engine->on_connect_with_flags(0, 1);
-        QStringList expected{QStringLiteral("4 on_connect_with_flags (0) Connected to broker to 127.0.0.1:1883")};
+        QStringList expected{"4 on_connect_with_flags (0) Connected to broker to 127.0.0.1:1883"_s};
         for (const char* const destination : {"all", "panel", "all_clients"}) {
             for (const char* const bridge : {"forward", "remote", "cloud"}) {
-                expected << QStringLiteral("subscribe %1-bridge/local/@installation_id/+/%2/connection/presentation 2")
-                                .arg(QLatin1String(bridge), QLatin1String(destination));
+                expected << "subscribe %1-bridge/local/@installation_id/+/%2/connection/presentation 2"_s.arg(
+                    QLatin1String(bridge), QLatin1String(destination));
             }
         }
-        expected << QStringLiteral("subscribe $SYS/broker/connection/# 2")
-                 << expand({QStringLiteral("@present own_server")}, QString(), own)
-                 << QStringLiteral("emit onBrokerConnection 0 1");
+        expected << "subscribe $SYS/broker/connection/# 2"_s << expand({"@present own_server"_s}, QString(), own)
+                 << "emit onBrokerConnection 0 1"_s;
         QCOMPARE(withoutPresentations(events), expected);
 
         deliver(*engine, QLatin1String(srv));
-        QCOMPARE(engine->getServerId(), QStringLiteral("srv"));
-        QCOMPARE(engine->placeholders[QStringLiteral("@idserver")], QStringList{QStringLiteral("srv")});
+        QCOMPARE(engine->getServerId(), "srv"_s);
+        QCOMPARE(engine->placeholders["@idserver"_s], QStringList{"srv"_s});
         events.clear();
         engine->on_disconnect(7);
         QCOMPARE(events,
-                 (QStringList{QStringLiteral("2 on_disconnect (7) Disconnection lost connection 127.0.0.1:1883"),
-                              QStringLiteral("4 onDisconnect Clear server id and status"),
-                              QStringLiteral("emit onBrokerDisconnection 7")}));
+                 (QStringList{"2 on_disconnect (7) Disconnection lost connection 127.0.0.1:1883"_s,
+                              "4 onDisconnect Clear server id and status"_s, "emit onBrokerDisconnection 7"_s}));
         QCOMPARE(engine->getServerId(), QString());
         QVERIFY(engine->system->getMasterData().isEmpty());
     }
@@ -308,11 +299,9 @@ private Q_SLOTS:
     {
         const auto engine = makeServer(QString(), true);
         QVERIFY(engine->placeholders ==
-                (QMap<QString, QList<QString>>{
-                    {QStringLiteral("@clientid"), {QStringLiteral("srv")}},
-                    {QStringLiteral("@destination"),
-                     {QStringLiteral("@clientid"), QStringLiteral("all_servers"), QStringLiteral("all")}},
-                    {QStringLiteral("@sender"), {QStringLiteral("+")}}}));
+                (QMap<QString, QList<QString>>{{"@clientid"_s, {"srv"_s}},
+                                               {"@destination"_s, {"@clientid"_s, "all_servers"_s, "all"_s}},
+                                               {"@sender"_s, {"+"_s}}}));
         const QStringList presence = QStringLiteral(R"(
 6 onConnect_with_flags Subscribe presentation and my client for all other servers
 6 subscription_presentation Try to subcription presentation: local/@installation_id/+/+/connection/presentation
@@ -325,37 +314,33 @@ subscribe +/local/@installation_id/+/+/master 2
 subscribe local/@installation_id/+/+/master 2
 subscribe $SYS/broker/connection/# 2)")
                                          .split(u'\n', Qt::SkipEmptyParts);
-        const QString accepted = QStringLiteral("4 on_connect_with_flags (0) Connected to broker to 127.0.0.1:1883");
-        const QStringList end{QStringLiteral("emit onConnection"), QStringLiteral("emit onBrokerConnection 0 0")};
+        const QString accepted = "4 on_connect_with_flags (0) Connected to broker to 127.0.0.1:1883"_s;
+        const QStringList end{"emit onConnection"_s, "emit onBrokerConnection 0 0"_s};
         events.clear();
         engine->on_connect_with_flags(0, 0);
-        QCOMPARE(withoutPresentations(events),
-                 QStringList{accepted} << QStringLiteral("4 onConnect_with_flags I'm default master") << presence
-                                       << QStringLiteral("6 isMaster I'm master -srv-")
-                                       << ::bridges(QStringLiteral("subscribe"))
-                                       << expand({QStringLiteral("@present all")}, QString(), QStringLiteral("srv"))
-                                       << end);
+        QCOMPARE(withoutPresentations(events), QStringList{accepted}
+                                                   << "4 onConnect_with_flags I'm default master"_s << presence
+                                                   << "6 isMaster I'm master -srv-"_s << ::bridges("subscribe"_s)
+                                                   << expand({"@present all"_s}, QString(), "srv"_s) << end);
         const auto follower = makeServer();
         events.clear();
         follower->on_connect_with_flags(0, 0);
-        QCOMPARE(withoutPresentations(events),
-                 QStringList{accepted} << QStringLiteral("4 onConnect_with_flags Master is not assigned") << presence
-                                       << QStringLiteral("4 isMaster Master is not set!")
-                                       << expand({QStringLiteral("@present all")}, QString(), QStringLiteral("srv"))
-                                       << end);
+        QCOMPARE(withoutPresentations(events), QStringList{accepted}
+                                                   << "4 onConnect_with_flags Master is not assigned"_s << presence
+                                                   << "4 isMaster Master is not set!"_s
+                                                   << expand({"@present all"_s}, QString(), "srv"_s) << end);
         events.clear();
         follower->subscription_presentation(service_t::server, subscribe_t(0));
         QStringList dropped = presence.mid(1);
-        dropped.replaceInStrings(QRegularExpression(QStringLiteral("^subscribe (.*) 2$")),
-                                 QStringLiteral("unsubscribe \\1"));
+        dropped.replaceInStrings(QRegularExpression("^subscribe (.*) 2$"_s), "unsubscribe \\1"_s);
         QCOMPARE(events, dropped);
-        follower->system->setMasterId(QStringLiteral("  "));
+        follower->system->setMasterId("  "_s);
         events.clear();
         QVERIFY(!follower->isMaster());
         follower->subscription_presentation();
-        follower->subscription_presentation(service_t(QStringLiteral("other")), subscribe_t(1));
-        QCOMPARE(events, (QStringList{QStringLiteral("4 isMaster Master is not set!"),
-                                      QStringLiteral("0 subscription_presentation Function not implemented")}));
+        follower->subscription_presentation(service_t("other"_s), subscribe_t(1));
+        QCOMPARE(events, (QStringList{"4 isMaster Master is not set!"_s,
+                                      "0 subscription_presentation Function not implemented"_s}));
     }
 
     // The record of a default master at its n-th connection; what lies deeper than eight levels is cut.
@@ -365,7 +350,7 @@ subscribe $SYS/broker/connection/# 2)")
         const auto levels = [&engine] {
             int count = 0;
             for (QJsonObject data = engine->system->getMasterData(); !data.isEmpty(); ++count) {
-                data = data[QStringLiteral("masterData")].toObject();
+                data = data["masterData"_s].toObject();
             }
             return count;
         };
@@ -382,14 +367,14 @@ subscribe $SYS/broker/connection/# 2)")
         const auto engine = makeServer();
         deliver(*engine, QLatin1String(panel));
         const auto clients = engine->getClients();
-        QCOMPARE(clients.keys(), QStringList{QStringLiteral("pan")});
+        QCOMPARE(clients.keys(), QStringList{"pan"_s});
         deliver(*engine, QLatin1String(two));
         events.clear();
         engine->on_disconnect(0);
-        QCOMPARE(events[1], QStringLiteral("4 onDisconnect Clear all client"));
+        QCOMPARE(events[1], "4 onDisconnect Clear all client"_s);
         QVERIFY(engine->getClients().isEmpty());
-        QCOMPARE(clients[QStringLiteral("pan")]->getClientid(), QStringLiteral("pan"));
-        QCOMPARE(engine->system->getMasterId(), QStringLiteral("two"));
+        QCOMPARE(clients["pan"_s]->getClientid(), "pan"_s);
+        QCOMPARE(engine->system->getMasterId(), "two"_s);
         events.clear();
         deliver(*engine, QLatin1String(two)); // servers are remembered
         QVERIFY(events.contains(
@@ -401,29 +386,28 @@ subscribe $SYS/broker/connection/# 2)")
     {
         QTest::addColumn<QString>("topic");
         QTest::addColumn<bool>("isStatus");
-        QTest::newRow("all") << QStringLiteral("local/1234/srv/all/status/#") << true;
-        QTest::newRow("this client") << QStringLiteral("forward-bridge/local/1234/srv/panel/status/#") << true;
-        QTest::newRow("another client") << QStringLiteral("local/1234/srv/pane/status/#") << false;
-        QTest::newRow("further levels") << QStringLiteral("local/1234/srv/all/status/#/x") << false;
-        QTest::newRow("notification") << QStringLiteral("local/1234/srv/all/notification/#") << false;
-        QTest::newRow("nothing before") << QStringLiteral("/all/status/#") << false;
+        QTest::newRow("all") << "local/1234/srv/all/status/#"_s << true;
+        QTest::newRow("this client") << "forward-bridge/local/1234/srv/panel/status/#"_s << true;
+        QTest::newRow("another client") << "local/1234/srv/pane/status/#"_s << false;
+        QTest::newRow("further levels") << "local/1234/srv/all/status/#/x"_s << false;
+        QTest::newRow("notification") << "local/1234/srv/all/notification/#"_s << false;
+        QTest::newRow("nothing before") << "/all/status/#"_s << false;
         QTest::newRow("unknown mid") << QString() << false;
     }
     void ready()
     {
         QFETCH(QString, topic);
         QFETCH(bool, isStatus);
-        const auto engine = makeClient(QStringLiteral("srv"));
+        const auto engine = makeClient("srv"_s);
         const QString said =
-            QStringLiteral("6 publish Try to publish topic: forward-bridge/local/1234/panel/srv/command/"
-                           "client/ready qos: 2 retain: 0");
+            "6 publish Try to publish topic: forward-bridge/local/1234/panel/srv/command/client/ready qos: 2 retain: 0"_s;
         events.clear();
         engine->onSubscribe(1, 0, nullptr, topic);
         engine->onSubscribe(1, 0, nullptr, topic);
         QCOMPARE(events.count(said), isStatus ? 1 : 0);
         engine->onUnsubscribe(1, topic); // never one level only
         QCOMPARE(events.count(said), isStatus ? 1 : 0);
-        engine->onUnsubscribe(1, QStringLiteral("srv/panel/status/#"));
+        engine->onUnsubscribe(1, "srv/panel/status/#"_s);
         QCOMPARE(events.count(said), isStatus ? 2 : 0);
         engine->onSubscribe(1, 0, nullptr, topic);
         QCOMPARE(events.count(said), isStatus ? 3 : 0);
@@ -435,18 +419,16 @@ subscribe $SYS/broker/connection/# 2)")
     void clientPublish()
     {
         const auto engine = makeClient();
-        const QJsonObject packet{{QStringLiteral("topic"), QStringLiteral("request/DB/realtime")},
-                                 {QStringLiteral("payload"), 1}};
+        const QJsonObject packet{{"topic"_s, "request/DB/realtime"_s}, {"payload"_s, 1}};
         events.clear();
         engine->publish(packet);
-        QCOMPARE(events, (QStringList{QStringLiteral("3 publish No master id"),
-                                      "emit onMasterIdError "_l1 + probe::textOf(packet)}));
-        engine->system->setMasterId(QStringLiteral("srv"));
+        QCOMPARE(events, (QStringList{"3 publish No master id"_s, "emit onMasterIdError "_l1 + probe::textOf(packet)}));
+        engine->system->setMasterId("srv"_s);
         events.clear();
         engine->publish(packet);
-        QCOMPARE(events[0],
-                 QStringLiteral("6 publish Try to publish topic: forward-bridge/local/1234/panel/srv/request/DB/"
-                                "realtime qos: 2 retain: 0"));
+        QCOMPARE(
+            events[0],
+            "6 publish Try to publish topic: forward-bridge/local/1234/panel/srv/request/DB/realtime qos: 2 retain: 0"_s);
     }
 
     // A host may delete the engine in any slot of its own; the sanitizers watch what is touched afterwards.
@@ -465,36 +447,34 @@ subscribe $SYS/broker/connection/# 2)")
             return [text](auto& engine) { deliver(engine, QLatin1String(text)); };
         };
         const auto bridge = [](auto& engine) {
-            engine.on_message(1, QStringLiteral("$SYS/broker/connection/x-y-1-2/state"), QStringLiteral("0"), 1, 0,
-                              false);
+            engine.on_message(1, "$SYS/broker/connection/x-y-1-2/state"_s, "0"_s, 1, 0, false);
         };
         const auto accepted = [](auto& engine) { engine.on_connect_with_flags(0, 0); };
         const auto lost = [](auto& engine) { engine.on_disconnect(7); };
-        const QString one = QStringLiteral("tarnel-server-1");
+        const QString one = "tarnel-server-1"_s;
         after(makeClient(), &protobase_t::onBrokerConnection, accepted);
         after(makeClient(), &protobase_t::onBrokerDisconnection, lost);
         after(makeClient(), &protobase_t::onBridgeConnectionEvent, bridge);
         after(makeClient(one), &protobase_t::onMasterBridgeError, bridge);
         after(makeClient(), &protobase_t::onMasterIdError, [](auto& engine) { engine.publish(QJsonObject()); });
         after(makeClient(), &protobase_t::on_Presentation, message(srv));
-        after(makeClient(QStringLiteral("srv")), &protobase_t::on_Presentation,
+        after(makeClient("srv"_s), &protobase_t::on_Presentation,
               message("forward-bridge/local/1234/srv/all/connection/presentation -srv server srv"));
         after(makeClient(), &protobase_t::onDatabasePersistentStatus,
               message("local/1234/s/all/status/DB/persistent {}"));
         after(makeClient(), &protobase_t::on_Unknown, message("local/1234/s/all/unknown {}"));
-        after(makeClient(), &protobase_t::onBridgeConnectionCloudEvent, [](auto& engine) {
-            engine.on_message(1, QStringLiteral("$SYS/clients//connected"), QString(), 0, 0, false);
-        });
+        after(makeClient(), &protobase_t::onBridgeConnectionCloudEvent,
+              [](auto& engine) { engine.on_message(1, "$SYS/clients//connected"_s, QString(), 0, 0, false); });
         after(makeServer(), &protoserver_t::onConnection, accepted);
         after(makeServer(), &protobase_t::onBrokerDisconnection, lost);
         after(makeServer(), &protobase_t::onBridgeConnectionEvent, bridge);
         after(makeServer(one), &protobase_t::onMasterBridgeError, bridge);
-        after(makeServer(QStringLiteral("srv")), &protobase_t::on_Presentation, message(panel));
-        after(makeServer(QStringLiteral("srv")), &protobase_t::on_Presentation,
+        after(makeServer("srv"_s), &protobase_t::on_Presentation, message(panel));
+        after(makeServer("srv"_s), &protobase_t::on_Presentation,
               message("local/1234/pan/own_server/connection/presentation -pan client"));
-        after(makeServer(QStringLiteral("two")), &protobase_t::on_Presentation,
+        after(makeServer("two"_s), &protobase_t::on_Presentation,
               message("remote-bridge/local/1234/two/srv/connection/presentation +two server srv"));
-        after(makeServer(QStringLiteral("srv")), &protobase_t::on_Presentation,
+        after(makeServer("srv"_s), &protobase_t::on_Presentation,
               message("remote-bridge/local/1234/two/all/connection/presentation -two server srv"));
         after(makeServer(), &protoserver_t::onRequestCmd, message("local/1234/s/srv/request/DB/command {}"));
         after(makeServer(), &protoserver_t::onClientReady, message("local/1234/s/srv/command/client/ready '1'"));

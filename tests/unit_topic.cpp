@@ -18,25 +18,20 @@ QStringList partsOf(const QString& text)
 {
     bool ok = false;
     const topic_t topic(text, &ok);
-    return {ok ? QStringLiteral("ok") : QStringLiteral("-"),
-            topic.getOrigin(),
-            topic.getLocal(),
-            topic.getPlain(),
-            topic.getSender(),
-            topic.getDestination(),
-            topic.getValue()};
+    return {ok ? "ok"_s : "-"_s, topic.getOrigin(),      topic.getLocal(), topic.getPlain(),
+            topic.getSender(),   topic.getDestination(), topic.getValue()};
 }
 
 // What the expression says of a topic, step by step.
 QStringList referenceOf(const QString& text)
 {
     QRegExp expression(topic_t::tmp_regex_allowed_topic_plain, Qt::CaseSensitive, QRegExp::RegExp);
-    QStringList parts{QStringLiteral("-"), QString(), QString(), QString(), QString(), QString(), QString()};
+    QStringList parts{"-"_s, QString(), QString(), QString(), QString(), QString(), QString()};
     if (expression.exactMatch(text) && expression.captureCount() >= topic_t::getTopic_min_len()) {
         int next = 2;
-        parts[0] = QStringLiteral("ok");
+        parts[0] = "ok"_s;
         parts[1] = expression.cap(1);
-        if (expression.cap(2) == QStringLiteral("local")) {
+        if (expression.cap(2) == "local"_s) {
             parts[2] = expression.cap(2);
             next = 3;
         }
@@ -109,18 +104,18 @@ void unit_topic::examples()
 {
     QFETCH(QString, topic);
     QFETCH(QString, parts);
-    topic_t::setInstallationid(QStringLiteral("1234"));
+    topic_t::setInstallationid("1234"_s);
     log_recorder_t log;
     bool ok = parts.isEmpty();
     QCOMPARE(topic_t(topic, &ok).getOriginal(), topic);
     QCOMPARE(ok, !parts.isEmpty());
-    const QStringList expected = (parts.isEmpty() ? QStringLiteral("-||||||") : "ok|"_l1 + parts).split(u'|');
+    const QStringList expected = (parts.isEmpty() ? "-||||||"_s : "ok|"_l1 + parts).split(u'|');
     QCOMPARE(partsOf(topic), expected);
     // Each parse of a refused topic is told once.
     QCOMPARE(log.records.size(), parts.isEmpty() ? 2 : 0);
     for (const auto& record : qAsConst(log.records)) {
         QCOMPARE(log_recorder_t::textOf(record), "2 topic_t Unknown topic not processing messsage: "_l1 + topic);
-        QCOMPARE(record.file, QStringLiteral("libscomunication/libmosquittoproto/define/topic_t"));
+        QCOMPARE(record.file, "libscomunication/libmosquittoproto/define/topic_t"_s);
         QCOMPARE(record.line, 67);
     }
 }
@@ -128,21 +123,20 @@ void unit_topic::examples()
 void unit_topic::installationIds()
 {
     const QString pattern = topic_t::regex_allowed_topic_plain;
-    const QString topic = QStringLiteral("local/12/a/b/c");
-    topic_t::setInstallationid(QStringLiteral("21"));
-    QCOMPARE(partsOf(topic)[0], QStringLiteral("ok"));
-    topic_t::setInstallationid(QStringLiteral("x@y"));
-    QCOMPARE(topic_t::installation_id, QStringLiteral("x@y"));
-    QCOMPARE(partsOf(topic)[0], QStringLiteral("-"));
+    const QString topic = "local/12/a/b/c"_s;
+    topic_t::setInstallationid("21"_s);
+    QCOMPARE(partsOf(topic)[0], "ok"_s);
+    topic_t::setInstallationid("x@y"_s);
+    QCOMPARE(topic_t::installation_id, "x@y"_s);
+    QCOMPARE(partsOf(topic)[0], "-"_s);
     QCOMPARE(topic_t::regex_allowed_topic_plain, pattern);
-    QCOMPARE(topic_t::tmp_regex_allowed_topic_plain,
-             QString(pattern).replace(QStringLiteral("@installation_id"), QStringLiteral("x@y")));
+    QCOMPARE(topic_t::tmp_regex_allowed_topic_plain, QString(pattern).replace("@installation_id"_s, "x@y"_s));
     // The placeholder itself as an id: its characters.
-    topic_t::setInstallationid(QStringLiteral("@installation_id"));
-    QCOMPARE(partsOf(QStringLiteral("local/lion/a/b/c"))[0], QStringLiteral("ok"));
+    topic_t::setInstallationid("@installation_id"_s);
+    QCOMPARE(partsOf("local/lion/a/b/c"_s)[0], "ok"_s);
     // Without an id the class swallows what follows, and a group is lost: the parts move on by one.
     topic_t::setInstallationid(QString());
-    QCOMPARE(partsOf(topic), QStringLiteral("ok||local|12/a|b|c|").split(u'|'));
+    QCOMPARE(partsOf(topic), "ok||local|12/a|b|c|"_s.split(u'|'));
 }
 
 void unit_topic::asTheExpression_data()
@@ -156,9 +150,8 @@ void unit_topic::asTheExpression_data()
     row("House_7", 20000);
     row("", 2500);
     for (const QString& id :
-         QStringLiteral("- a-z z-a ] a]b ^ ^1 / 1/2 \\ \\d 1\\ @ _ \u00a3 \u00e9\u0416 [ ( () + \\1 1|2 "
-                        "@installation_id")
-             .split(u' ')) {
+         "- a-z z-a ] a]b ^ ^1 / 1/2 \\ \\d 1\\ @ _ \u00a3 \u00e9\u0416 [ ( () + \\1 1|2 @installation_id"_s.split(
+             u' ')) {
         row(qPrintable(id), 2500);
     }
 }
@@ -170,15 +163,10 @@ void unit_topic::asTheExpression()
     topic_t::setInstallationid(id);
     classlogs::getInstance()->setLevel(1);
     // Valid topics, changed at a few places.
-    const QStringList bridges{QString(),
-                              QStringLiteral("remote-bridge"),
-                              QStringLiteral("forward-bridge"),
-                              QStringLiteral("cloud-bridge"),
-                              QStringLiteral("other-cloud-bridge"),
-                              QStringLiteral("local")};
+    const QStringList bridges{QString(),        "remote-bridge"_s,      "forward-bridge"_s,
+                              "cloud-bridge"_s, "other-cloud-bridge"_s, "local"_s};
     const QString pieces =
-        QStringLiteral("//////lloca12-_{}[]()?^$\u00a3!:.,=;@+'abcAZ \t\n#%&*\\\"|~<>\u00e9\u00df\u0416"
-                       "\u0661\u20ac\u0301\u00aa\U0001f600\ufffd") %
+        "//////lloca12-_{}[]()?^$\u00a3!:.,=;@+'abcAZ \t\n#%&*\\\"|~<>\u00e9\u00df\u0416\u0661\u20ac\u0301\u00aa\U0001f600\ufffd"_s %
         QChar(0) % id;
     QRandomGenerator random(static_cast<quint32>(qHash(id, 1)));
     const auto below = [&random](int bound) { return static_cast<int>(random.bounded(bound)); };
@@ -189,12 +177,12 @@ void unit_topic::asTheExpression()
         }
         return text;
     };
-    const QString letters = QStringLiteral("abcXYZ019_-.@+");
+    const QString letters = "abcXYZ019_-.@+"_s;
     int accepted = 0;
     for (int n = 0; n < topics; ++n) {
-        QString topic = bridges[below(bridges.size())] + (below(4) != 0 ? QStringLiteral("/") : QString()) +
-                        "local/"_l1 + level(id.isEmpty() ? letters : id) + u'/' + level(letters) + u'/' +
-                        level(letters) + u'/' + level(letters);
+        QString topic = bridges[below(bridges.size())] + (below(4) != 0 ? "/"_s : QString()) + "local/"_l1 +
+                        level(id.isEmpty() ? letters : id) + u'/' + level(letters) + u'/' + level(letters) + u'/' +
+                        level(letters);
         for (int changes = below(4); changes > 0; --changes) {
             const int place = below(topic.size() + 1);
             switch (below(3)) {
@@ -204,7 +192,7 @@ void unit_topic::asTheExpression()
             }
         }
         QVERIFY(compare(topic));
-        accepted += partsOf(topic)[0] == QStringLiteral("ok") ? 1 : 0;
+        accepted += partsOf(topic)[0] == "ok"_s ? 1 : 0;
     }
     if (topics > 10000) {
         QVERIFY2(accepted > topics / 10 && accepted < topics * 9 / 10, qPrintable(QString::number(accepted)));
@@ -215,10 +203,9 @@ void unit_topic::asTheExpression()
 void unit_topic::everyCharacter()
 {
     classlogs::getInstance()->setLevel(1);
-    topic_t::setInstallationid(QStringLiteral("1234"));
-    const QStringList places{QStringLiteral("%1/local/1/s/d/v"), QStringLiteral("local/%1/s/d/v"),
-                             QStringLiteral("local/1%1/s/d/v"),  QStringLiteral("local/1/s%1/d/v"),
-                             QStringLiteral("local/1/s/%1/v"),   QStringLiteral("local/1/s/d/%1")};
+    topic_t::setInstallationid("1234"_s);
+    const QStringList places{"%1/local/1/s/d/v"_s, "local/%1/s/d/v"_s, "local/1%1/s/d/v"_s,
+                             "local/1/s%1/d/v"_s,  "local/1/s/%1/v"_s, "local/1/s/d/%1"_s};
     for (const QString& place : places) {
         for (int character = 0; character <= 0xffff; ++character) {
             QVERIFY(compare(QString(place).replace("%1"_l1, QString(QChar(character)))));

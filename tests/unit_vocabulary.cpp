@@ -3,10 +3,11 @@
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/define/topic_t.h>
 #include <flotrofobul/messages/messages.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
+
+#include "support/log_recorder.h"
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QMetaMethod>
@@ -38,7 +39,7 @@ void unit_vocabulary::texts_data()
 {
     QTest::addColumn<QString>("constant");
     QTest::addColumn<QString>("text");
-    const QString prefix = QStringLiteral("local/@installation_id/@sender/@destination");
+    const QString prefix = "local/@installation_id/@sender/@destination"_s;
 #define ROW(name, value) QTest::newRow(#name) << name << QStringLiteral(value)
 #define LEVEL_ROW(name, value) QTest::newRow(#name) << name << prefix + QStringLiteral(value)
     ROW(DESTINATION, "@destination");
@@ -140,27 +141,24 @@ void unit_vocabulary::wordsAndNumbers()
     using client_word = destination_publish_client_t;
     using server_word = destination_publish_server_t;
     using heard_word = destination_subscription_t;
-    QCOMPARE(listed<service_t>({&service_t::server, &service_t::client}),
-             (QStringList{QStringLiteral("0 server"), QStringLiteral("1 client")}));
+    QCOMPARE(listed<service_t>({&service_t::server, &service_t::client}), (QStringList{"0 server"_s, "1 client"_s}));
     QCOMPARE(listed<client_word>({&client_word::idserver, &client_word::own_server}),
-             (QStringList{QStringLiteral("0 @idserver"), QStringLiteral("1 own_server")}));
+             (QStringList{"0 @idserver"_s, "1 own_server"_s}));
     QCOMPARE(listed<server_word>({&server_word::all, &server_word::all_servers, &server_word::all_clients}),
-             (QStringList{QStringLiteral("2 all"), QStringLiteral("3 all_servers"), QStringLiteral("4 all_clients")}));
-    QCOMPARE(
-        listed<heard_word>({&heard_word::jolly, &heard_word::multilevel, &heard_word::all, &heard_word::all_clients,
-                            &heard_word::idserver, &heard_word::idclient}),
-        (QStringList{QStringLiteral("0 +"), QStringLiteral("1 #"), QStringLiteral("2 all"),
-                     QStringLiteral("3 all_clients"), QStringLiteral("4 @idserver"), QStringLiteral("5 @idclient")}));
+             (QStringList{"2 all"_s, "3 all_servers"_s, "4 all_clients"_s}));
+    QCOMPARE(listed<heard_word>({&heard_word::jolly, &heard_word::multilevel, &heard_word::all,
+                                 &heard_word::all_clients, &heard_word::idserver, &heard_word::idclient}),
+             (QStringList{"0 +"_s, "1 #"_s, "2 all"_s, "3 all_clients"_s, "4 @idserver"_s, "5 @idclient"_s}));
     QCOMPARE(client_word::maxI, 5u);
     QCOMPARE(server_word::maxI, 0u);
     QCOMPARE(heard_word::maxI, 6u);
 
     // A word counts when it is made, not when it is copied; only its text is compared.
     const quint32 next = service_t::maxI;
-    const service_t made(QStringLiteral("server"));
+    const service_t made("server"_s);
     const service_t copy(made);
     const service_t empty;
-    const server_word another(QStringLiteral("all"));
+    const server_word another("all"_s);
     QCOMPARE(service_t::maxI, next + 2);
     QCOMPARE(copy.index, next);
     QVERIFY(made == service_t::server);

@@ -44,7 +44,7 @@ inline QString textOf(const QString& text)
 }
 inline QString textOf(bool flag)
 {
-    return flag ? QStringLiteral("true") : QStringLiteral("false");
+    return flag ? "true"_s : "false"_s;
 }
 inline QString textOf(int number)
 {
@@ -57,7 +57,7 @@ inline QString textOf(const QJsonObject& object)
 inline QString textOf(const QJsonValue& value)
 {
     const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-    return value.isUndefined() ? QStringLiteral("undefined") : QString::fromUtf8(array.mid(1, array.size() - 2));
+    return value.isUndefined() ? "undefined"_s : QString::fromUtf8(array.mid(1, array.size() - 2));
 }
 
 /// Adds "emit name arguments" to a list whenever the signal is emitted.
@@ -124,7 +124,7 @@ public:
     void unsubscribe(QString const& topic) override { events << "unsubscribe "_l1 + topic; }
     void publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain) override
     {
-        events << QStringLiteral("publish %1 %2 %3 %4").arg(topic, probe::textOf(payload)).arg(qos).arg(retain);
+        events << "publish %1 %2 %3 %4"_s.arg(topic, probe::textOf(payload)).arg(qos).arg(retain);
     }
 
 private:

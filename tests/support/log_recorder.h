@@ -6,6 +6,12 @@
 
 #include <QtCore/QStringList>
 
+/// A QString of a literal, short enough for tables.
+inline QString operator""_s(const char* text, std::size_t length)
+{
+    return QString::fromUtf8(text, static_cast<int>(length));
+}
+
 /// Records from its construction on, as a rule at every level; the default sink and level are back after it.
 class log_recorder_t {
 public:

@@ -72,7 +72,7 @@ struct settings {
             {"username"_l1, &section::username},
             {"password"_l1, &section::password, {}, privacy_t::secret},
             {"timeout"_l1, &section::timeout, {1, 600}}, // s
-            {"outbox_messages"_l1, &section::outboxMessages, {1, 1000000}},
+            {"outbox_messages"_l1, &section::outboxMessages, {1, 65000}},
             {"outbox_bytes"_l1, &section::outboxBytes, {1024, 1024 * 1024 * 1024}},
             {"max_packet_bytes"_l1, &section::maxPacketBytes, {1024, 268435455}},
         };

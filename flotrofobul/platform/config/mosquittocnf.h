@@ -75,7 +75,7 @@ public:
     /// 1 to 600, default 10.
     [[nodiscard]] int getTimeout() const noexcept { return timeout; }
 
-    /// "outbox_messages": how many messages wait while the link is down; 1 to 1000000, default 1000.
+    /// "outbox_messages": how many messages wait while the link is down; 1 to 65000, default 1000.
     [[nodiscard]] int getOutbox_messages() const noexcept { return outboxMessages; }
 
     /// "outbox_bytes": how many bytes the waiting messages may hold together; 1024 to 1073741824 (1 GiB),

@@ -234,6 +234,9 @@ bool link_t::readStep()
             break;
         }
     }
+    if (isUnderWay()) {
+        acknowledgeNow();
+    }
     return true;
 }
 
@@ -325,13 +328,14 @@ void link_t::dropNotifiers()
 // The kernel holds an acknowledgement back for 40 ms, in the hope of something to send along with it, and a broker
 // with Nagle's algorithm waits for exactly that before it answers the rest of a burst. So what is still owed after the
 // answers to what was read goes at once. An even value does that once and leaves the next acknowledgements to travel
-// with the next answers: with an odd one every packet costs a segment of its own.
+// with the next answers: with an odd one every packet costs a segment of its own. While a connection is made, that is
+// right: the broker's half of a TLS handshake comes in several pieces.
 void link_t::acknowledgeNow()
 {
 #ifdef TCP_QUICKACK
-    const int once = 2;
+    const int mode = isUnderWay() ? 1 : 2;
     if (descriptor >= 0) {
-        ::setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &once, sizeof once);
+        ::setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &mode, sizeof mode);
     }
 #endif
 }

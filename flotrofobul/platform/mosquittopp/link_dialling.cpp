@@ -107,7 +107,10 @@ int link_t::attempt()
     addresses.clear();
     if (synchronous) {
         addresses = resolveBefore(host, deadline);
-        return addresses.isEmpty() ? failed(MOSQ_ERR_EAI, failureText(MOSQ_ERR_EAI, 0)) : dialNext();
+        if (addresses.isEmpty()) {
+            return failed(MOSQ_ERR_EAI, failureText(MOSQ_ERR_EAI, deadline.hasExpired() ? ETIMEDOUT : 0));
+        }
+        return dialNext();
     }
     timer.start(connectTimeout, this);
     // By name: Qt 5.15 leaks a function when a look-up is aborted.
