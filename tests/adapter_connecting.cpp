@@ -206,6 +206,8 @@ void adapter_connecting::tls_data()
                                 << QStringLiteral("TLS: certificate of host localhost is for panel.example");
     QTest::newRow("wrong address") << QStringLiteral("stranger") << ca << QStringLiteral("127.0.0.1") << false
                                    << QStringLiteral("TLS: certificate of host 127.0.0.1 is for panel.example");
+    QTest::newRow("wrong address, short form") << QStringLiteral("stranger") << ca << QStringLiteral("127.1") << false
+                                               << QStringLiteral("TLS: certificate of host 127.1 is for panel.example");
     QTest::newRow("wrong host, insecure") << QStringLiteral("stranger") << ca << name << true << QString();
     QTest::newRow("wrong authority, insecure")
         << good << QStringLiteral("other") << name << true << QStringLiteral("was not signed");

@@ -30,6 +30,7 @@ private Q_SLOTS:
     void burst();
     void idle_data();
     void idle();
+    void nestedLoop();
     void memory();
 };
 
@@ -204,6 +205,31 @@ void adapter_session::idle()
     disconnect(connection);
     // The timer that ends the test is one of them.
     QVERIFY2(wakes <= 7, QByteArray::number(wakes));
+}
+
+// A slot with an event loop of its own gets what has been read already.
+void adapter_session::nestedLoop()
+{
+    broker_t broker;
+    QVERIFY(broker.start());
+    mosquittoqt client(QStringLiteral("panel"), true, false);
+    client.setLoopInterval(15000); // so that no housekeeping helps
+    QCOMPARE(client.connect_sync(broker.host(), broker.port(), 60), 0);
+    QSignalSpy subscribed(&client, &mosquittoqt::onSubscribe);
+    client.subscribe(nullptr, QStringLiteral("house/nested"), 0);
+    QTRY_COMPARE(subscribed.count(), 1);
+    int started = 0;
+    bool cameInside = false;
+    QObject::connect(&client, &mosquittoqt::onMessage, this, [&] {
+        if (++started == 1) {
+            cameInside = QTest::qWaitFor([&] { return started == 3; }, 2000);
+        }
+    });
+    for (int i = 0; i < 3; ++i) {
+        client.publish(nullptr, QStringLiteral("house/nested"), QStringLiteral("x"), 0, false);
+    }
+    QTRY_COMPARE(started, 3);
+    QVERIFY(cameInside);
 }
 
 void adapter_session::memory()

@@ -30,6 +30,9 @@ private Q_SLOTS:
             {"quote in the key", "{'\\\"a':{'b':1},'\\u0022a':{'c':1}}"},
             {"brackets in texts", "{'a':'{[','b':[']}'],'b':['\\\\'],'c':'\\\"{'}"},
             {"same key on two levels", "{'a':{'a':{'a':[1]}}}"},
+            {"no JSON in a repeated value", "{'d':{,,,bad},'d':1}"},
+            {"no JSON within a repeated value", "{'d':{'x':tru},'d':{}}"},
+            {"repeats within repeats", "{'a':{'a':{'a':{'b':1},'a':{'c':1}},'a':0},'a':[2]}"},
             {"unfinished", "{'a':{'b':1},'a':{'c':1"},
             {"too many ends", "{'a':{'b':1}}}],'a':[]"},
             {"end within an escape", "{'a\\"},
@@ -56,6 +59,24 @@ private Q_SLOTS:
         }
         QVERIFY2(mallinfo2().uordblks < before + times * 16, "memory grows with every document");
 #endif
+    }
+
+    // What the parser refuses in no time must not cost more before it gets there.
+    void hostileTextsStayCheap()
+    {
+        constexpr int size = 4 * 1024 * 1024;
+        QElapsedTimer clock;
+        clock.start();
+        QJsonParseError error{};
+        QVERIFY(comunication::documentFromForeignJson(QByteArray(size, '['), &error).isNull());
+        QCOMPARE(error.error, QJsonParseError::DeepNesting);
+        QByteArray nested = "0";
+        for (int depth = 0; depth < 1000; ++depth) {
+            nested = "{\"a\":" + nested + ",\"a\":0}";
+        }
+        QVERIFY(comunication::documentFromForeignJson(nested, &error).isNull());
+        QCOMPARE(error.error, QJsonParseError::DeepNesting);
+        QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
     }
 
     // One pass, however often a key is repeated.

@@ -17,8 +17,7 @@ struct range_t {
     int end;
 };
 
-// Finds the earlier values of repeated keys. It only has to understand valid JSON: what is not is refused by the
-// parser afterwards, which keeps nothing then.
+// Finds the earlier values of repeated keys in valid JSON.
 class repeated_keys_t {
 public:
     explicit repeated_keys_t(const QByteArray& _text) : text(_text) {}
@@ -62,6 +61,10 @@ private:
 
     void open()
     {
+        if (levels.size() == deepest) { // the parser refuses the whole text here
+            position = text.size();
+            return;
+        }
         const bool isObject = text[position] == '{';
         levels.push_back({isObject, isObject, position, {0, 0}, {}});
         ++position;
@@ -135,6 +138,8 @@ private:
         return key.mid(1, key.size() - 2).toStdString();
     }
 
+    static constexpr std::size_t deepest = 1024;
+
     const QByteArray& text;
     int position = 0;
     std::vector<level_t> levels;
@@ -145,7 +150,20 @@ private:
 
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error)
 {
+    // Repeats within repeats within repeats are nobody's packet, and looking at each would take for ever.
+    qint64 mayBeLookedAt = 2 * qint64(text.size());
     for (const range_t& value : repeated_keys_t(text).find()) {
+        const int length = value.end - value.begin;
+        mayBeLookedAt -= length;
+        if (mayBeLookedAt < 0) {
+            if (error != nullptr) {
+                *error = {value.begin, QJsonParseError::DeepNesting};
+            }
+            return QJsonDocument();
+        }
+        if (QJsonDocument::fromJson(text.mid(value.begin, length)).isNull()) {
+            break; // no JSON, so that the whole text is none: the parser is to see it
+        }
         // A number leaks nothing; the last value wins in any case.
         text[value.begin] = '0';
         std::fill(text.begin() + value.begin + 1, text.begin() + value.end, ' ');

@@ -34,17 +34,17 @@ bool delivery_t::deliver()
     const QPointer<delivery_t> alive(this);
     QElapsedTimer turn;
     turn.start();
-    // An event leaves the queue before it is emitted, so that a slot which runs an event loop of its
-    // own goes on with the next one.
+    // An event leaves the queue before it is emitted and the rest is announced, so that a slot which runs an event
+    // loop of its own goes on with the next one.
     while (!events.empty()) {
         const event_t event = std::move(events.front());
         events.pop_front();
+        deliverLater();
         emitSignal(event);
         if (!alive) {
             return false;
         }
         if (turn.elapsed() > longestTurn) {
-            deliverLater();
             return true;
         }
     }

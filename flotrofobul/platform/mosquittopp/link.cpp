@@ -13,7 +13,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <chrono>
 
 namespace comunication {
 namespace mosquittopp {
@@ -25,12 +24,6 @@ using namespace ::utility::logs;
 // Several packets for one wake-up, but never so many that the rest of the event loop waits.
 constexpr int mostReads = 64;
 constexpr qint64 longestRead = 5;
-
-qint64 monotonicMilliseconds()
-{
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
 
 bool endsConnection(int rc)
 {
@@ -101,7 +94,9 @@ int link_t::publish(int* mid, const QString& topic, const QString& payload, int 
     if (mid) {
         *mid = letter.mid;
     }
-    noteDropped(outbox.add(std::move(letter), isConnected()));
+    if (const int dropped = outbox.add(std::move(letter), isConnected()); dropped > 0) {
+        noteDropped(dropped);
+    }
     pump();
     delivery.deliverLater();
     return MOSQ_ERR_SUCCESS;
@@ -139,6 +134,9 @@ int link_t::request(int* mid, const QString& filter, int (*call)(::mosquitto*, i
     }
     if (!isConnected()) {
         return MOSQ_ERR_NO_CONN;
+    }
+    if (outbox.hasTooManyRequests()) {
+        return refuse({MOSQ_ERR_NOMEM, "too many others wait for the broker"}, "subscription of", filter);
     }
     int wireMid = 0;
     const int rc = call(handle->get(), &wireMid, text.constData(), qos);
@@ -382,9 +380,10 @@ void link_t::brokerAnswered(int rc, int flags)
         return; // a second answer, nobody asked for it
     }
     const bool sessionPresent = flags & 1;
-    // The library goes on with the second half of QoS 2 here, which a broker that has forgotten the
-    // first half confirms without having the message. Sent before that, a DISCONNECT stops it.
-    if (rc == 0 && resumable && !sessionPresent && outbox.hasQos2OnItsWay()) {
+    // The library goes on with the second half of QoS 2 here, which a broker that has forgotten the first half
+    // confirms without having the message; and it takes a new message for the rest of one that it has half received.
+    // Sent before that, a DISCONNECT stops it.
+    if (rc == 0 && resumable && !sessionPresent) {
         startAnew = true;
         mosquitto_disconnect(handle->get());
         return;

@@ -14,7 +14,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <chrono>
 
 namespace comunication {
 namespace mosquittopp {
@@ -243,6 +242,7 @@ void link_t::answered()
     state = state_t::connected;
     resumable = !cleanSession;
     session.start();
+    outbox.sentAgain(monotonicMilliseconds()); // by the library, where a session goes on
     timer.start(housekeepingInterval(), this);
     handle->listenToLog(logging);
     noteDropped(0);
@@ -293,16 +293,18 @@ int link_t::failed(int rc, const QString& why)
 void link_t::lost(int rc, int systemError)
 {
     const QString why = lossText(rc, systemError);
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
     const auto giveUp = [](const letter_t& letter) {
         FLOTROFOBUL_LOG_AT(error,
                            "Message dropped, the broker closes the connection at it: "_l1 +
                                QString::fromUtf8(letter.topic).left(120),
                            "lost", logSource, __LINE__);
     };
+    if (session.elapsed() >= stableTime) {
+        backoff.reset();
+    }
     int cuts = 0;
     if (rc != MOSQ_ERR_KEEPALIVE) {
-        cuts = outbox.suspect(std::chrono::duration_cast<std::chrono::milliseconds>(now).count(), giveUp);
+        cuts = outbox.suspect(monotonicMilliseconds(), giveUp);
     }
     // A handle sends all its messages again at once. To find the one that closes the connection they
     // have to go one by one, over a new one.
@@ -320,11 +322,7 @@ void link_t::lost(int rc, int systemError)
 
 void link_t::noteSessionLength()
 {
-    const qint64 length = session.elapsed();
-    shortSessions = length < shortTime ? shortSessions + 1 : 0;
-    if (length >= stableTime) {
-        backoff.reset();
-    }
+    shortSessions = session.elapsed() < shortTime ? shortSessions + 1 : 0;
     if (shortSessions == manyShortSessions) {
         FLOTROFOBUL_LOG(warning, "Connections end within seconds: another node probably uses the client id "_l1 +
                                      identity.clientId);
@@ -337,8 +335,7 @@ void link_t::beginAnew()
     resumable = false;
     dropNotifiers();
     addresses.prepend(address);
-    FLOTROFOBUL_LOG(warning,
-                    "The broker has forgotten the session, messages without acknowledgement are sent again"_l1);
+    FLOTROFOBUL_LOG(warning, "The broker has forgotten the session, a new one is begun"_l1);
     dialNext();
 }
 

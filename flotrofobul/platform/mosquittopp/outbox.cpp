@@ -2,6 +2,7 @@
 #include <flotrofobul/platform/mosquittopp/outbox.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace comunication {
 namespace mosquittopp {
@@ -22,31 +23,19 @@ void outbox_t::setLimits(int messages, int bytes)
     mostBytes = std::max(bytes, 1);
 }
 
-bool outbox_t::isTaken(int mid) const
-{
-    // Ids were given in order, so everything between the ends of the queue counts as taken.
-    if (!waiting.empty()) {
-        const int first = waiting.front().mid;
-        const auto distance = [first](int id) { return (id - first + highestMid) % highestMid; };
-        if (distance(mid) <= distance(waiting.back().mid)) {
-            return true;
-        }
-    }
-    return std::any_of(sent.begin(), sent.end(), [mid](const letter_t& letter) { return letter.mid == mid; }) ||
-           std::any_of(requests.begin(), requests.end(), [mid](request_t request) { return request.mid == mid; });
-}
-
+// Ends: what may wait, be on its way and be asked for together takes fewer ids than there are.
 int outbox_t::nextMid()
 {
     do {
         lastMid = lastMid == highestMid ? 1 : lastMid + 1;
-    } while (isTaken(lastMid));
+    } while (!takenMids.insert(lastMid).second);
     return lastMid;
 }
 
 void outbox_t::dropOldest()
 {
     waitingBytes -= waiting.front().bytes();
+    takenMids.erase(waiting.front().mid);
     waiting.pop_front();
 }
 
@@ -54,11 +43,11 @@ int outbox_t::add(letter_t letter, bool linkUp)
 {
     waitingBytes += letter.bytes();
     waiting.push_back(std::move(letter));
-    // A burst over a healthy link must not lose anything, so there the ids and the bytes are the limit;
-    // what such a burst has left behind when the link went down stays too.
-    const int most = linkUp ? mostWaiting : std::max(mostMessages, keptFromBefore);
-    // The newest may be longer than all that may wait: it is on its way in a moment.
-    const qint64 mostWaitingBytes = linkUp ? qint64(mostBytes) + waiting.back().bytes() : mostBytes;
+    // A burst over a healthy link must not lose anything, so there the ids and the bytes are the limit, and the newest
+    // message may be longer than all that may wait: it is on its way in a moment. What was not acknowledged when the
+    // link went down stays beside what is published without one.
+    const int most = linkUp ? mostWaiting : std::min(mostMessages + keptFromBefore, mostWaiting);
+    const qint64 mostWaitingBytes = qint64(mostBytes) + (linkUp ? waiting.back().bytes() : bytesKeptFromBefore);
     int dropped = 0;
     while (waitingCount() > most || (waitingBytes > mostWaitingBytes && waiting.size() > 1)) {
         dropOldest();
@@ -82,19 +71,22 @@ letter_t* outbox_t::takeNext(qint64 now)
 
 int outbox_t::acknowledge(int wireMid)
 {
+    // The library gives its ids anew without a look at what is outstanding: the newest owner is meant.
     const auto letter =
-        std::find_if(sent.begin(), sent.end(), [wireMid](const letter_t& one) { return one.wireMid == wireMid; });
-    if (letter == sent.end()) {
+        std::find_if(sent.rbegin(), sent.rend(), [wireMid](const letter_t& one) { return one.wireMid == wireMid; });
+    if (letter == sent.rend()) {
         return 0;
     }
     const int mid = letter->mid;
-    sent.erase(letter);
+    takenMids.erase(mid);
+    sent.erase(std::next(letter).base());
     suspects = std::max(suspects - 1, 0);
     return mid;
 }
 
 void outbox_t::discardNewest()
 {
+    takenMids.erase(sent.back().mid);
     sent.pop_back();
 }
 
@@ -106,12 +98,16 @@ int outbox_t::acknowledgeRequest(int wireMid)
         return 0;
     }
     const int mid = request->mid;
+    takenMids.erase(mid);
     requests.erase(request);
     return mid;
 }
 
 void outbox_t::linkLost(bool resumable)
 {
+    for (const request_t request : requests) {
+        takenMids.erase(request.mid);
+    }
     requests.clear();
     if (!resumable) {
         restart();
@@ -126,6 +122,7 @@ void outbox_t::linkLost(bool resumable)
     }
     sent.erase(std::remove_if(sent.begin(), sent.end(), isForgotten), sent.end());
     keptFromBefore = waitingCount();
+    bytesKeptFromBefore = waitingBytes;
 }
 
 void outbox_t::restart()
@@ -152,15 +149,18 @@ int outbox_t::suspect(qint64 now, const std::function<void(const letter_t&)>& gi
             return false;
         }
         givenUp(letter);
+        takenMids.erase(letter.mid);
         return true;
     };
     sent.erase(std::remove_if(sent.begin(), sent.end(), isGuilty), sent.end());
     return mostSuspect;
 }
 
-bool outbox_t::hasQos2OnItsWay() const
+void outbox_t::sentAgain(qint64 now)
 {
-    return std::any_of(sent.begin(), sent.end(), [](const letter_t& letter) { return letter.qos == 2; });
+    for (letter_t& letter : sent) {
+        letter.sentAt = now;
+    }
 }
 
 } // namespace mosquittopp

@@ -5,12 +5,21 @@
 
 #include <QtCore/QByteArray>
 
+#include <chrono>
 #include <deque>
 #include <functional>
+#include <unordered_set>
 #include <vector>
 
 namespace comunication {
 namespace mosquittopp {
+
+/// The clock of the outbox, in milliseconds.
+inline qint64 monotonicMilliseconds()
+{
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
 
 /// A message as it was published. Two ids: the caller's, which it keeps however often it is sent, and
 /// the one that libmosquitto gave it in this session.
@@ -69,7 +78,10 @@ public:
     /// Returns how often the most suspect of them has done so; 0 when nothing is suspected.
     int suspect(qint64 now, const std::function<void(const letter_t&)>& givenUp);
 
-    bool hasQos2OnItsWay() const;
+    /// The messages on their way have been sent once more, by the library.
+    void sentAgain(qint64 now);
+    /// Whether there are no ids to spare for a further subscription.
+    bool hasTooManyRequests() const { return requests.size() >= mostRequests; }
     /// Whether the broker still owes an acknowledgement.
     bool awaitsAnswers() const { return !sent.empty() || !requests.empty(); }
     int waitingCount() const { return static_cast<int>(waiting.size()); }
@@ -81,18 +93,21 @@ private:
         int wireMid;
     };
 
-    bool isTaken(int mid) const;
+    static constexpr std::size_t mostRequests = 500;
+
     void dropOldest();
 
     std::deque<letter_t> waiting;
     std::vector<letter_t> sent;
     std::vector<request_t> requests;
+    std::unordered_set<int> takenMids;
     qint64 waitingBytes = 0;
     int lastMid = 0;
     int suspects = 0;
     int mostMessages = 1000;
     int mostBytes = 8 * 1024 * 1024;
-    int keptFromBefore = 0;
+    int keptFromBefore = 0; // messages and bytes that were not acknowledged when the link went down
+    qint64 bytesKeptFromBefore = 0;
 };
 
 } // namespace mosquittopp

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <flotrofobul/platform/mosquittopp/resolver.h>
 
+#include <QtCore/QUrl>
+
 #include <netdb.h>
 #include <sys/socket.h>
 
 #include <chrono>
 #include <future>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -42,12 +45,20 @@ QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline)
 {
     // A name server that never answers holds the look-up for half a minute and nothing can stop it, so
     // it runs in a thread that is left behind and touches nothing of this library's.
+    QStringList addresses;
+    const QByteArray name = QUrl::toAce(host); // as QHostInfo does; empty for what is no name
+    if (name.isEmpty()) {
+        return addresses;
+    }
     std::promise<texts_t> promise;
     std::future<texts_t> result = promise.get_future();
-    std::thread([name = host.toStdString(), promise = std::move(promise)]() mutable {
-        promise.set_value(lookUp(name));
-    }).detach();
-    QStringList addresses;
+    try {
+        std::thread([name = name.toStdString(), promise = std::move(promise)]() mutable {
+            promise.set_value(lookUp(name));
+        }).detach();
+    } catch (const std::system_error&) {
+        return addresses; // no thread to be had: the attempt fails like any other
+    }
     if (result.wait_for(std::chrono::milliseconds(deadline.remainingTime())) == std::future_status::ready) {
         for (const std::string& text : result.get()) {
             addresses += QString::fromStdString(text);

@@ -129,7 +129,9 @@ int tls_context_t::load(const tls_settings_t& settings, const QString& newHost)
     host = newHost;
     why.clear();
     ERR_clear_error();
-    expect(settings);
+    if (!expect(settings)) {
+        return fail(MOSQ_ERR_INVAL, QStringLiteral("TLS: no certificate can be for the host %1").arg(host));
+    }
     const int rc = loadAuthorities(settings);
     return rc == MOSQ_ERR_SUCCESS ? loadOwnCertificate(settings) : rc;
 }
@@ -191,19 +193,24 @@ int tls_context_t::loadOwnCertificate(const tls_settings_t& settings)
     return MOSQ_ERR_SUCCESS;
 }
 
-void tls_context_t::expect(const tls_settings_t& settings)
+// Without a name or an address to check, OpenSSL would take any certificate: false then.
+bool tls_context_t::expect(const tls_settings_t& settings)
 {
-    const bool isAddress = !QHostAddress(host).isNull();
+    QHostAddress address(host);
+    address.setScopeId(QString()); // the interface stands in no certificate
+    const bool isAddress = !address.isNull();
     name = isAddress ? QByteArray() : QUrl::toAce(host);
     X509_VERIFY_PARAM* const rules = SSL_CTX_get0_param(context);
     X509_VERIFY_PARAM_set_hostflags(rules, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
-    const bool checkName = !settings.insecure && !isAddress;
-    X509_VERIFY_PARAM_set1_host(rules, checkName ? name.constData() : nullptr, 0);
-    if (!settings.insecure && isAddress) {
-        X509_VERIFY_PARAM_set1_ip_asc(rules, host.toLatin1().constData());
-    } else {
-        X509_VERIFY_PARAM_set1_ip(rules, nullptr, 0);
+    X509_VERIFY_PARAM_set1_host(rules, nullptr, 0);
+    X509_VERIFY_PARAM_set1_ip(rules, nullptr, 0);
+    if (settings.insecure || host.isEmpty()) { // no host: the files are tried, nothing is connected
+        return true;
     }
+    if (isAddress) {
+        return X509_VERIFY_PARAM_set1_ip_asc(rules, address.toString().toLatin1().constData()) == 1;
+    }
+    return !name.isEmpty() && X509_VERIFY_PARAM_set1_host(rules, name.constData(), 0) == 1;
 }
 
 void tls_context_t::noteRefusal(int error, void* certificate)

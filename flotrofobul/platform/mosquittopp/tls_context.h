@@ -47,7 +47,7 @@ private:
     int fail(int code, const QString& text);
     int loadAuthorities(const tls_settings_t& settings);
     int loadOwnCertificate(const tls_settings_t& settings);
-    void expect(const tls_settings_t& settings);
+    bool expect(const tls_settings_t& settings);
 
     ssl_ctx_st* context = nullptr;
     QString host;
