@@ -14,19 +14,17 @@ constexpr qint64 longestTurn = 10;
 
 } // namespace
 
+// A timer of no time costs no system call, unlike a posted event.
 void delivery_t::deliverLater()
 {
-    if (pending || events.empty()) {
-        return;
+    if (!events.empty() && !nextTurn.isActive()) {
+        nextTurn.start(0, this);
     }
-    pending = true;
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            pending = false;
-            deliver();
-        },
-        Qt::QueuedConnection);
+}
+
+void delivery_t::timerEvent(QTimerEvent* /*event*/)
+{
+    deliver();
 }
 
 bool delivery_t::deliver()
@@ -48,6 +46,7 @@ bool delivery_t::deliver()
             return true;
         }
     }
+    nextTurn.stop();
     if (drained) {
         drained();
     }

@@ -5,6 +5,8 @@
 
 #include <flotrofobul/platform/mosquittopp/mosquittoppqt.h>
 
+#include <QtCore/QBasicTimer>
+
 #include <deque>
 #include <functional>
 #include <vector>
@@ -46,11 +48,12 @@ public:
     std::function<void()> drained;
 
 private:
+    void timerEvent(QTimerEvent* event) override;
     void emitSignal(const event_t& event);
 
     mosquittoppqt* const owner;
     std::deque<event_t> events;
-    bool pending = false;
+    QBasicTimer nextTurn;
 };
 
 } // namespace mosquittopp
