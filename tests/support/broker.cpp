@@ -3,6 +3,7 @@
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QFile>
+#include <QtCore/QRandomGenerator>
 #include <QtCore/QStandardPaths>
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
@@ -21,10 +22,13 @@ QString executable()
 
 } // namespace
 
+// Not one that the system gives out: somebody's outgoing connection could take it before the broker does, even the
+// attempt to reach the broker itself, which then meets itself.
 quint16 freePort()
 {
     QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
+    while (!server.listen(QHostAddress::LocalHost, quint16(QRandomGenerator::global()->bounded(10000, 32768)))) {
+    }
     return server.serverPort();
 }
 
