@@ -16,7 +16,9 @@
 
 #include <malloc.h>
 #include <sys/resource.h>
+#include <time.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -56,15 +58,57 @@ bool waitFor(const std::function<bool()>& done, int seconds)
     return done();
 }
 
-std::unique_ptr<protoserver_t> makeServer(quint16 port, QSet<QString>& ready)
+// Bytes that have passed the loopback interface; nearly all of them are ours.
+double loopbackKib()
 {
-    auto server = std::make_unique<protoserver_t>(QStringLiteral("1"), benchConfiguration(port), true,
-                                                  QStringLiteral("tarnel-server-1"), false);
-    QObject::connect(server.get(), &protoserver_t::onClientReady, server.get(), [&ready](const QJsonObject& packet) {
-        ready.insert(packet[QStringLiteral("sender")].toString());
-    });
-    return server;
+    QFile file(QStringLiteral("/proc/self/net/dev"));
+    if (!file.open(QIODevice::ReadOnly)) {
+        return 0;
+    }
+    for (const QByteArray& line : file.readAll().split('\n')) {
+        if (line.trimmed().startsWith("lo:")) {
+            return line.simplified().split(' ').value(1).toDouble() / 1024;
+        }
+    }
+    return 0;
 }
+
+// Takes the CPU time that each presentation costs, its answer included.
+class measured_server_t : public protoserver_t {
+public:
+    measured_server_t(quint16 port, QSet<QString>& ready)
+        : protoserver_t(QStringLiteral("1"), benchConfiguration(port), true, QStringLiteral("tarnel-server-1"), false)
+    {
+        QObject::connect(this, &protoserver_t::onClientReady, this, [&ready](const QJsonObject& packet) {
+            ready.insert(packet[QStringLiteral("sender")].toString());
+        });
+    }
+
+    double microsecondsPerPresentation() const { return presentations > 0 ? microseconds / presentations : 0; }
+
+protected:
+    void onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain) override
+    {
+        const double before = now();
+        const bool isPresentation = topic.getValue() == QLatin1String("connection/presentation");
+        protoserver_t::onMessage(mid, topic, payload, qos, retain);
+        if (isPresentation) {
+            microseconds += now() - before;
+            ++presentations;
+        }
+    }
+
+private:
+    static double now()
+    {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+    }
+
+    double microseconds = 0;
+    int presentations = 0;
+};
 
 bool measure(int count)
 {
@@ -73,15 +117,13 @@ bool measure(int count)
         return false;
     }
     QSet<QString> ready;
-    auto server = makeServer(broker.port(), ready);
-    int known = 0; // presentations that the server has reported
-    const auto countPresentation = [&known] { ++known; };
-    QObject::connect(server.get(), &protobase_t::on_Presentation, server.get(), countPresentation);
+    auto server = std::make_unique<measured_server_t>(broker.port(), ready);
     server->connect();
     if (!waitFor([&] { return server->getConnected(); }, 10)) {
         return false;
     }
     const double memoryBefore = residentKib();
+    const double trafficBefore = loopbackKib();
     const double cpuBefore = cpuMilliseconds();
     QElapsedTimer clock;
     clock.start();
@@ -99,21 +141,27 @@ bool measure(int count)
     const double cpu = cpuMilliseconds() - cpuBefore;
     const double memory = (residentKib() - memoryBefore) / count;
 
-    // The server goes with its last will and comes back.
+    const double traffic = (loopbackKib() - trafficBefore) / count;
+    const double presentation = server->microsecondsPerPresentation();
+
+    // The server goes as a killed one does, so that the broker publishes its last will, and comes back.
     ready.clear();
-    server->disconnection(true);
-    if (!waitFor([&] { return !server->getConnected(); }, 10)) {
+    server.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // its link, which no event loop would end here
+    const auto isLost = [](const auto& client) { return client->getServerId().isEmpty(); };
+    if (!waitFor([&] { return std::all_of(clients.begin(), clients.end(), isLost); }, 60)) {
         return false;
     }
     clock.start();
-    server = makeServer(broker.port(), ready);
+    server = std::make_unique<measured_server_t>(broker.port(), ready);
     server->connect();
     if (!waitFor([&] { return ready.size() == count; }, 120)) {
         std::fprintf(stderr, "%d of %d clients are back\n", static_cast<int>(ready.size()), count);
         return false;
     }
     const double backAfter = static_cast<double>(clock.elapsed());
-    std::printf("%7d %14.0f %18.2f %16.1f %14.0f\n", count, readyAfter, cpu / count, memory, backAfter);
+    std::printf("%7d %14.0f %14.2f %18.1f %12.1f %13.1f %10.0f\n", count, readyAfter, cpu / count, presentation, memory,
+                traffic, backAfter);
     std::fflush(stdout);
     return true;
 }
@@ -131,7 +179,8 @@ int main(int argc, char** argv)
             counts.push_back(std::atoi(argv[i]));
         }
     }
-    std::printf("%7s %14s %18s %16s %14s\n", "clients", "all ready, ms", "CPU ms/client", "KiB/engine", "back, ms");
+    std::printf("%7s %14s %14s %18s %12s %13s %10s\n", "clients", "all ready, ms", "CPU ms/client", "us/presentation",
+                "KiB/engine", "lo KiB/client", "back, ms");
     for (const int count : counts) {
         if (!measure(count)) {
             return 1;
