@@ -285,7 +285,7 @@ void adapter_recovery::nobodyThere()
     client_t client;
     client.connect_async(broker.host(), broker.port(), 60);
     const QString text(240, QLatin1Char('x'));
-    const qint64 before = residentBytes();
+    [[maybe_unused]] const qint64 before = residentBytes();
     QElapsedTimer clock;
     clock.start();
     for (int i = 0; i < 100000; ++i) {
