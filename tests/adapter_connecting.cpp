@@ -233,7 +233,10 @@ void adapter_connecting::tls()
         client.tls_insecure_set(insecure);
     }
     attempt_t attempt(client);
-    QCOMPARE(client.connect_async(host, broker.port(), 60), 0);
+    // To an address on loopback the handshake may be over, and refused, before the call returns.
+    if (const int rc = client.connect_async(host, broker.port(), 60); rc != 0) {
+        attempt.reports.append(rc);
+    }
     QTRY_COMPARE(attempt.reports.size(), 1);
     QCOMPARE(client.getConnected(), words.isEmpty());
     QCOMPARE(log.lines.size(), words.isEmpty() ? 0 : 1);
