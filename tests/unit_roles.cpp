@@ -136,7 +136,8 @@ class unit_roles : public QObject {
     using client_t = probe_t<protoclient_t>;
     using server_t = probe_t<protoserver_t>;
 
-    QStringList events;
+    log_recorder_t log;
+    QStringList& events = log.lines;
     const QJsonObject configuration{
         {"mqtt"_s, QJsonObject{{"global"_s, QJsonObject{{"installation_id"_s, "1234"_s}}}}}};
 
@@ -176,18 +177,7 @@ class unit_roles : public QObject {
     }
 
 private Q_SLOTS:
-    void init()
-    {
-        auto* const logs = ::utility::logs::classlogs::getInstance();
-        logs->setLevel(6);
-        logs->setSink([this](const ::utility::logs::LogRecord& record) { events << log_recorder_t::textOf(record); });
-    }
-    void cleanup()
-    {
-        ::utility::logs::classlogs::getInstance()->setSink({});
-        ::utility::logs::classlogs::getInstance()->setLevel(4);
-        events.clear();
-    }
+    void cleanup() { log.take(); }
 
     void initTestCase()
     {
