@@ -1,299 +1,178 @@
 // SPDX-License-Identifier: MIT
-// The words of the protocol, its packet templates, and what the meta-objects of the engines promise to hosts.
+// The words, templates and topics of the protocol, and the registry of pending requests.
 #include <flotrofobul/define/define.h>
-#include <flotrofobul/define/topic_t.h>
 #include <flotrofobul/messages/messages.h>
-#include <flotrofobul/protoclient_t.h>
-#include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
 
+#include "../fuzz/topic_reference.h"
 #include "support/log_recorder.h"
 
 #include <QtCore/QJsonDocument>
-#include <QtCore/QMetaMethod>
-#include <QtCore/QMetaProperty>
+#include <QtCore/QPointer>
+#include <QtCore/QRandomGenerator>
 #include <QtTest/QtTest>
 
 using namespace comunication;
-namespace words = comunication::utility;
-using words::destination_publish_client_t;
-using words::destination_publish_server_t;
-using words::destination_subscription_t;
-
-Q_DECLARE_METATYPE(const QMetaObject*)
+using namespace comunication::utility;
 
 class unit_vocabulary : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void texts_data();
-    void texts();
-    void templates_data();
-    void templates();
-    void wordsAndNumbers();
-    void metaTypes();
-    void metaObjects_data();
-    void metaObjects();
+    // As they are where hosts use them; "%" stands for the common prefix.
+    void constants()
+    {
+        QStringList found;
+        found << CLIENTID << PREFIX_CONNECTIONS << PREFIX_COMMAND << PREFIX_STATUS_PERSISTENT_DB
+              << PREFIX_STATUS_REALTIME_DB << PREFIX_STATUS_PRESENCESIMULATION_DB << PREFIX_REQUEST_PERSISTENT_DB
+              << PREFIX_REQUEST_REALTIME_DB << PREFIX_REQUEST_PRESENCESIMULATION_DB << PREFIX_REQUEST_COMMAND_DB;
+        for (QJsonObject packet :
+             {bridge_state, bridge_state_cloud_connection, bridge_state_cloud_disconnection, bridge_forward_sub,
+              bridge_remote_sub, bridge_cloud_sub, masterelection, presentation, lastwill, performance, status, request,
+              notification, all_packet, pkgClientReady}) {
+            found << packet.take("topic"_l1).toString();
+            if (packet != QJsonObject{{"qos"_s, 2}, {"retain"_s, false}}) {
+                found << QString::fromUtf8(QJsonDocument(packet).toJson(QJsonDocument::Compact));
+            }
+        }
+        const QString expected =
+            "@clientid %/connection %/command %/status/DB/persistent %/status/DB/realtime "
+            "%/status/DB/presencesimulation %/request/DB/persistent %/request/DB/realtime "
+            "%/request/DB/presencesimulation %/request/DB/command $SYS/broker/connection/# "
+            "$SYS/brokers/+/clients/@bridgekey/connected $SYS/brokers/+/clients/@bridgekey/disconnected "
+            "forward-bridge/local/@installation_id/# {\"qos\":2} remote-bridge/local/@installation_id/# {\"qos\":2} "
+            "cloud-bridge/local/@installation_id/# {\"qos\":2} %/master %/connection/presentation "
+            "%/connection/presentation $SYS/# %/status/# {\"qos\":2,\"retain\":true} %/request/# %/notification/# # "
+            "%/command/client/ready {\"payload\":true,\"qos\":2,\"retain\":false}"_s;
+        QCOMPARE(found, QString(expected).replace("%"_s, "local/@installation_id/@sender/@destination"_s).split(u' '));
+        QCOMPARE(subscriptions, (QJsonObject{{"status"_s, status}}));
+        QCOMPARE(subscriptions_server, (QJsonObject{{"performance"_s, performance}, {"request"_s, request}}));
+        QCOMPARE(subscriptions_client, (QJsonObject{{"notification"_s, notification}}));
+    }
+
+    // Numbers in the order of creation; the server's words go on with the client's, and only texts are compared.
+    void words()
+    {
+        using server_t = destination_publish_server_t;
+        using heard_t = destination_subscription_t;
+        const server_t another("all"_s);
+        QString found;
+        for (const word_t* const word : std::initializer_list<const word_t*>{
+                 &service_t::server, &service_t::client, &destination_publish_client_t::idserver,
+                 &destination_publish_client_t::own_server, &server_t::all, &server_t::all_servers,
+                 &server_t::all_clients, &another, &heard_t::jolly, &heard_t::multilevel, &heard_t::all,
+                 &heard_t::all_clients, &heard_t::idserver, &heard_t::idclient}) {
+            found += word->ToString() + QString::number(word->index) + u' ';
+        }
+        QCOMPARE(found, "server0 client1 @idserver0 own_server1 all2 all_servers3 all_clients4 all5 "
+                        "+0 #1 all2 all_clients3 @idserver4 @idclient5 "_s);
+        QVERIFY(service_t("server"_s).index >= 2 && server_t::maxI == 0);
+        QVERIFY(another == server_t::all && heard_t("all"_s) == heard_t::all);
+        QVERIFY(service_t("server"_s) == service_t::server && !(service_t::client == service_t::server));
+    }
+
+    // Hosts connect by these names, also queued.
+    void names()
+    {
+        QCOMPARE(QMetaType::type("qos_t"), qMetaTypeId<qos_t>());
+        QCOMPARE(QMetaType::type("subscribe_t"), qMetaTypeId<subscribe_t>());
+        QCOMPARE(QMetaType::type("state_req_t"), qMetaTypeId<state_req_t>());
+        QVERIFY(QMetaType::type("system_t*") != QMetaType::UnknownType);
+        QVERIFY(system_t::staticMetaObject.indexOfConstructor("system_t(QString,service_t,QString,QObject*)") == 0);
+    }
+
+    void topics()
+    {
+        const QString rows = // topic and parts, "-" where it is refused
+            "local/1234/clientA/all/status/DB//persistent/ ok||local|1234|clientA|all|status/DB//persistent/\n"
+            "cloud-bridge/local/411/s/d/v ok|cloud-bridge|local|411|s|d|v\n"
+            "other-cloud-bridgelocal/1/s/d/v ok|other-cloud-bridge|local|1|s|d|v\n"
+            "/local/1/{}[]()/?^$!:/.,=;@+'-_ ok||local|1|{}[]()|?^$!:|.,=;@+'-_\n"
+            "local/1/\u00a3/\u00e9/\u0416 ok||local|1|\u00a3|\u00e9|\u0416\n"
+            "local/1234/clientA/all/ -\nlocal/12a4/x/y/z -\nremote-bridge//local/1/a/b/c -\n$SYS/broker/load -"_s;
+        topic_t::setInstallationid("1234"_s);
+        for (const QString& row : rows.split(u'\n')) {
+            const QString topic = row.section(u' ', 0, 0);
+            log_recorder_t log;
+            bool ok = true;
+            QCOMPARE(topic_t(topic, &ok).getOriginal(), topic);
+            for (const auto& one : qAsConst(log.records)) {
+                QCOMPARE(one.file + QString::number(one.line), "libscomunication/libmosquittoproto/define/topic_t67"_s);
+            }
+            const QString refused = "2 topic_t Unknown topic not processing messsage: "_l1 + topic;
+            QCOMPARE(log.take(), ok ? QStringList() : QStringList(refused));
+            QCOMPARE(topic + u' ' + partsOf(topic).join(ok ? "|"_s : QString()), row);
+        }
+    }
+
+    // Valid topics, changed at a few places, under ids that are plain words and such that change the pattern's meaning.
+    void topicsAsTheExpression()
+    {
+        log_recorder_t log(1);
+        const QString pattern = topic_t::regex_allowed_topic_plain;
+        QRandomGenerator random(1);
+        const auto below = [&random](int bound) { return static_cast<int>(random.bounded(bound)); };
+        const auto two = [&below](const QString& of) { return of.mid(below(of.size()), 2); };
+        const QString letters = "abcXYZ019_-.@+"_s;
+        const QStringList starts = "local remote-bridge/local cloud-bridgelocal local/local"_s.split(u' ');
+        const QString ids = "House_7  - a-z z-a ] a]b ^ ^1 / 1/2 \\ \\d @ \u00e9\u0416 [ ( + \\1 @installation_id"_s;
+        for (const QString& id : ids.split(u' ')) {
+            topic_t::setInstallationid(id);
+            QCOMPARE(topic_t::installation_id, id);
+            QCOMPARE(topic_t::tmp_regex_allowed_topic_plain, QString(pattern).replace("@installation_id"_s, id));
+            const QString others =
+                "//////lloca12{}[]()?^$\u00a3!:,=;' \t\n#%&*\\\"|~<>\u00e9\u0661\u0301\U0001f600"_s + QChar(0) + id;
+            for (int n = 0; n < 1000; ++n) {
+                QString topic = starts[below(4)];
+                for (const QString& level : {QString(id + u'1'), letters, letters, letters}) {
+                    topic += u'/' + two(level);
+                }
+                for (int changes = below(4); changes > 0; --changes) {
+                    topic.replace(below(topic.size()), below(3), two(others).left(below(3)));
+                }
+                QVERIFY2(partsOf(topic) == referenceOf(topic), qPrintable(id + u' ' + topic));
+            }
+        }
+    }
+
+    void registry()
+    {
+        auto owner = std::make_unique<message::classmessages>();
+        message::classmessages& registry = *owner;
+        QCOMPARE(registry.getMidSubsciption("nine"_s), -1);
+        QVERIFY(registry.addSubscription(9, "nine"_s, qos_t(2)) && registry.addSubscription(4, "four"_s, qos_t(1)));
+        QVERIFY(registry.addPublication(4, "topic"_s, "payload"_s, qos_t(2), true));
+        QCOMPARE(registry.getMidSubsciption("nine"_s), 4); // the lowest, whatever the topic
+        QVERIFY(registry.getSubsciption(5) == nullptr && registry.getPublications(9) == nullptr);
+        const auto textOf = [](const auto& one) -> QString {
+            return one.getTopic() + " qos %1 mid %2 state %3"_s.arg(one.getQos()).arg(one.getMid()).arg(one.getState());
+        };
+        const message::classpublish& publication = *registry.getPublications(4);
+        QCOMPARE(textOf(*registry.getSubsciption(4)), "four qos 1 mid 4 state 1"_s);
+        QCOMPARE(textOf(publication) + publication.getPayload(), "topic qos 2 mid 4 state 1payload"_s);
+        QVERIFY(publication.getRetainflag() && !publication.getDubflag() && publication.getTimePublication().isNull());
+        QVERIFY(publication.getTimeCreation() > QDateTime::currentDateTime().addSecs(-60));
+
+        // What is replaced stays for a host that may hold it, until the reset.
+        const QPointer<QObject> replaced = registry.getSubsciption(9);
+        const QPointer<QObject> removed = registry.getSubsciption(4);
+        const QPointer<QObject> reset = registry.getPublications(4);
+        registry.addSubscription(9, "later"_s, qos_t(0));
+        QCOMPARE(textOf(*registry.getSubsciption(9)), "later qos 0 mid 9 state 1"_s);
+        QCOMPARE(registry.removeSubsciption(5) + registry.removePublications(9) + registry.removeSubsciption(4), 1);
+        QVERIFY(removed.isNull() && !replaced.isNull() && !reset.isNull());
+        QCOMPARE(registry.getSubscriptions()->keys() + registry.getPublications()->keys(), (QList<int>{9, 4}));
+        QCOMPARE(registry.reset(), 0);
+        QVERIFY(replaced.isNull() && reset.isNull());
+        QVERIFY(registry.getSubscriptions()->isEmpty() && registry.getPublications()->isEmpty());
+
+        registry.addSubscription(3, QString(), qos_t(2));
+        const QPointer<QObject> left = registry.getSubsciption(3);
+        const message::classpublish empty(this);
+        QVERIFY(empty.parent() == nullptr && !empty.getRetainflag() && left->property("qos").value<qos_t>() == 2);
+        owner.reset();
+        QVERIFY(left.isNull());
+    }
 };
-
-void unit_vocabulary::texts_data()
-{
-    QTest::addColumn<QString>("constant");
-    QTest::addColumn<QString>("text");
-    const QString prefix = "local/@installation_id/@sender/@destination"_s;
-#define ROW(name, value) QTest::newRow(#name) << name << QStringLiteral(value)
-#define LEVEL_ROW(name, value) QTest::newRow(#name) << name << prefix + QStringLiteral(value)
-    ROW(DESTINATION, "@destination");
-    ROW(SENDER, "@sender");
-    ROW(CLIENTID, "@clientid");
-    ROW(INSTALLATIONID, "@installation_id");
-    ROW(BRIDGEKEY, "@bridgekey");
-    ROW(REMOTE_PREFIX, "remote-bridge");
-    ROW(FORWARD_PREFIX, "forward-bridge");
-    ROW(CLOUD_PREFIX_1, "cloud-bridge");
-    ROW(CLOUD_PREFIX_2, "other-cloud-bridge");
-    ROW(LOCAL_PREFIX, "local");
-    ROW(PREFIX_DB_PERSISTENT, "DB/persistent");
-    ROW(PREFIX_DB_REALTIME, "DB/realtime");
-    ROW(PREFIX_DB_PRESENCESIMULATION, "DB/presencesimulation");
-    ROW(PREFIX_DB_COMAMND, "DB/command");
-    ROW(PREFIX_PERFORMANCE, "$SYS");
-    LEVEL_ROW(PREFIX, "");
-    LEVEL_ROW(PREFIX_CONNECTIONS, "/connection");
-    LEVEL_ROW(PREFIX_MASTER, "/master");
-    LEVEL_ROW(PREFIX_STATUS, "/status");
-    LEVEL_ROW(PREFIX_STATUS_PERSISTENT_DB, "/status/DB/persistent");
-    LEVEL_ROW(PREFIX_STATUS_REALTIME_DB, "/status/DB/realtime");
-    LEVEL_ROW(PREFIX_STATUS_PRESENCESIMULATION_DB, "/status/DB/presencesimulation");
-    LEVEL_ROW(PREFIX_REQUEST, "/request");
-    LEVEL_ROW(PREFIX_REQUEST_PERSISTENT_DB, "/request/DB/persistent");
-    LEVEL_ROW(PREFIX_REQUEST_REALTIME_DB, "/request/DB/realtime");
-    LEVEL_ROW(PREFIX_REQUEST_PRESENCESIMULATION_DB, "/request/DB/presencesimulation");
-    LEVEL_ROW(PREFIX_REQUEST_COMMAND_DB, "/request/DB/command");
-    LEVEL_ROW(PREFIX_NOTIFICATION, "/notification");
-    LEVEL_ROW(PREFIX_COMMAND, "/command");
-    ROW(words::topic_t::getAdmitedword(), "\\w-_{}\\[\\]\\(\\)\\?\\^\\$\u00a3!:.,=;@+'");
-    ROW(words::topic_t::regex_allowed_topic_plain,
-        "^(remote-bridge|forward-bridge|cloud-bridge|other-cloud-bridge)?[/]?(local)/([@installation_id]+)/"
-        "([\\w-_{}\\[\\]\\(\\)\\?\\^\\$\u00a3!:.,=;@+']+)/([\\w-_{}\\[\\]\\(\\)\\?\\^\\$\u00a3!:.,=;@+']+)/"
-        "([\\w-_{}\\[\\]\\(\\)\\?\\^\\$\u00a3!:.,=;@+'/]+$)");
-    // Nothing has set an installation id yet.
-    QTest::newRow("pattern before an id is set")
-        << words::topic_t::tmp_regex_allowed_topic_plain << words::topic_t::regex_allowed_topic_plain;
-}
-
-void unit_vocabulary::texts()
-{
-    QFETCH(QString, constant);
-    QTEST(constant, "text");
-}
-
-void unit_vocabulary::templates_data()
-{
-    QTest::addColumn<QJsonObject>("packet");
-    QTest::addColumn<QByteArray>("json");
-    const QByteArray base = "local/@installation_id/@sender/@destination";
-    const auto plain = [](const QByteArray& topic, const char* rest = ",\"retain\":false") {
-        return QByteArray("{\"qos\":2" + QByteArray(rest) + ",\"topic\":\"" + topic + "\"}");
-    };
-    const QByteArray retained = plain(base + "/status/#", ",\"retain\":true");
-#undef ROW
-#define ROW(name, value) QTest::newRow(#name) << name << QByteArray(value)
-    ROW(bridge_state, plain("$SYS/broker/connection/#"));
-    ROW(bridge_state_cloud_connection, plain("$SYS/brokers/+/clients/@bridgekey/connected"));
-    ROW(bridge_state_cloud_disconnection, plain("$SYS/brokers/+/clients/@bridgekey/disconnected"));
-    ROW(bridge_forward_sub, plain("forward-bridge/local/@installation_id/#", ""));
-    ROW(bridge_remote_sub, plain("remote-bridge/local/@installation_id/#", ""));
-    ROW(bridge_cloud_sub, plain("cloud-bridge/local/@installation_id/#", ""));
-    ROW(masterelection, plain(base + "/master"));
-    ROW(presentation, plain(base + "/connection/presentation"));
-    ROW(lastwill, plain(base + "/connection/presentation"));
-    ROW(performance, plain("$SYS/#"));
-    ROW(status, retained);
-    ROW(request, plain(base + "/request/#"));
-    ROW(notification, plain(base + "/notification/#"));
-    ROW(all_packet, plain("#"));
-    ROW(subscriptions, "{\"status\":" + retained + "}");
-    ROW(subscriptions_server,
-        "{\"performance\":" + plain("$SYS/#") + ",\"request\":" + plain(base + "/request/#") + "}");
-    ROW(subscriptions_client, "{\"notification\":" + plain(base + "/notification/#") + "}");
-    ROW(pkgClientReady, "{\"payload\":true," + plain(base + "/command/client/ready").mid(1));
-}
-
-void unit_vocabulary::templates()
-{
-    QFETCH(QJsonObject, packet);
-    QTEST(QJsonDocument(packet).toJson(QJsonDocument::Compact), "json");
-}
-
-template <typename Word>
-static QStringList listed(std::initializer_list<const Word*> words)
-{
-    QStringList list;
-    for (const Word* const word : words) {
-        list << QString::number(word->index) + u' ' + word->ToString();
-    }
-    return list;
-}
-
-// Texts and numbers in the order of creation; the server's words go on with the client's numbers.
-void unit_vocabulary::wordsAndNumbers()
-{
-    using client_word = destination_publish_client_t;
-    using server_word = destination_publish_server_t;
-    using heard_word = destination_subscription_t;
-    QCOMPARE(listed<service_t>({&service_t::server, &service_t::client}), (QStringList{"0 server"_s, "1 client"_s}));
-    QCOMPARE(listed<client_word>({&client_word::idserver, &client_word::own_server}),
-             (QStringList{"0 @idserver"_s, "1 own_server"_s}));
-    QCOMPARE(listed<server_word>({&server_word::all, &server_word::all_servers, &server_word::all_clients}),
-             (QStringList{"2 all"_s, "3 all_servers"_s, "4 all_clients"_s}));
-    QCOMPARE(listed<heard_word>({&heard_word::jolly, &heard_word::multilevel, &heard_word::all,
-                                 &heard_word::all_clients, &heard_word::idserver, &heard_word::idclient}),
-             (QStringList{"0 +"_s, "1 #"_s, "2 all"_s, "3 all_clients"_s, "4 @idserver"_s, "5 @idclient"_s}));
-    QCOMPARE(client_word::maxI, 5u);
-    QCOMPARE(server_word::maxI, 0u);
-    QCOMPARE(heard_word::maxI, 6u);
-
-    // A word counts when it is made, not when it is copied; only its text is compared.
-    const quint32 next = service_t::maxI;
-    const service_t made("server"_s);
-    const service_t copy(made);
-    const service_t empty;
-    const server_word another("all"_s);
-    QCOMPARE(service_t::maxI, next + 2);
-    QCOMPARE(copy.index, next);
-    QVERIFY(made == service_t::server);
-    QVERIFY(!(made == service_t::client));
-    QCOMPARE(empty.ToString(), QString());
-    QVERIFY(another == server_word::all);
-    QCOMPARE(another.index, 5u);
-    QCOMPARE(server_word::maxI, 0u);
-}
-
-// Hosts connect and write properties by these names, also queued; the numbers go on the wire.
-void unit_vocabulary::metaTypes()
-{
-    QCOMPARE(QMetaType::type("qos_t"), qMetaTypeId<words::qos_t>());
-    QCOMPARE(QMetaType::type("subscribe_t"), qMetaTypeId<words::subscribe_t>());
-    QCOMPARE(QMetaType::type("state_req_t"), qMetaTypeId<words::state_req_t>());
-    QVERIFY(QMetaType::type("system_t*") != QMetaType::UnknownType);
-    QCOMPARE(QVariant::fromValue(words::qos_t(2)).toInt(), 2);
-    QCOMPARE(int(words::subscribe_topics), 1);
-    QCOMPARE(int(words::unsubscribe_topics), 0);
-    QCOMPARE(int(words::state_registered), 1);
-    QCOMPARE(int(words::state_acknowledged), 2);
-    QCOMPARE(int(words::state_unsubscribed), 3);
-}
-
-void unit_vocabulary::metaObjects_data()
-{
-    QTest::addColumn<const QMetaObject*>("meta");
-    QTest::addColumn<QByteArray>("expected");
-    QTest::newRow("base") << &protobase_t::staticMetaObject << QByteArray(R"(
-signal onBrokerConnection(int rc,int flags)
-signal onBrokerDisconnection(int rc)
-signal onBridgeConnectionEvent(QString _topic,QString bridge,QString payload)
-signal onBridgeConnectionCloudEvent(QString _topic,QString bridge,QString payload,bool connected)
-signal onMasterIdError(QJsonObject _packet)
-signal onMasterBridgeError()
-signal on_Presentation(QString sender,QString destination,bool status,QJsonObject payload)
-signal onDatabasePersistentStatus(QJsonObject _package)
-signal onDatabaseRealtimeStatus(QJsonObject _package)
-signal onDatabasePresenceSimulationStatus(QJsonObject _package)
-signal on_Unknown(QString topic,QJsonValue payload,int qos,bool retain)
-public int connect(QString _clientid,bool async)
-public int connect(QString _clientid)
-public int connect()
-public int disconnection(bool _sendLastWill)
-public int disconnection()
-protected on_connect(int rc)
-protected on_connect_with_flags(int rc,int flags)
-protected on_disconnect(int rc)
-protected on_publish(int mid)
-protected on_message(int mid,QString topic,QString payload,int payloadlen,int qos,bool retain)
-protected on_subscribe(int mid,int qos_count,const int* granted_qos)
-protected on_unsubscribe(int mid)
-protected on_log(int level,QString str)
-protected on_error()
-)");
-    QTest::newRow("client") << &protoclient_t::staticMetaObject << QByteArray(R"(
-public publish(QJsonObject _packet)
-)");
-    QTest::newRow("server") << &protoserver_t::staticMetaObject << QByteArray(R"(
-signal onRequestPersistentRequest(QJsonObject _package)
-signal onRequestRealtimeRequest(QJsonObject _package)
-signal onRequestPresenceSimulationRequest(QJsonObject _package)
-signal onRequestCmd(QJsonObject _package)
-signal onClientReady(QJsonObject _package)
-signal onConnection()
-public eventPublish(QJsonObject _packet,qos_t qos,bool retain)
-)");
-    QTest::newRow("record of a node") << &words::system_t::staticMetaObject << QByteArray(R"(
-signal changeMasterIdEvent(QString _masterid)
-constructor system_t(QString,service_t,QString,QObject*)
-constructor system_t(QString,service_t,QString)
-constructor system_t(QObject*)
-constructor system_t()
-property QString clientid
-property QString os
-property QString type
-property QString versionLib
-property QString versionApp
-property QString hostname
-property QString publishDate
-property bool connected
-property QString brokerip
-property QString masterid
-property QJsonObject masterData
-)");
-    QTest::newRow("subscription") << &message::classsubscribe::staticMetaObject << QByteArray(R"(
-property QString topic
-property qos_t qos
-property int mid
-property state_req_t state
-)");
-    QTest::newRow("publication") << &message::classpublish::staticMetaObject << QByteArray(R"(
-property QString topic
-property qos_t qos
-property int mid
-property state_req_t state
-property QString payload
-property bool retainflag
-property bool dubflag
-)");
-}
-
-static QByteArray described(const QMetaMethod& method)
-{
-    static const QMap<int, QByteArray> kinds{
-        {QMetaMethod::Private, "private "}, {QMetaMethod::Protected, "protected "}, {QMetaMethod::Public, "public "}};
-    QByteArrayList arguments;
-    for (int i = 0; i < method.parameterCount(); ++i) {
-        arguments << method.parameterTypes()[i] + " " + method.parameterNames()[i];
-    }
-    const bool plain = qstrcmp(method.typeName(), "void") == 0;
-    return (method.methodType() == QMetaMethod::Signal ? QByteArray("signal ") : kinds[method.access()]) +
-           (plain ? QByteArray() : QByteArray(method.typeName()) + " ") + method.name() + "(" + arguments.join(',') +
-           ")\n";
-}
-
-void unit_vocabulary::metaObjects()
-{
-    QFETCH(const QMetaObject*, meta);
-    QByteArray found = "\n";
-    for (int i = meta->methodOffset(); i < meta->methodCount(); ++i) {
-        found += described(meta->method(i));
-    }
-    for (int i = 0; i < meta->constructorCount(); ++i) {
-        found += "constructor " + meta->constructor(i).methodSignature() + "\n";
-    }
-    for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i) {
-        const QMetaProperty property = meta->property(i);
-        QVERIFY(property.isReadable() && property.isWritable() && property.isStored());
-        found += QByteArray("property ") + property.typeName() + " " + property.name() + "\n";
-    }
-    QFETCH(QByteArray, expected);
-    QCOMPARE(found.split('\n'), expected.split('\n'));
-}
 
 QTEST_GUILESS_MAIN(unit_vocabulary)
 #include "unit_vocabulary.moc"
