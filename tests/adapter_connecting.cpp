@@ -1,429 +1,180 @@
 // SPDX-License-Identifier: MIT
 // Everything that can go wrong before a broker has accepted a client.
-#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
-
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtTest/QSignalSpy>
-#include <QtTest/QTest>
-
 #include "support/broker.h"
 #include "support/certificates.h"
-#include "support/fake_broker.h"
-#include "support/log_recorder.h"
-#include "support/loop_watch.h"
-#include "support/proxy.h"
+#include "support/client.h"
+#include "support/peer.h"
 
-#include <signal.h>
 #include <sys/socket.h>
-
-using comunication::mosquittopp::mosquittoqt;
-
-namespace {
-
-// What an attempt came to: the code of connect, of onDisconnect or of onConnect, whichever came first.
-struct attempt_t {
-    explicit attempt_t(mosquittoqt& client)
-    {
-        QObject::connect(&client, &mosquittoqt::onConnect, [this](int rc) { reports += rc; });
-        QObject::connect(&client, &mosquittoqt::onDisconnect, [this](int rc) { reports += rc; });
-    }
-    QList<int> reports;
-};
-
-} // namespace
 
 class adapter_connecting : public QObject {
     Q_OBJECT
+
+    const certificates_t certificates;
+
 private Q_SLOTS:
-    void initTestCase() { QVERIFY(certificates.isValid()); }
-    void deadEnd_data();
-    void deadEnd();
-    void answer_data();
-    void answer();
-    void tls_data();
-    void tls();
-    void authorityFile_data();
-    void authorityFile();
-    void authorityDisappears();
-    void slowNetwork_data();
-    void slowNetwork();
-    void waiting_data();
-    void waiting();
-    void refusedValues();
+    // name | other side | host | files for TLS, or none | code | part of the log line
+    // The other side: nobody, a real broker, perhaps behind a bad network, or the rule of a peer.
+    // The code is that of connect, onConnect or onDisconnect, whichever comes first; "3 8": tls_set gave 3 before.
+    void attempt_data()
+    {
+        addRows(R"(
+accepted            | plain              | localhost | -                | 0   |
+not authorised      | strict             | 127.0.0.1 | -                | 5   | does not authorise this client (5)
+refused             | nobody             | 127.0.0.1 | -                | 14  | is the broker running?
+refused, TLS        | nobody             | 127.0.0.1 | ca               | 14  | is the broker running?
+unknown name        | plain              | x.invalid | -                | 15  | does not resolve
+black hole          | hole               | 127.0.0.1 | ca               | 14  | the host does not answer
+silence             | ACCEPT             | 127.0.0.1 | -                | 14  | does not answer, is it a broker?
+handshake stalled   | ACCEPT             | 127.0.0.1 | ca               | 8   | TLS: the handshake is not answered
+reset               | ACCEPT !           | 127.0.0.1 | -                | 7   | an answer, does it expect TLS?
+handshake reset     | ACCEPT !           | 127.0.0.1 | ca               | 8   | has ended the handshake; next
+handshake ended     | ACCEPT .           | 127.0.0.1 | ca               | 8   | has ended the handshake; next
+no TLS there        | CONNECT 2002000020 | 127.0.0.1 | ca               | 8   | does not speak TLS
+old protocol        | CONNECT 20020001   | 127.0.0.1 | -                | 1   | speak this version of the protocol (1)
+refused id          | CONNECT 20020002   | 127.0.0.1 | -                | 2   | the broker refuses the client id (2)
+unavailable         | CONNECT 20020003   | 127.0.0.1 | -                | 3   | the broker is not available (3)
+refused user        | CONNECT 20020004   | 127.0.0.1 | -                | 4   | the user name or the password (4)
+unknown code        | CONNECT 200200ff   | 127.0.0.1 | -                | 255 | with an unknown code (255)
+short answer        | CONNECT 200100     | 127.0.0.1 | -                | 2   | the answer is not that of a broker
+TLS by name         | good               | localhost | ca               | 0   |
+TLS by address      | good               | 127.0.0.1 | ca               | 0   |
+slow network        | good slowly        | 127.0.0.1 | ca               | 0   |
+other authority     | good               | localhost | stranger any     | 8   | signed by an authority in /
+other name          | stranger           | localhost | ca               | 8   | of host localhost is for panel.example
+other address       | stranger           | 127.1     | ca               | 8   | of host 127.1 is for panel.example
+any name            | stranger           | localhost | ca any           | 0   |
+expired             | expired            | localhost | ca               | 8   | of host localhost has expired
+own certificate     | mutual             | localhost | ca good good.key | 0   |
+own key wrong       | mutual             | localhost | ca good ca.key   | 1 8 | cannot be used with the certificate
+no authority        | good               | localhost |                  | 3 8 | is configured
+authority truncated | good               | localhost | half             | 1 8 | holds no whole certificate
+authority directory | good               | localhost | .                | 1 8 | is a directory, not a file
+)");
+    }
 
-private:
-    certificates_t certificates;
-};
-
-void adapter_connecting::deadEnd_data()
-{
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<bool>("secure");
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("words");
-    const QString silent = QStringLiteral("silence");
-    QTest::newRow("refused") << QStringLiteral("nobody") << false << 14 << QStringLiteral("is the broker running?");
-    QTest::newRow("refused, TLS") << QStringLiteral("nobody") << true << 14 << QStringLiteral("is the broker running?");
-    QTest::newRow("silence") << silent << false << 14 << QStringLiteral("does not answer, is it a broker?");
-    QTest::newRow("handshake stalled") << silent << true << 8 << QStringLiteral("TLS: the handshake is not answered");
-    QTest::newRow("reset at once") << QStringLiteral("reset") << false << 7
-                                   << QStringLiteral("without an answer, does it expect TLS?");
-    QTest::newRow("reset in the handshake")
-        << QStringLiteral("reset") << true << 8 << QStringLiteral("has ended the handshake");
-    QTest::newRow("closed in the handshake")
-        << QStringLiteral("close") << true << 8 << QStringLiteral("has ended the handshake");
-    QTest::newRow("TLS to a plain port") << QStringLiteral("text") << true << 8 << QStringLiteral("does not speak TLS");
-    QTest::newRow("name that does not resolve")
-        << QStringLiteral("name") << false << 15 << QStringLiteral("does not resolve");
-    QTest::newRow("black hole") << QStringLiteral("hole") << false << 14 << QStringLiteral("the host does not answer");
-    QTest::newRow("black hole, TLS") << QStringLiteral("hole") << true << 14
-                                     << QStringLiteral("the host does not answer");
-}
-
-void adapter_connecting::deadEnd()
-{
-    QFETCH(QString, kind);
-    QFETCH(bool, secure);
-    log_recorder_t log(::utility::logs::info);
-    fake_broker_t broker;
-    broker.greeting = [&] {
-        if (kind == QStringLiteral("reset")) {
-            broker.reset();
-        } else if (kind == QStringLiteral("close")) {
-            broker.close();
-        } else if (kind == QStringLiteral("text")) {
-            broker.send("HTTP/1.1 400 Bad Request\r\n\r\n");
-        }
-        return true;
-    };
-    // A listener whose queue is full answers no further connection: a network that swallows everything.
-    QTcpServer hole;
-    QTcpSocket fillers[3];
-    quint16 port = broker.port();
-    if (kind == QStringLiteral("hole")) {
+    void attempt()
+    {
+        QFETCH(QStringList, cells);
+        const QString side = cells[1].section(u' ', 0, 0);
+        broker_t broker(side == "strict"_s   ? "listener @port 127.0.0.1\nallow_anonymous false"_s
+                        : side == "mutual"_s ? certificates.listener("good"_s) + "require_certificate true"_s
+                        : QFile::exists(certificates.file(side)) ? certificates.listener(side)
+                                                                 : QString());
+        QVERIFY(side == "nobody"_s || broker.start());
+        peer_t peer(cells[1].endsWith("slowly"_s) ? broker.port() : 0);
+        peer.rules << cells[1];
+        QTcpServer hole; // its queue is full, so that it answers no more
         hole.listen(QHostAddress::LocalHost);
         hole.pauseAccepting();
-        const int backlogOfOne = ::listen(static_cast<int>(hole.socketDescriptor()), 0);
-        QCOMPARE(backlogOfOne, 0);
+        QCOMPARE(::listen(static_cast<int>(hole.socketDescriptor()), 0), 0);
+        QTcpSocket fillers[3];
         for (QTcpSocket& filler : fillers) {
             filler.connectToHost(QHostAddress::LocalHost, hole.serverPort());
         }
-        QTest::qWait(100);
-        port = hole.serverPort();
-    } else if (kind == QStringLiteral("nobody")) {
-        port = freePort();
-    }
+        const bool isPeer = side == side.toUpper() || side != cells[1];
+        const quint16 port = isPeer ? peer.port() : side == "hole"_s ? hole.serverPort() : broker.port();
 
-    mosquittoqt client(QStringLiteral("panel"), true, true);
-    client.setConnectTimeout(1);
-    if (secure) {
-        QCOMPARE(client.tls_set(certificates.authority(), QString(), QString(), QString()), 0);
-    }
-    attempt_t attempt(client);
-    loop_watch_t watch;
-    const QString host = kind == QStringLiteral("name") ? QStringLiteral("nowhere.invalid") : broker.host();
-    const int rc = client.connect_async(host, port, 60);
-    if (rc != 0) {
-        attempt.reports += rc;
-    }
-    QTRY_VERIFY_WITH_TIMEOUT(!attempt.reports.isEmpty(), 2500);
-    QTEST(attempt.reports.value(0), "code");
-    QTest::qWait(200);
-    QCOMPARE(attempt.reports.size(), 1);
-    QCOMPARE(log.count(QStringLiteral(" failed: ")), 1);
-    QFETCH(QString, words);
-    QVERIFY2(log.count(words) == 1, qPrintable(log.lines.join(QLatin1Char('\n'))));
-    QVERIFY2(watch.longestGap() < 50, QByteArray::number(watch.longestGap()));
-    QVERIFY2(watch.load() < 20, QByteArray::number(watch.load()));
-    QCOMPARE(client.disconnect_sync(), 0);
-    QCOMPARE(client.disconnect_sync(), 4);
-}
-
-void adapter_connecting::answer_data()
-{
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("words");
-    for (const int code : {1, 2, 3, 4, 5, 6, 255}) {
-        QTest::addRow("CONNACK %d", code)
-            << QByteArray("\x20\x02\x00", 3) + char(code) << code << QStringLiteral("(%1)").arg(code);
-    }
-    QTest::newRow("short CONNACK") << QByteArray("\x20\x01\x00", 3) << 2 << QStringLiteral("not that of a broker");
-    QTest::newRow("something else") << QByteArray("\xd0\x00", 2) << 2 << QStringLiteral("not that of a broker");
-    QTest::newRow("garbage") << QByteArray("\xff\xff\xff\xff\xff\xff") << 2 << QStringLiteral("not that of a broker");
-    QTest::newRow("CONNACK twice") << QByteArray("\x20\x02\x00\x00\x20\x02\x00\x00", 8) << 0 << QString();
-}
-
-void adapter_connecting::answer()
-{
-    QFETCH(QByteArray, bytes);
-    QFETCH(int, code);
-    QFETCH(QString, words);
-    log_recorder_t log(::utility::logs::info);
-    fake_broker_t broker;
-    broker.script = [&](int type, const QByteArray&) {
-        if (type == CONNECT) {
-            broker.send(bytes);
+        const int code = cells[4].section(u' ', -1).toInt();
+        QStringList files = cells[3].split(u' ');
+        const bool anyName = files.removeAll("any"_s) > 0;
+        const auto file = [&](int i) { return certificates.file(files.value(i)); };
+        // What is in this process cannot answer while somebody waits.
+        const bool twice = !isPeer || cells[1] == "ACCEPT"_s;
+        for (const bool waits : twice ? QList<bool>{false, true} : QList<bool>{false}) {
+            client_t client;
+            client.setConnectTimeout(1);
+            client.tls_insecure_set(anyName);
+            const int set = files[0] == "-"_s ? 0 : client.tls_set(file(0), {}, file(1), file(2));
+            QCOMPARE(set, cells[4].section(u' ', 0, -2).toInt());
+            log_recorder_t log(::utility::logs::info);
+            const loop_watch_t watch;
+            const auto connectTo = waits ? &client_t::connect_sync : &client_t::connect_async;
+            const int rc = (client.*connectTo)(cells[2], port, 60);
+            // To an address on loopback all may be over before the call returns; who has the code gets no signal.
+            if (rc > 5) {
+                client.losses << rc;
+            }
+            QVERIFY(waits ? rc == code : client.connects.isEmpty());
+            QTRY_VERIFY_WITH_TIMEOUT(client.connects.size() + client.losses.size() > 0, 3000);
+            QVERIFY(watch.wasCalm(waits ? 1300 : 300, 250));
+            QTest::qWait(30);
+            QCOMPARE(client.connects + client.losses, QList<int>{code});
+            QCOMPARE(client.getConnected(), code == 0);
+            QCOMPARE(log.lines.size(), code == 0 ? 0 : 1);
+            const QString line = log.lines.value(0);
+            QVERIFY2(line.contains(cells[5]), qPrintable(line));
+            // A broker that refuses is not asked again within a second.
+            const double wait = line.section("next attempt in "_s, 1).section(u' ', 0, 0).toDouble();
+            QVERIFY2(cells[5].endsWith(u')') ? wait > 20 : wait <= 1, qPrintable(line));
+            QCOMPARE(code == 0 ? client.connect_async(cells[2], port, 60) : 0, 0); // changes nothing
+            QCOMPARE(client.disconnect_sync(), 0);
+            QCOMPARE(client.disconnect_sync(), 4);
+            QTest::qWait(0);
+            QCOMPARE(client.connects + client.losses, code == 0 ? QList<int>({0, 0}) : QList<int>{code});
         }
-        return type == CONNECT;
-    };
-    mosquittoqt client(QStringLiteral("panel"), true, true);
-    client.setConnectTimeout(1);
-    attempt_t attempt(client);
-    QCOMPARE(client.connect_async(broker.host(), broker.port(), 60), 0);
-    QTRY_COMPARE_WITH_TIMEOUT(attempt.reports.size(), 1, 2500);
-    QTest::qWait(50);
-    QCOMPARE(attempt.reports, QList<int>{code});
-    QCOMPARE(client.getConnected(), code == 0);
-    if (code != 0) {
-        QCOMPARE(log.lines.size(), 1);
-        QVERIFY2(log.lines[0].contains(words), qPrintable(log.lines[0]));
-        // A broker that refuses is not asked again within a second.
-        const bool refused = words.startsWith(QLatin1Char('('));
-        const double wait =
-            log.lines[0].section(QStringLiteral("next attempt in "), 1).section(QLatin1Char(' '), 0, 0).toDouble();
-        QVERIFY2(refused ? wait > 20 : wait <= 1, qPrintable(log.lines[0]));
     }
-}
 
-void adapter_connecting::tls_data()
-{
-    QTest::addColumn<QString>("certificate");
-    QTest::addColumn<QString>("authority");
-    QTest::addColumn<QString>("host");
-    QTest::addColumn<bool>("insecure");
-    QTest::addColumn<QString>("words");
-    const QString good = QStringLiteral("good");
-    const QString ca = QStringLiteral("ca");
-    const QString name = QStringLiteral("localhost");
-    QTest::newRow("good, by name") << good << ca << name << false << QString();
-    QTest::newRow("good, by address") << good << ca << QStringLiteral("127.0.0.1") << false << QString();
-    QTest::newRow("wrong authority") << good << QStringLiteral("other") << name << false
-                                     << QStringLiteral(
-                                            "TLS: certificate of host localhost was not signed by an authority in ");
-    QTest::newRow("wrong host") << QStringLiteral("stranger") << ca << name << false
-                                << QStringLiteral("TLS: certificate of host localhost is for panel.example");
-    QTest::newRow("wrong address") << QStringLiteral("stranger") << ca << QStringLiteral("127.0.0.1") << false
-                                   << QStringLiteral("TLS: certificate of host 127.0.0.1 is for panel.example");
-    QTest::newRow("wrong address, short form") << QStringLiteral("stranger") << ca << QStringLiteral("127.1") << false
-                                               << QStringLiteral("TLS: certificate of host 127.1 is for panel.example");
-    QTest::newRow("wrong host, insecure") << QStringLiteral("stranger") << ca << name << true << QString();
-    QTest::newRow("wrong authority, insecure")
-        << good << QStringLiteral("other") << name << true << QStringLiteral("was not signed");
-    QTest::newRow("expired") << QStringLiteral("expired") << ca << name << false
-                             << QStringLiteral("TLS: certificate of host localhost has expired");
-    QTest::newRow("plain to a TLS port") << good << QString() << name << false << QStringLiteral("does it expect TLS?");
-}
-
-void adapter_connecting::tls()
-{
-    QFETCH(QString, certificate);
-    QFETCH(QString, authority);
-    QFETCH(QString, host);
-    QFETCH(bool, insecure);
-    QFETCH(QString, words);
-    broker_t broker(certificates.listener(certificate));
-    QVERIFY(broker.start());
-    log_recorder_t log(::utility::logs::info);
-    mosquittoqt client(QStringLiteral("panel"), true, true);
-    if (!authority.isEmpty()) {
-        QCOMPARE(client.tls_set(certificates.file(authority + QStringLiteral(".pem")), QString(), QString(), QString()),
-                 0);
-        client.tls_insecure_set(insecure);
+    // The files are read again for every connection.
+    void authorityDisappears()
+    {
+        const QString path = certificates.file("copy.pem"_s);
+        broker_t broker(certificates.listener("good"_s));
+        QVERIFY(QFile::copy(certificates.file("ca"_s), path) && broker.start());
+        log_recorder_t log(::utility::logs::info);
+        client_t client;
+        QCOMPARE(client.tls_set(path, {}, {}, {}), 0);
+        QVERIFY(client.joins(broker.port()) && QFile::remove(path));
+        broker.kill(SIGKILL);
+        QTRY_COMPARE_WITH_TIMEOUT(log.count("does not exist"_s), 1, 3000);
+        QVERIFY(QFile::copy(certificates.file("ca"_s), path) && broker.start());
+        QTRY_VERIFY_WITH_TIMEOUT(client.getConnected(), 3000);
     }
-    attempt_t attempt(client);
-    // To an address on loopback the handshake may be over, and refused, before the call returns.
-    if (const int rc = client.connect_async(host, broker.port(), 60); rc != 0) {
-        attempt.reports.append(rc);
+
+    void refusedValues()
+    {
+        const QString longText(65536, u'x');
+        log_recorder_t log(::utility::logs::info);
+        client_t client;
+        const auto publishTo = [&](const QString& topic) { return client.publish(nullptr, topic, {}, 0, false); };
+        const auto subscribeTo = [&](const QString& filter) { return client.subscribe(nullptr, filter, 0); };
+        const auto said = [&](int code) -> QString {
+            const QString why = log.take().join(u' ').section(" Refused "_s, 1).replace(longText.left(120), "..."_s);
+            return QString::number(code) + u' ' + why;
+        };
+        const QList<QPair<QString, QString>> refusals = {
+            {said(publishTo(QString())), "3 message to: the topic is empty"_s},
+            {said(publishTo("a/+"_s)), "3 message to a/+: the topic of a message holds a wildcard"_s},
+            {said(publishTo("a\nb"_s)), "18 message to a\nb: it holds control characters"_s},
+            {said(publishTo("\u0085"_s)), "18 message to \u0085: it holds characters that the protocol forbids"_s},
+            {said(publishTo(longText)), "18 message to ...: it is longer than 65535 bytes"_s},
+            {said(publishTo("/"_s.repeated(200))).right(36), ": the topic has more than 200 levels"_s},
+            {said(client.publish(nullptr, "a"_s, {}, 3, false)), "3 message to a: the qos is not 0, 1 or 2"_s},
+            {said(client.subscribe(nullptr, "a"_s, 3)), "3 subscription of a: the qos is not 0, 1 or 2"_s},
+            {said(subscribeTo(QString())), "3 subscription of: the topic is empty"_s},
+            {said(subscribeTo("a#"_s)), "3 subscription of a#: a wildcard stands where none may be"_s},
+            {said(client.will_set("#"_s, {}, 0, false)), "3 last will to #: the topic of a message holds a wildcard"_s},
+            {said(client.will_set("a"_s, longText, 0, {})),
+             "9 last will to a: its payload is longer than 65535 bytes"_s},
+            {said(subscribeTo("a"_s)), "4 "_s},
+            {said(client.username_pw_set({}, "b"_s)), "3 password: it needs a user name"_s},
+            {said(client.username_pw_set(longText, {})), "18 user name ...: it is longer than 65535 bytes"_s},
+            {said(client.username_pw_set("a"_s, "b"_s + QChar(0))), "3 password: it holds a zero byte"_s},
+            {said(client.username_pw_set("a"_s, longText)), "3 password: it is longer than 65535 bytes"_s},
+            {said(client.connect_async({}, 1883, 60)), "3 host of the broker: it is empty"_s},
+            {said(client.connect_async("a"_s, 0, 60)), "3 port of the broker 0: it is not 1 to 65535"_s},
+            {said(client.connect_async("a"_s, 65536, 60)), "3 port of the broker 65536: it is not 1 to 65535"_s},
+            {said(client.connect_async("a"_s, 1883, 4)), "3 keep-alive 4: it is not 0 or 5 to 65535 seconds"_s},
+            {said(publishTo("/"_s.repeated(199))), "0 "_s},
+        };
+        for (const auto& [was, wanted] : refusals) {
+            QCOMPARE(was, wanted);
+        }
+        QVERIFY(!client.hasWill());
+        client.setClientId({});
+        QCOMPARE(said(client.connect_async("a"_s, 1883, 60)), "3 client id: it is empty"_s);
     }
-    QTRY_COMPARE(attempt.reports.size(), 1);
-    QCOMPARE(client.getConnected(), words.isEmpty());
-    QCOMPARE(log.lines.size(), words.isEmpty() ? 0 : 1);
-    if (!words.isEmpty()) {
-        QVERIFY2(log.lines[0].contains(words), qPrintable(log.lines[0]));
-        QCOMPARE(attempt.reports[0], authority.isEmpty() ? 7 : 8);
-    }
-}
-
-void adapter_connecting::authorityFile_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("words");
-    QTest::newRow("none") << QString() << 3 << QStringLiteral("is configured");
-    QTest::newRow("missing") << QStringLiteral("nothing.pem") << 3 << QStringLiteral("does not exist");
-    QTest::newRow("empty") << QStringLiteral("empty.pem") << 1 << QStringLiteral("holds no whole certificate");
-    QTest::newRow("truncated") << QStringLiteral("half.pem") << 1 << QStringLiteral("holds no whole certificate");
-    QTest::newRow("directory") << QStringLiteral(".") << 1 << QStringLiteral("is a directory");
-}
-
-void adapter_connecting::authorityFile()
-{
-    QFETCH(QString, path);
-    QFile whole(certificates.authority());
-    QVERIFY(whole.open(QIODevice::ReadOnly));
-    QFile half(certificates.file(QStringLiteral("half.pem")));
-    QVERIFY(half.open(QIODevice::WriteOnly) && half.write(whole.readAll().left(200)) == 200);
-    half.close();
-    QVERIFY(QFile(certificates.file(QStringLiteral("empty.pem"))).open(QIODevice::WriteOnly));
-
-    log_recorder_t log(::utility::logs::info);
-    fake_broker_t broker;
-    mosquittoqt client(QStringLiteral("panel"), true, true);
-    QTEST(client.tls_set(path.isEmpty() ? path : certificates.file(path), QString(), QString(), QString()), "code");
-    QCOMPARE(client.connect_async(broker.host(), broker.port(), 60), 8);
-    QTest::qWait(100);
-    QCOMPARE(broker.connections(), 0);
-    QFETCH(QString, words);
-    QVERIFY2(log.count(words) == 2, qPrintable(log.lines.join(QLatin1Char('\n'))));
-}
-
-void adapter_connecting::authorityDisappears()
-{
-    const QString path = certificates.file(QStringLiteral("copy.pem"));
-    QVERIFY(QFile::copy(certificates.authority(), path));
-    broker_t broker(certificates.listener(QStringLiteral("good")));
-    QVERIFY(broker.start());
-    log_recorder_t log(::utility::logs::info);
-    mosquittoqt client(QStringLiteral("panel"), true, true);
-    QCOMPARE(client.tls_set(path, QString(), QString(), QString()), 0);
-    QCOMPARE(client.connect_sync(QStringLiteral("localhost"), broker.port(), 60), 0);
-    QVERIFY(QFile::remove(path));
-    broker.kill(SIGKILL);
-    QTRY_VERIFY(!client.getConnected());
-    QVERIFY(broker.start());
-    QTRY_VERIFY_WITH_TIMEOUT(log.count(QStringLiteral("does not exist")) > 0, 3000);
-    QVERIFY(!client.getConnected());
-    QVERIFY(QFile::copy(certificates.authority(), path));
-    QTRY_VERIFY_WITH_TIMEOUT(client.getConnected(), 3000);
-}
-
-void adapter_connecting::slowNetwork_data()
-{
-    QTest::addColumn<bool>("secure");
-    QTest::addColumn<bool>("trickle");
-    QTest::newRow("slow accept") << false << false;
-    QTest::newRow("slow accept, TLS") << true << false;
-    QTest::newRow("one byte at a time") << false << true;
-    QTest::newRow("one byte at a time, TLS") << true << true;
-}
-
-void adapter_connecting::slowNetwork()
-{
-    QFETCH(bool, secure);
-    broker_t broker(secure ? certificates.listener(QStringLiteral("good")) : QString());
-    QVERIFY(broker.start());
-    proxy_t proxy(broker.port());
-    QFETCH(bool, trickle);
-    proxy.trickle = trickle;
-    proxy.delay = trickle ? 0 : 500;
-    mosquittoqt client(QStringLiteral("panel"), true, true);
-    if (secure) {
-        QCOMPARE(client.tls_set(certificates.authority(), QString(), QString(), QString()), 0);
-    }
-    loop_watch_t watch;
-    QCOMPARE(client.connect_async(proxy.host(), proxy.port(), 60), 0);
-    QTRY_VERIFY(client.getConnected());
-    QVERIFY2(watch.longestGap() < 50, QByteArray::number(watch.longestGap()));
-    if (!trickle) {
-        QVERIFY2(watch.load() < 20, QByteArray::number(watch.load()));
-    }
-}
-
-void adapter_connecting::waiting_data()
-{
-    QTest::addColumn<QString>("settings");
-    QTest::addColumn<QString>("host");
-    QTest::addColumn<int>("code");
-    const QString open = QStringLiteral("listener @port 127.0.0.1\nallow_anonymous true\n");
-    QTest::newRow("accepted") << open << QStringLiteral("127.0.0.1") << 0;
-    QTest::newRow("accepted, by name") << open << QStringLiteral("localhost") << 0;
-    QTest::newRow("not authorised") << QStringLiteral("listener @port 127.0.0.1\nallow_anonymous false\n")
-                                    << QStringLiteral("127.0.0.1") << 5;
-    QTest::newRow("name that does not resolve") << open << QStringLiteral("nowhere.invalid") << 15;
-    QTest::newRow("stopped broker") << open + QStringLiteral("# stopped\n") << QStringLiteral("127.0.0.1") << 14;
-}
-
-void adapter_connecting::waiting()
-{
-    QFETCH(QString, settings);
-    QFETCH(QString, host);
-    broker_t broker(settings);
-    QVERIFY(broker.start());
-    if (settings.contains(QStringLiteral("stopped"))) {
-        broker.kill(SIGSTOP);
-    }
-    mosquittoqt client(QStringLiteral("panel"), true, false);
-    client.setConnectTimeout(1);
-    QSignalSpy signals(&client, SIGNAL(onConnect(int)));
-    QElapsedTimer clock;
-    clock.start();
-    QTEST(client.connect_sync(host, broker.port(), 60), "code");
-    QVERIFY2(clock.elapsed() < 1100, QByteArray::number(clock.elapsed()));
-    QCOMPARE(signals.count(), 0);
-    QFETCH(int, code);
-    QCOMPARE(client.getConnected(), code == 0);
-    QTest::qWait(20);
-    QCOMPARE(signals.count(), code < 8 ? 1 : 0);
-}
-
-void adapter_connecting::refusedValues()
-{
-    const QString longText(65536, QLatin1Char('x'));
-    const QString deep = QStringLiteral("a/").repeated(200) + QLatin1Char('a');
-    const QString secret = QStringLiteral("secret") + QChar(0);
-    log_recorder_t log(::utility::logs::info);
-    mosquittoqt client(QStringLiteral("panel"), true, false);
-    const auto publishTo = [&](const QString& topic, int qos = 0) {
-        int mid = -1;
-        const int rc = client.publish(&mid, topic, QStringLiteral("x"), qos, false);
-        return rc == 0 ? 1000 + mid : rc + mid;
-    };
-    const auto subscribeTo = [&](const QString& filter) {
-        int mid = -1;
-        return client.subscribe(&mid, filter, 0) + mid;
-    };
-    const auto connectAs = [&](const QString& id) {
-        client.setClientId(id);
-        return client.connect_async(QStringLiteral("127.0.0.1"), 1, 60);
-    };
-    const QList<QPair<int, int>> results = {
-        {publishTo(QString()), 3},
-        {publishTo(QStringLiteral("a/+")), 3},
-        {publishTo(QStringLiteral("#")), 3},
-        {publishTo(QStringLiteral("a\nb")), 18},
-        {publishTo(QStringLiteral("a\u0085b")), 18},
-        {publishTo(longText), 18},
-        {publishTo(deep), 3},
-        {publishTo(QStringLiteral("a"), 3), 3},
-        {subscribeTo(QString()), 3},
-        {subscribeTo(QStringLiteral("a#")), 3},
-        {subscribeTo(deep), 3},
-        {client.will_set(QStringLiteral("a/#"), QString(), 0, false), 3},
-        {client.will_set(QStringLiteral("a"), longText, 0, false), 9},
-        {client.will_set(QStringLiteral("a"), QString(), 3, false), 3},
-        {client.username_pw_set(QString(), QStringLiteral("secret")), 3},
-        {client.username_pw_set(longText, QString()), 18},
-        {client.username_pw_set(QStringLiteral("a"), secret), 3},
-        {client.username_pw_set(QStringLiteral("a"), longText), 3},
-        {client.connect_async(QString(), 1883, 60), 3},
-        {client.connect_async(QStringLiteral("a"), 0, 60), 3},
-        {client.connect_async(QStringLiteral("a"), 65536, 60), 3},
-        {client.connect_async(QStringLiteral("a"), 1883, 4), 3},
-        {connectAs(QString()), 3},
-        {connectAs(QStringLiteral("a\tb")), 18},
-    };
-    for (int i = 0; i < results.size(); ++i) {
-        QVERIFY2(
-            results[i].first == results[i].second,
-            qPrintable(QStringLiteral("%1: %2 instead of %3").arg(i).arg(results[i].first).arg(results[i].second)));
-    }
-    QCOMPARE(log.lines.size(), results.size());
-    QVERIFY(log.lines.filter(QStringLiteral("secret")).isEmpty());
-    QVERIFY(!client.hasWill());
-    QCOMPARE(publishTo(QStringLiteral("a/").repeated(199) + QLatin1Char('a')), 1001);
-}
+};
 
 QTEST_GUILESS_MAIN(adapter_connecting)
 #include "adapter_connecting.moc"
