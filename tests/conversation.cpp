@@ -1,181 +1,104 @@
 // SPDX-License-Identifier: MIT
-// One complete life on a real broker: a server appears and is adopted, answers a request, is killed, and comes back.
-// Everything on the wire and every log line of both engines is compared, whole and in order, with
+// One complete life on a real broker: a server appears and is adopted, answers a request, loses its role and ends.
+// Everything on the wire and every log line and signal of both engines is compared, whole and in order, with
 // data/conversation.txt.
 #include "support/broker.h"
 #include "support/engine_probe.h"
 #include "support/observer.h"
+#include "support/story.h"
 
-#include <QtCore/QProcess>
-#include <QtCore/QRegularExpression>
+#include <QtCore/QMutex>
+#include <QtCore/QThread>
 #include <QtTest/QtTest>
-
-#include <cstdio>
 
 using comunication::protoclient_t;
 using comunication::protoserver_t;
 using comunication::utility::qos_t;
 using comunication::utility::subscribe_t;
 
-namespace {
-
-QJsonObject configuration(int port)
-{
-    return {{"mqtt"_s, QJsonObject{{"global"_s, QJsonObject{{"installation_id"_s, "1234"_s}, {"port"_s, port}}}}}};
-}
-
-QJsonObject packet(const char* topic, const QJsonValue& payload)
-{
-    return {{"topic"_s, QLatin1String(topic)}, {"payload"_s, payload}};
-}
-
-// The server runs in a process of its own, to be killed as a machine that loses its power; its log goes to its output.
-int serve(int argc, char** argv)
-{
-    QCoreApplication application(argc, argv);
-    auto* const logs = ::utility::logs::classlogs::getInstance();
-    logs->setLevel(6);
-    logs->setSink([](const ::utility::logs::LogRecord& record) {
-        std::puts(qUtf8Printable(log_recorder_t::textOf(record)));
-        std::fflush(stdout);
-    });
-    protoserver_t server("5.0"_s, configuration(atoi(argv[2])), true, "tarnel-server-1"_s, false);
-    QObject::connect(&server, &protoserver_t::onConnection, &server,
-                     [&server] { server.init_subscription(subscribe_t(1)); });
-    QObject::connect(&server, &protoserver_t::onRequestPersistentRequest, &server,
-                     [&server](const QJsonObject& request) {
-                         QJsonObject answer = packet("status/DB/persistent/lamp", "on"_s);
-                         answer["destination"_s] = request["sender"_s];
-                         server.eventPublish(answer, qos_t(2), true);
-                     });
-    server.connect();
-    return QCoreApplication::exec();
-}
-
-// What differs from run to run and from machine to machine: dates, the port, the broker's own message ids, network
-// interfaces, the version of libmosquitto.
-void addLine(QStringList& list, QString line, int port)
-{
-    static const QRegularExpression date("\"publishDate\":\"\\w[^\"]*\""_s);
-    static const QRegularExpression incoming("=> mid: \\d+ "_s); // numbered by the broker
-    static const QRegularExpression library("libmosquitto [\\d.]+"_s);
-    line.replace(date, "\"publishDate\":\"DATE\""_s)
-        .replace(incoming, "=> mid: M "_s)
-        .replace(library, "libmosquitto VERSION"_s)
-        .replace("127.0.0.1:"_l1 + QString::number(port), "127.0.0.1:PORT"_l1);
-    if (!line.startsWith("4 checkNetwork "_l1)) {
-        list << line;
-    }
-}
-
-} // namespace
-
 class conversation : public QObject {
     Q_OBJECT
 
-    QMap<QString, QStringList> expected; // "chapter/voice" to its lines
+    QMutex mutex;
+    QMap<QString, QStringList> heard; // by voice
 
-private Q_SLOTS:
-    // "## chapter" and "# voice" (wire, panel, server) head the lines that follow them; "subscribed mid publications
-    // subscriptions topic" stands for the three lines of an acknowledged subscription.
-    void initTestCase()
+    // What differs from run to run and from machine to machine: dates, the broker's own message ids and its port, the
+    // version of libmosquitto, network interfaces.
+    void hear(const QString& voice, QString line)
     {
-        QFile file(QFINDTESTDATA("data/conversation.txt"));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QString chapter;
-        QString voice;
-        const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
-        for (const QString& line : lines) {
-            if (line.startsWith("## "_l1)) {
-                chapter = line.mid(3);
-            } else if (line.startsWith("# "_l1)) {
-                voice = line.mid(2);
-            } else if (line.startsWith("subscribed "_l1)) {
-                const QStringList words = line.split(u' ');
-                expected[chapter + u'/' + voice]
-                    << "4 on_subscribe Subscribe topic mid %1 - topic %2 - qos 2"_s.arg(words[1], words[4])
-                    << "6 on_subscribe Published: "_l1 + words[2] << "6 on_subscribe Subscribe: "_l1 + words[3];
-            } else {
-                expected[chapter + u'/' + voice] << line;
-            }
+        line.replace(QRegularExpression("(?<=\"publishDate\":\")\\w[^\"]*"_s), "DATE"_s)
+            .replace(QRegularExpression("(?<==> mid: )\\d+"_s), "M"_s)
+            .replace(QRegularExpression("(?<=libmosquitto )[\\d.]+"_s), "VERSION"_s)
+            .replace(QRegularExpression("(?<=127.0.0.1:)\\d+"_s), "PORT"_s);
+        const QMutexLocker lock(&mutex);
+        if (!line.startsWith("4 checkNetwork "_l1)) {
+            heard[voice] << line;
         }
     }
 
+private Q_SLOTS:
     void life()
     {
         broker_t broker;
         QVERIFY(broker.start());
         observer_t observer(broker.port());
-        QTRY_VERIFY(observer.isReady());
-
-        QMap<QString, QStringList> heard;
-        QProcess server;
-        QObject::connect(&server, &QProcess::readyReadStandardOutput, &server, [&] {
-            while (server.canReadLine()) {
-                addLine(heard["server"_s], QString::fromUtf8(server.readLine()).chopped(1), broker.port());
-            }
-        });
-        const auto startServer = [&] {
-            server.start(QCoreApplication::applicationFilePath(), {"serve"_s, QString::number(broker.port())});
+        const story_t script(QFINDTESTDATA("data/conversation.txt"));
+        // The server lives on a thread of its own, which tells its lines from those of the panel.
+        const auto say = [&](const QString& line) {
+            hear(QThread::currentThread() == thread() ? "panel"_s : "server"_s, line);
         };
-        log_recorder_t log;
-        const auto listen = [&] {
-            const QStringList lines = log.take();
-            for (const QString& line : lines) {
-                addLine(heard["panel"_s], line, broker.port());
-            }
-            for (const QString& message : qAsConst(observer.messages)) {
-                addLine(heard["wire"_s], message, broker.port());
-            }
-            observer.messages.clear();
-        };
-        const auto compare = [&](const char* chapter) {
-            const QString prefix = QLatin1String(chapter) + QString(u'/');
-            const auto complete = [&] {
-                listen();
-                for (const char* const voice : {"wire", "panel", "server"}) {
-                    const QString name = QLatin1String(voice);
-                    if (heard[name].size() < expected[prefix + name].size()) {
-                        return false;
+        const log_recorder_t log; // takes every level, and gives the sink back in the end
+        ::utility::logs::classlogs::getInstance()->setSink(
+            [&](const ::utility::logs::LogRecord& record) { say(log_recorder_t::textOf(record)); });
+        const QJsonObject configuration = installation(",'port':" + QByteArray::number(broker.port()));
+        const auto compare = [&](const QString& chapter) {
+            for (const QString& voice : {"wire"_s, "panel"_s, "server"_s}) {
+                const QStringList expected = script.unfold(script.sections[chapter + ": "_l1 + voice]);
+                const auto isComplete = [&] {
+                    for (const QString& message : std::exchange(observer.messages, {})) {
+                        hear("wire"_s, message);
                     }
-                }
-                return true;
-            };
-            // What is missing is found by the comparison, what is too much by it or in the next chapter.
-            [[maybe_unused]] const bool inTime = QTest::qWaitFor(complete);
-            for (const char* const voice : {"wire", "panel", "server"}) {
-                const QString name = QLatin1String(voice);
-                QCOMPARE(heard.take(name), expected[prefix + name]);
+                    const QMutexLocker lock(&mutex);
+                    return heard[voice].size() >= expected.size();
+                };
+                // What is missing is found by the comparison, what is too much by it or in the next chapter.
+                [[maybe_unused]] const bool inTime = QTest::qWaitFor(isComplete);
+                const QMutexLocker lock(&mutex);
+                QCOMPARE(heard.take(voice), expected);
             }
         };
 
-        protoclient_t panel("2.0"_s, configuration(broker.port()), "panel-1"_s, false);
-        probe::recordSignals(log.lines, &panel);
+        protoclient_t panel("2.0"_s, configuration, "panel"_s, false);
+        const signal_recorder_t panelRecorder(say, &panel);
         QCOMPARE(panel.connect(), 0);
-        compare("a panel alone");
-        startServer();
-        compare("a server appears and is adopted");
-        panel.publish(packet("request/DB/persistent/lamp", "?"_s));
-        compare("a request and its answer");
-        server.kill();
-        QVERIFY(server.waitForFinished());
-        compare("the server is killed");
-        startServer();
-        compare("the server comes back");
+        compare("a panel alone"_s);
+
+        const std::unique_ptr<QThread> life(QThread::create([&] {
+            protoserver_t server("5.0"_s, configuration, true, "srv"_s, false);
+            const signal_recorder_t serverRecorder(say, &server);
+            QObject::connect(&server, &protoserver_t::onConnection, &server,
+                             [&] { server.init_subscription(subscribe_t(1)); });
+            const auto answer = parse("{'topic':'status/DB/persistent/lamp','payload':'on','destination':'panel'}");
+            QObject::connect(&server, &protoserver_t::onRequestPersistentRequest, &server,
+                             [&] { server.eventPublish(answer, qos_t(2), true); });
+            server.connect();
+            QEventLoop().exec();
+        }));
+        life->start();
+        compare("a server appears and is adopted"_s);
+        panel.publish(parse("{'topic':'request/DB/persistent/lamp','payload':'?'}"));
+        compare("a request and its answer"_s);
+        observer.publish("local/1234/admin/all_servers/master"_s, R"({"d":{"masterid":"six"}})");
+        compare("the server loses its role"_s);
         QCOMPARE(panel.disconnection(), 0);
-        compare("the panel leaves");
-        server.kill();
-        QVERIFY(server.waitForFinished());
+        compare("the panel leaves"_s);
+        life->quit();
+        QVERIFY(life->wait());
+        compare("the server ends without a word"_s);
+        observer.publish("end"_s, "of the story");
+        compare("nothing follows"_s);
     }
 };
 
-int main(int argc, char** argv)
-{
-    if (argc == 3 && qstrcmp(argv[1], "serve") == 0) {
-        return serve(argc, argv);
-    }
-    QCoreApplication application(argc, argv);
-    conversation test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_GUILESS_MAIN(conversation)
 #include "conversation.moc"

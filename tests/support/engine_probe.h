@@ -5,13 +5,28 @@
 #include "log_recorder.h"
 
 #include <flotrofobul/messages/messages.h>
+#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QJsonArray>
+#include <QtCore/QMetaMethod>
 
-/// An engine whose slots, hooks and members a test reaches.
+#include <functional>
+
+inline QJsonObject parse(QByteArray text)
+{
+    return QJsonDocument::fromJson(text.replace('\'', '"')).object();
+}
+
+/// A configuration for the installation 1234; "global" members may follow.
+inline QJsonObject installation(const QByteArray& more = QByteArray())
+{
+    return parse("{'mqtt':{'global':{'installation_id':'1234'" + more + "}}}");
+}
+
+/// An engine whose members a test reaches.
 template <class Role>
 class bare_t : public Role {
 public:
@@ -20,113 +35,100 @@ public:
     using protobase_t::client;
     using protobase_t::configuration;
     using protobase_t::messages;
-    using protobase_t::on_connect;
-    using protobase_t::on_connect_with_flags;
-    using protobase_t::on_disconnect;
-    using protobase_t::on_error;
-    using protobase_t::on_log;
-    using protobase_t::on_message;
-    using protobase_t::on_publish;
-    using protobase_t::on_subscribe;
-    using protobase_t::on_unsubscribe;
     using protobase_t::placeholders;
-    using protobase_t::serializer;
     using protobase_t::system;
     using Role::onSubscribe;
     using Role::onUnsubscribe;
 };
 
-namespace probe {
-
-inline QString textOf(const QString& text)
+/// A value as it stands in recorded lines.
+inline QString textOf(const QVariant& value)
 {
-    return text;
-}
-inline QString textOf(bool flag)
-{
-    return flag ? "true"_s : "false"_s;
-}
-inline QString textOf(int number)
-{
-    return QString::number(number);
-}
-inline QString textOf(const QJsonObject& object)
-{
-    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
-}
-inline QString textOf(const QJsonValue& value)
-{
-    const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-    return value.isUndefined() ? "undefined"_s : QString::fromUtf8(array.mid(1, array.size() - 2));
+    if (value.userType() != QMetaType::QJsonValue && value.userType() != QMetaType::QJsonObject) {
+        return value.toString();
+    }
+    const QByteArray array = QJsonDocument(QJsonArray{value.toJsonValue()}).toJson(QJsonDocument::Compact);
+    return value.toJsonValue().isUndefined() ? "undefined"_s : QString::fromUtf8(array.mid(1).chopped(1));
 }
 
-/// Adds "emit name arguments" to a list whenever the signal is emitted.
-template <class Class, typename... Arguments>
-void record(QStringList& events, Class* engine, void (Class::*signal)(Arguments...), const char* name)
-{
-    QObject::connect(engine, signal, engine, [&events, name](Arguments... arguments) {
-        events << QStringList{"emit "_l1 + QLatin1String(name), textOf(arguments)...}.join(u' ');
-    });
-}
+/// Says "emit name arguments" whenever an engine emits one of its signals, and deletes the engine in the signal whose
+/// number, counted from one, is the fuse.
+class signal_recorder_t : public QObject {
+public:
+    using say_t = std::function<void(const QString&)>;
+    signal_recorder_t(say_t say, QObject* engine) : say(std::move(say)), engine(engine)
+    {
+        for (int i = staticMetaObject.methodCount(); i < engine->metaObject()->methodCount(); ++i) {
+            if (engine->metaObject()->method(i).methodType() == QMetaMethod::Signal) {
+                QMetaObject::connect(engine, i, this, i);
+            }
+        }
+    }
+    int qt_metacall(QMetaObject::Call /*call*/, int method, void** arguments) override
+    {
+        const QMetaMethod signal = engine->metaObject()->method(method);
+        QStringList words{"emit"_s, QString::fromLatin1(signal.name())};
+        for (int i = 0; i < signal.parameterCount(); ++i) {
+            words << textOf(QVariant(signal.parameterType(i), arguments[i + 1]));
+        }
+        say(words.join(u' '));
+        if (--fuse == 0) {
+            delete engine; // and this recorder with it
+        }
+        return -1;
+    }
 
-#define RECORD(Class, name) probe::record<Class>(events, engine, &Class::name, #name)
+    int fuse = 0;
 
-inline void recordSignals(QStringList& events, comunication::protobase_t* engine)
-{
-    using comunication::protobase_t;
-    RECORD(protobase_t, onBrokerConnection);
-    RECORD(protobase_t, onBrokerDisconnection);
-    RECORD(protobase_t, onBridgeConnectionEvent);
-    RECORD(protobase_t, onBridgeConnectionCloudEvent);
-    RECORD(protobase_t, onMasterIdError);
-    RECORD(protobase_t, onMasterBridgeError);
-    RECORD(protobase_t, on_Presentation);
-    RECORD(protobase_t, onDatabasePersistentStatus);
-    RECORD(protobase_t, onDatabaseRealtimeStatus);
-    RECORD(protobase_t, onDatabasePresenceSimulationStatus);
-    RECORD(protobase_t, on_Unknown);
-}
+private:
+    const say_t say;
+    QObject* const engine;
+};
 
-inline void recordSignals(QStringList& events, comunication::protoserver_t* engine)
-{
-    using comunication::protoserver_t;
-    recordSignals(events, static_cast<comunication::protobase_t*>(engine));
-    RECORD(protoserver_t, onRequestPersistentRequest);
-    RECORD(protoserver_t, onRequestRealtimeRequest);
-    RECORD(protoserver_t, onRequestPresenceSimulationRequest);
-    RECORD(protoserver_t, onRequestCmd);
-    RECORD(protoserver_t, onClientReady);
-    RECORD(protoserver_t, onConnection);
-}
-
-#undef RECORD
-
-} // namespace probe
-
-/// An engine that only notes what it would ask of its broker: "subscribe topic qos", "unsubscribe topic" and
-/// "publish topic payload qos retain", as the role asks for it, before the base resolves it.
+/// An engine that only notes what it would ask of its broker and of itself, as the role asks for it, before the base
+/// resolves it, and which hooks the base calls. It has its broker client, whose signals a test may emit.
 template <class Role>
 class probe_t : public bare_t<Role> {
 public:
     template <typename... Arguments>
     explicit probe_t(QStringList& events, Arguments&&... arguments)
-        : bare_t<Role>(std::forward<Arguments>(arguments)...), events(events)
+        : bare_t<Role>(std::forward<Arguments>(arguments)...),
+          recorder([&events](const QString& line) { events << line; }, this), events(events)
     {
-        probe::recordSignals(events, static_cast<Role*>(this));
+        this->init_comunication();
+        events.clear();
     }
 
-    using Role::publish;
     using qos_t = comunication::utility::qos_t;
-    void subscribe(QString const& topic, qos_t qos) override
-    {
-        events << "subscribe "_l1 + topic + u' ' + QString::number(qos);
-    }
-    void unsubscribe(QString const& topic) override { events << "unsubscribe "_l1 + topic; }
+    using subscribe_t = comunication::utility::subscribe_t;
+    using Role::publish;
+    void subscribe(QString const& topic, qos_t qos) override { note("subscribe", topic, int(qos)); }
+    void unsubscribe(QString const& topic) override { note("unsubscribe", topic); }
     void publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain) override
     {
-        events << "publish %1 %2 %3 %4"_s.arg(topic, probe::textOf(payload)).arg(qos).arg(retain);
+        note("publish", topic, payload, int(qos), retain);
+    }
+    void publish_presentation(QString const& destination) override { note("present to", destination); }
+    void init_bridge(subscribe_t which) override { note("init_bridge", int(which)); }
+    void init_subscription(subscribe_t which) override
+    {
+        note("init_subscription", int(which), QJsonValue(this->system->getMasterId()));
     }
 
+    signal_recorder_t recorder;
+
+protected:
+    void onConnect(int rc) override { note("onConnect", rc); }
+    void onPublish(int mid) override { note("onPublish", mid); }
+    void onLog(int level, QString text) override { note("onLog", level, text); }
+    void onError() override { note("onError"); }
+
 private:
+    template <class... Values>
+    void note(const char* what, const Values&... values)
+    {
+        events << QStringList{QLatin1String(what), textOf(QVariant(values))...}.join(u' ');
+    }
+
     QStringList& events;
 };

@@ -6,6 +6,8 @@
 
 #include <QtCore/QStringList>
 
+#include <utility>
+
 /// A QString of a literal, short enough for tables.
 inline QString operator""_s(const char* text, std::size_t length)
 {
@@ -26,9 +28,8 @@ public:
     }
     ~log_recorder_t()
     {
-        auto* const logs = ::utility::logs::classlogs::getInstance();
-        logs->setSink({});
-        logs->setLevel(4);
+        ::utility::logs::classlogs::getInstance()->setSink({});
+        ::utility::logs::classlogs::getInstance()->setLevel(4);
     }
     log_recorder_t(const log_recorder_t&) = delete;
     log_recorder_t& operator=(const log_recorder_t&) = delete;
@@ -43,9 +44,7 @@ public:
     QStringList take()
     {
         records.clear();
-        QStringList taken;
-        taken.swap(lines);
-        return taken;
+        return std::exchange(lines, {});
     }
 
     QList<::utility::logs::LogRecord> records;
