@@ -78,7 +78,7 @@ int levelOf(int mosquittoLevel)
 
 } // namespace
 
-int protobase_t::connect(QString const& _clientid, bool async)
+int protobase_t::connect(const QString& _clientid, bool async)
 try {
     const auto* const global = configuration->getMqtt()->getGlobal();
     system->setBrokerip(global->getHost());
@@ -114,7 +114,7 @@ try {
 }
 
 // A broker client that exists already takes the new id, and a last will in its name, from its next session on.
-void protobase_t::followClientId(QString const& former)
+void protobase_t::followClientId(const QString& former)
 {
     if (system->getClientid() != former) {
         client->setClientId(system->getClientid());

@@ -122,7 +122,7 @@ void protobase_t::logPending(const char* function) const
 }
 
 // A bridge between servers is called <anything>-<anything>-<server>-<server>; others have shorter names.
-void protobase_t::reportBridgeState(QString const& topic, QString const& payload, const char* source)
+void protobase_t::reportBridgeState(const QString& topic, const QString& payload, const char* source)
 {
     constexpr const char* function = "onChangeStausBroker";
     if (!topic.startsWith(bridgeStatePrefix)) {

@@ -109,7 +109,7 @@ try {
     FLOTROFOBUL_LOG(1, exceptionText());
 }
 
-void protobase_t::subscribeOrNot(subscribe_t which, QString const& topic, qos_t qos)
+void protobase_t::subscribeOrNot(subscribe_t which, const QString& topic, qos_t qos)
 {
     if (which == utility::subscribe_topics) {
         subscribe(topic, qos);
@@ -118,7 +118,7 @@ void protobase_t::subscribeOrNot(subscribe_t which, QString const& topic, qos_t 
     }
 }
 
-void protobase_t::subscribe(QString const& topic, qos_t qos)
+void protobase_t::subscribe(const QString& topic, qos_t qos)
 try {
     QList<QString> topics{topic};
     topic_subscribe_resolution(topics);
@@ -133,7 +133,7 @@ try {
     FLOTROFOBUL_LOG(1, exceptionText("Handling exception "_l1, "Handling exception"_l1));
 }
 
-void protobase_t::unsubscribe(QString const& topic)
+void protobase_t::unsubscribe(const QString& topic)
 try {
     QList<QString> topics{topic};
     topic_subscribe_resolution(topics);
@@ -177,17 +177,17 @@ void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
     }
 }
 
-void protobase_t::publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain)
+void protobase_t::publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain)
 {
     send(topic, payload, qos, retain);
 }
 
-void protobase_t::publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain)
+void protobase_t::publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain)
 {
     send(topic, payload, qos, retain);
 }
 
-void protobase_t::send(QString& topic, QJsonValue const& payload, qos_t qos, bool retain)
+void protobase_t::send(QString& topic, const QJsonValue& payload, qos_t qos, bool retain)
 try {
     topic_publish_resolution_sender(topic);
     putInPlace(topic, INSTALLATIONID, installationId());
@@ -203,7 +203,7 @@ try {
     FLOTROFOBUL_LOG_AS(1, exceptionText("Handling exception."_l1, "Handling exception"_l1), "publish");
 }
 
-void protobase_t::publish(QJsonObject const& packet, qos_t /*qos*/, bool retain)
+void protobase_t::publish(const QJsonObject& packet, qos_t /*qos*/, bool retain)
 try {
     const QJsonValue payload = packet["payload"_l1];
     const QJsonValue value = packet["topic"_l1];
@@ -239,13 +239,13 @@ void protobase_t::topic_publish_resolution_sender(QString& topic)
     putInPlace(topic, SENDER, system->getClientid());
 }
 
-void protobase_t::topic_resolution(QString& topic, QString const& sender, QString const& destination)
+void protobase_t::topic_resolution(QString& topic, const QString& sender, const QString& destination)
 {
     putInPlace(topic, SENDER, sender);
     putInPlace(topic, DESTINATION, destination);
 }
 
-void protobase_t::topic_resolution_destination(QString& topic, QString const& destination)
+void protobase_t::topic_resolution_destination(QString& topic, const QString& destination)
 {
     putInPlace(topic, DESTINATION, destination);
     topic_publish_resolution_sender(topic);
@@ -259,7 +259,7 @@ try {
     return QString();
 }
 
-QString protobase_t::JsonObjectToString(QJsonObject const& object, QJsonDocument::JsonFormat format)
+QString protobase_t::JsonObjectToString(const QJsonObject& object, QJsonDocument::JsonFormat format)
 try {
     return QString::fromUtf8(QJsonDocument(object).toJson(format));
 } catch (...) {
@@ -267,7 +267,7 @@ try {
     return QString();
 }
 
-QJsonObject protobase_t::StringToJsonObject(QString const& text)
+QJsonObject protobase_t::StringToJsonObject(const QString& text)
 try {
     return documentFromForeignJson(text.toUtf8()).object();
 } catch (...) {
@@ -277,17 +277,17 @@ try {
 
 // Padding is left out for JSON and kept for texts, the last will among them: readers know both.
 
-QString protobase_t::Encode(QJsonObject const& object)
+QString protobase_t::Encode(const QJsonObject& object)
 {
     return encoded(QJsonDocument(object).toJson(QJsonDocument::Compact), withoutPadding);
 }
 
-QString protobase_t::Encode(QString const& text)
+QString protobase_t::Encode(const QString& text)
 {
     return encoding ? encoded(text.toUtf8(), QByteArray::Base64Encoding) : text;
 }
 
-QString protobase_t::Encode(QJsonValue const& value)
+QString protobase_t::Encode(const QJsonValue& value)
 {
     if (value.isObject()) {
         return Encode(value.toObject());
@@ -295,12 +295,12 @@ QString protobase_t::Encode(QJsonValue const& value)
     return encoded(value.toString().toUtf8(), withoutPadding);
 }
 
-QString protobase_t::encoded(QByteArray const& bytes, QByteArray::Base64Options options) const
+QString protobase_t::encoded(const QByteArray& bytes, QByteArray::Base64Options options) const
 {
     return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes);
 }
 
-void protobase_t::sendPresentation(QString const& destination, const char* source)
+void protobase_t::sendPresentation(const QString& destination, const char* source)
 {
     system->setPublishDate(QDateTime::currentDateTime());
     QJsonObject packet = serializedSystem();

@@ -67,7 +67,7 @@ bool writeWhole(QFileDevice& file, const QByteArray& text)
 
 } // namespace
 
-protobase_t::protobase_t(service_t service, QString const& versionApp, QString const& clientId, bool _encoding)
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool _encoding)
     : closeDelay(new QTimer(this))
 {
     FLOTROFOBUL_LOG(4, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
@@ -91,8 +91,8 @@ protobase_t::protobase_t(service_t service, QString const& versionApp, QString c
     QObject::connect(closeDelay, &QTimer::timeout, this, [this] { client->disconnect_sync(); });
 }
 
-protobase_t::protobase_t(service_t service, QString const& versionApp, QString const& _configPath,
-                         QString const& clientId, bool _encoding)
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& _configPath,
+                         const QString& clientId, bool _encoding)
     : protobase_t(service, versionApp, clientId, _encoding)
 {
     try {
@@ -104,7 +104,7 @@ protobase_t::protobase_t(service_t service, QString const& versionApp, QString c
     }
 }
 
-protobase_t::protobase_t(service_t service, QString const& versionApp, QJsonObject const& json, QString const& clientId,
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QJsonObject& json, const QString& clientId,
                          bool _encoding)
     : protobase_t(service, versionApp, clientId, _encoding)
 {
@@ -146,7 +146,7 @@ QString protobase_t::getVersion()
     return utility::libraryVersion();
 }
 
-bool protobase_t::readConfigFromFile(QString const& path)
+bool protobase_t::readConfigFromFile(const QString& path)
 try {
     FLOTROFOBUL_LOG(4, "Read comunication configuration from file: "_l1 + path);
     QFile file(path);
@@ -171,7 +171,7 @@ try {
     return false;
 }
 
-bool protobase_t::readConfigFromJson(QJsonObject const& json)
+bool protobase_t::readConfigFromJson(const QJsonObject& json)
 try {
     FLOTROFOBUL_LOG(4, QStringLiteral("Read comunication configuration from json"));
     if (json.isEmpty()) {
@@ -185,7 +185,7 @@ try {
     return false;
 }
 
-bool protobase_t::saveConfigToFile(QString const& path)
+bool protobase_t::saveConfigToFile(const QString& path)
 try {
     FLOTROFOBUL_LOG(6, "Try to write config comunication: "_l1 + path);
     const std::lock_guard<QRecursiveMutex> lock(*configMutex);
@@ -320,12 +320,12 @@ QJsonObject protobase_t::serializedSystem() const
     return serializer->serialize<system_t*>(system.data());
 }
 
-std::unique_ptr<system_t> protobase_t::deserializedSystem(QJsonObject const& packet) const
+std::unique_ptr<system_t> protobase_t::deserializedSystem(const QJsonObject& packet) const
 {
     return std::unique_ptr<system_t>(serializer->deserialize<system_t*>(packet));
 }
 
-void protobase_t::storeMaster(QString const& id, QJsonObject const& data)
+void protobase_t::storeMaster(const QString& id, const QJsonObject& data)
 {
     system->setMaster(id, withoutDeeperMasters(data));
 }
@@ -333,7 +333,7 @@ void protobase_t::storeMaster(QString const& id, QJsonObject const& data)
 // A master's record holds the record of the master before it, which holds the one before that: each reconnection of
 // a default master would add a level, until receivers refuse the packet as nested too deep (QJsonDocument reads
 // 1,024 levels). Eight tell more than anybody asks for; what lies deeper is cut.
-QJsonObject protobase_t::withoutDeeperMasters(QJsonObject const& record)
+QJsonObject protobase_t::withoutDeeperMasters(const QJsonObject& record)
 {
     constexpr int mostLevels = 8;
     return cutMasters(record, mostLevels);

@@ -71,10 +71,10 @@ public:
     /// @param configPath   JSON file
     /// @param clientId     MQTT client id, taken as given; when blank it is made from role and host name
     /// @param encoding     whether payloads are sent as Base64
-    protobase_t(service_t service, QString const& versionApp, QString const& configPath, QString const& clientId,
+    protobase_t(service_t service, const QString& versionApp, const QString& configPath, const QString& clientId,
                 bool encoding);
     /// The same from a configuration object.
-    protobase_t(service_t service, QString const& versionApp, QJsonObject const& configuration, QString const& clientId,
+    protobase_t(service_t service, const QString& versionApp, const QJsonObject& configuration, const QString& clientId,
                 bool encoding);
     /// Hands the broker client to deferred deletion, which closes the link.
     ~protobase_t() override;
@@ -82,12 +82,12 @@ public:
     // Configuration
 
     /// Reads a configuration file into the model; false when it cannot be opened or is no JSON.
-    bool readConfigFromFile(QString const& path);
+    bool readConfigFromFile(const QString& path);
     /// Reads a configuration object into the model; false when it is empty.
-    bool readConfigFromJson(QJsonObject const& json);
+    bool readConfigFromJson(const QJsonObject& json);
     /// Writes the configuration to a file, indented. An interrupted save leaves the old file; a file with a
     /// password is readable by its owner only. False when it cannot be written.
-    bool saveConfigToFile(QString const& path);
+    bool saveConfigToFile(const QString& path);
     /// Version of the library and its protocol.
     QString getVersion();
     /// Whether payloads are sent as Base64.
@@ -124,7 +124,7 @@ public:
     /// Sets up (1) or drops (anything else) what comes over the bridges.
     virtual void init_bridge(subscribe_t which) = 0;
     /// Presents this node to a destination.
-    virtual void publish_presentation(QString const& destination) = 0;
+    virtual void publish_presentation(const QString& destination) = 0;
     /// Subscribes the presentations of other nodes.
     virtual void subscription_presentation() = 0;
     /// Topic of the last will, made from a template.
@@ -135,36 +135,36 @@ public:
     /// Subscribes (1) or unsubscribes (anything else) what both roles listen to.
     virtual void init_subscription(subscribe_t which);
     /// Subscribes every topic that the placeholders of the given one stand for.
-    virtual void subscribe(QString const& topic, qos_t qos);
+    virtual void subscribe(const QString& topic, qos_t qos);
     /// Unsubscribes a topic that the registry holds.
-    virtual void unsubscribe(QString const& topic);
+    virtual void unsubscribe(const QString& topic);
     /// Publishes {"d": payload}; placeholders of sender and installation id are resolved.
-    virtual void publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain);
-    virtual void publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain);
+    virtual void publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain);
+    virtual void publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain);
     /// Publishes a packet of the host: "topic" (the value levels) and "payload" are required, "destination"
     /// defaults to the master. Sent over the forward bridge; always at QoS 2, whatever is asked for.
-    virtual void publish(QJsonObject const& packet, qos_t qos, bool retain);
+    virtual void publish(const QJsonObject& packet, qos_t qos, bool retain);
     /// Puts the own client id in the sender's place.
     virtual void topic_publish_resolution_sender(QString& topic);
     /// Puts sender and destination in their places.
-    void topic_resolution(QString& topic, QString const& sender, QString const& destination);
+    void topic_resolution(QString& topic, const QString& sender, const QString& destination);
     /// Puts the destination in its place, then the own client id in the sender's.
-    void topic_resolution_destination(QString& topic, QString const& destination);
+    void topic_resolution_destination(QString& topic, const QString& destination);
     /// Replaces each topic of the list by those that its placeholders stand for.
     void topic_subscribe_resolution(QList<QString>& topics);
     /// The topic without the common prefix: what topic_t::getValue() gives for it.
     QString getCommandTopic(QString topic);
 
     /// JSON text of an object; empty on an exception.
-    QString JsonObjectToString(QJsonObject const& object, QJsonDocument::JsonFormat format);
+    QString JsonObjectToString(const QJsonObject& object, QJsonDocument::JsonFormat format);
     /// The object that a JSON text holds; empty when it holds none.
-    QJsonObject StringToJsonObject(QString const& text);
+    QJsonObject StringToJsonObject(const QString& text);
     /// Payload text: compact JSON, as Base64 without padding when encoding is on.
-    QString Encode(QJsonObject const& object);
+    QString Encode(const QJsonObject& object);
     /// Payload text: the text, as Base64 with padding when encoding is on.
-    QString Encode(QString const& text);
+    QString Encode(const QString& text);
     /// Payload text of an object, or of a text (anything else is ""), as Base64 without padding.
-    QString Encode(QJsonValue const& value);
+    QString Encode(const QJsonValue& value);
 
 public Q_SLOTS:
     /// Connects to the configured broker. Without async it waits for the broker's answer, at most for the
@@ -172,7 +172,7 @@ public Q_SLOTS:
     /// again. Returns libmosquitto's code, combined with that of init_comunication() on first use, or -1;
     /// onBrokerConnection() tells the broker's answer.
     /// @param _clientid  when not empty, stored as the node's client id (role + "@" + its plain characters)
-    int connect(QString const& _clientid = QString(), bool async = true);
+    int connect(const QString& _clientid = QString(), bool async = true);
     /// Ends the session, until the next connect(). With _sendLastWill the last will is published to the other
     /// nodes, the link is closed one second later and the result is 0; without, it is closed at once and the
     /// result is libmosquitto's. -1 on an exception.
@@ -225,7 +225,7 @@ protected:
     /// A message of the topic grammar that another node has sent; value is what stood under "d", undefined when
     /// the payload was no such object.
     virtual void onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain) = 0;
-    virtual void onSubscribe(int mid, int qos_count, int const* granted_qos, QString topic) = 0;
+    virtual void onSubscribe(int mid, int qos_count, const int* granted_qos, QString topic) = 0;
     virtual void onUnsubscribe(int mid, QString topic) = 0;
     virtual void onLog(int level, QString str) = 0;
     virtual void onError() = 0;
@@ -235,19 +235,19 @@ protected:
     // What both roles share.
 
     /// Subscribes (1) or unsubscribes (anything else) a topic.
-    void subscribeOrNot(subscribe_t which, QString const& topic, qos_t qos);
+    void subscribeOrNot(subscribe_t which, const QString& topic, qos_t qos);
     /// Puts the presentation of this node on its way; exceptions pass to the role.
-    void sendPresentation(QString const& destination, const char* logSource);
+    void sendPresentation(const QString& destination, const char* logSource);
     /// Reports a bridge state topic and whether it concerns the master; nothing for any other topic.
-    void reportBridgeState(QString const& topic, QString const& payload, const char* logSource);
+    void reportBridgeState(const QString& topic, const QString& payload, const char* logSource);
     /// Stores the master and its record. The record's signal of it must not be used to delete the engine.
-    void storeMaster(QString const& id, QJsonObject const& data);
+    void storeMaster(const QString& id, const QJsonObject& data);
     /// A record in which the master records nested below the eighth level are cut.
-    static QJsonObject withoutDeeperMasters(QJsonObject const& record);
+    static QJsonObject withoutDeeperMasters(const QJsonObject& record);
     /// This node's record as a presentation packet holds it.
     QJsonObject serializedSystem() const;
     /// A record out of a presentation packet; throws QJsonSerializerException when a value does not fit.
-    std::unique_ptr<system_t> deserializedSystem(QJsonObject const& packet) const;
+    std::unique_ptr<system_t> deserializedSystem(const QJsonObject& packet) const;
 
     const QString dataKey = QStringLiteral("d");
     std::unique_ptr<brokerdiagnostic::diagnostic_broker> statistics;
@@ -264,15 +264,15 @@ protected:
     QPointer<system_t> system;
 
 private:
-    protobase_t(service_t service, QString const& versionApp, QString const& clientId, bool encoding);
+    protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding);
     void takeConfiguration();
-    void send(QString& topic, QJsonValue const& payload, qos_t qos, bool retain);
+    void send(QString& topic, const QJsonValue& payload, qos_t qos, bool retain);
     QString installationId() const;
     mosquittopp::mosquittoqt& brokerClient() const;
     void wireClient();
-    void followClientId(QString const& former);
+    void followClientId(const QString& former);
     QString brokerAddress() const;
-    QString encoded(QByteArray const& bytes, QByteArray::Base64Options options) const;
+    QString encoded(const QByteArray& bytes, QByteArray::Base64Options options) const;
     void logPending(const char* function) const;
 
     QTimer* closeDelay; ///< lets the last will leave before the link is closed

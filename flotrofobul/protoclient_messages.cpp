@@ -74,7 +74,7 @@ void protoclient_t::onMessage(int mid, topic_t topic, QJsonValue value, int qos,
     Q_EMIT on_Unknown(topic.getOriginal(), value, qos, retain);
 }
 
-bool protoclient_t::processPresentation(topic_t topic, QJsonObject const& packet)
+bool protoclient_t::processPresentation(topic_t topic, const QJsonObject& packet)
 {
     if (topic.getValue() != presentationCommand) {
         return false;
@@ -112,7 +112,7 @@ bool protoclient_t::processPresentation(topic_t topic, QJsonObject const& packet
     return true;
 }
 
-void protoclient_t::serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet)
+void protoclient_t::serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
     const QPointer<protobase_t> alive(this);
     FLOTROFOBUL_LOG_AS(4, "Receive last will - The server is OFFLINE id: "_l1 + id, "processPresentation");
@@ -126,7 +126,7 @@ void protoclient_t::serverIsOffline(topic_t const& topic, QString const& id, QJs
     }
 }
 
-void protoclient_t::serverIsOnline(topic_t const& topic, system_t const& server, QJsonObject const& packet)
+void protoclient_t::serverIsOnline(const topic_t& topic, const system_t& server, const QJsonObject& packet)
 {
     const QString id = server.getClientid();
     FLOTROFOBUL_LOG_AS(4, "Receive presentation "_l1 + id + " from server is ONLINE - "_l1 + topic.getOriginal(),
@@ -143,7 +143,7 @@ void protoclient_t::serverIsOnline(topic_t const& topic, system_t const& server,
 }
 
 // False when the host has deleted the engine on hearing of its master.
-bool protoclient_t::adoptMaster(topic_t const& topic, QString const& id, QJsonObject const& packet)
+bool protoclient_t::adoptMaster(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
     constexpr const char* function = "processPresentation";
     const QPointer<protobase_t> alive(this);
@@ -173,12 +173,12 @@ void protoclient_t::logServers() const
 
 // The comparison with the last presentation is left out on purpose: a presentation that repeats itself still asks
 // for an answer.
-bool protoclient_t::knownClient(QJsonObject const& /*packet*/)
+bool protoclient_t::knownClient(const QJsonObject& /*packet*/)
 {
     return false;
 }
 
-bool protoclient_t::processMasterElection(topic_t topic, QJsonObject const& packet)
+bool protoclient_t::processMasterElection(topic_t topic, const QJsonObject& packet)
 {
     if (topic.getValue() != electionCommand) {
         return false;
@@ -198,7 +198,7 @@ bool protoclient_t::processMasterElection(topic_t topic, QJsonObject const& pack
     return true;
 }
 
-bool protoclient_t::processStatusDB(topic_t topic, QJsonValue const& value)
+bool protoclient_t::processStatusDB(topic_t topic, const QJsonValue& value)
 {
     const QString command = topic.getValue();
     for (const auto& kind : statusKinds) {
@@ -216,7 +216,7 @@ bool protoclient_t::processStatusDB(topic_t topic, QJsonValue const& value)
 
 // The master learns that this client is ready when the broker has confirmed the subscription of its status topic.
 
-void protoclient_t::onSubscribe(int /*mid*/, int /*qos_count*/, int const* /*granted_qos*/, QString topic)
+void protoclient_t::onSubscribe(int /*mid*/, int /*qos_count*/, const int* /*granted_qos*/, QString topic)
 {
     if (!clientReady && isOwnStatusTopic(topic, QStringLiteral("/"))) {
         clientReady = true;
@@ -234,7 +234,7 @@ void protoclient_t::onUnsubscribe(int /*mid*/, QString topic)
     }
 }
 
-bool protoclient_t::isOwnStatusTopic(QString const& topic, QString const& furtherCharacters) const
+bool protoclient_t::isOwnStatusTopic(const QString& topic, const QString& furtherCharacters) const
 {
     const QRegExp pattern("^["_l1 + topic_t::getAdmitedword() + furtherCharacters + "]+/("_l1 +
                               destination_subscription_t::all.ToString() + u'|' + system->getClientid() +
@@ -243,7 +243,7 @@ bool protoclient_t::isOwnStatusTopic(QString const& topic, QString const& furthe
     return pattern.exactMatch(topic);
 }
 
-void protoclient_t::publishReady(QString const& text)
+void protoclient_t::publishReady(const QString& text)
 {
     QString topic = readyTopic;
     topic_resolution_destination(topic, system->getMasterId());

@@ -17,14 +17,14 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclie
 
 } // namespace
 
-protoclient_t::protoclient_t(QString const& versionApp, QString const& _configPath, QString const& clientId,
+protoclient_t::protoclient_t(const QString& versionApp, const QString& _configPath, const QString& clientId,
                              bool _encoding)
     : protobase_t(service_t::client, versionApp, _configPath, clientId, _encoding)
 {
     startUp();
 }
 
-protoclient_t::protoclient_t(QString const& versionApp, QJsonObject const& _configuration, QString const& clientId,
+protoclient_t::protoclient_t(const QString& versionApp, const QJsonObject& _configuration, const QString& clientId,
                              bool _encoding)
     : protobase_t(service_t::client, versionApp, _configuration, clientId, _encoding)
 {
@@ -58,7 +58,7 @@ protoclient_t::~protoclient_t()
     serverPresentations.clear();
 }
 
-void protoclient_t::setBridgeKey(QString const& key)
+void protoclient_t::setBridgeKey(const QString& key)
 {
     bridge_key = key;
     if (bridge_key.isEmpty()) {
@@ -91,7 +91,7 @@ QString protoclient_t::getServerId() const
 void protoclient_t::init_bridge(subscribe_t /*which*/)
 {}
 
-void protoclient_t::publish_presentation(QString const& destination)
+void protoclient_t::publish_presentation(const QString& destination)
 try {
     sendPresentation(destination, logSource);
 } catch (...) {
@@ -156,7 +156,7 @@ try {
 
 // Topics of the broker go through the forward, remote and first cloud bridge, all others through the forward and
 // both cloud bridges and never through the remote one.
-void protoclient_t::subscribeClientTopic(QJsonObject const& entry, subscribe_t which)
+void protoclient_t::subscribeClientTopic(const QJsonObject& entry, subscribe_t which)
 {
     const bool on = which == utility::subscribe_topics;
     constexpr const char* function = "init_subscription";
@@ -179,7 +179,7 @@ void protoclient_t::subscribeClientTopic(QJsonObject const& entry, subscribe_t w
     subscribeThrough({&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2}, topic, qosOf(entry), which);
 }
 
-void protoclient_t::subscribeThrough(std::initializer_list<const QString*> bridges, QString const& topic, qos_t qos,
+void protoclient_t::subscribeThrough(std::initializer_list<const QString*> bridges, const QString& topic, qos_t qos,
                                      subscribe_t which)
 {
     for (const QString* const bridge : bridges) {

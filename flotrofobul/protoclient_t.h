@@ -20,13 +20,13 @@ class FLOTROFOBUL_EXPORT protoclient_t : public protobase_t {
 public:
     /// The arguments are those of protobase_t. Use an installation id of letters and digits: with an empty one
     /// no packet is recognised.
-    protoclient_t(QString const& versionApp, QString const& configPath, QString const& clientId, bool encoding);
-    protoclient_t(QString const& versionApp, QJsonObject const& configuration, QString const& clientId, bool encoding);
+    protoclient_t(const QString& versionApp, const QString& configPath, const QString& clientId, bool encoding);
+    protoclient_t(const QString& versionApp, const QJsonObject& configuration, const QString& clientId, bool encoding);
     ~protoclient_t() override;
 
     /// Key that names the cloud bridge of this installation. Setting it subscribes nothing.
     QString getBridge_key() const { return bridge_key; }
-    void setBridgeKey(QString const& key);
+    void setBridgeKey(const QString& key);
     /// Follows the cloud bridge of the bridge key while isStatusbroker() is on, else stops following it. For the
     /// host to call after setBridgeKey() on a live link.
     void subscribe_bridge();
@@ -34,7 +34,7 @@ public:
     QString getServerId() const;
 
     void init_bridge(subscribe_t which) override;
-    void publish_presentation(QString const& destination) override;
+    void publish_presentation(const QString& destination) override;
     void subscription_presentation() override;
     QString topic_lastwillmessage(QString topic) override;
     void init_subscription(subscribe_t which) override;
@@ -52,7 +52,7 @@ protected:
     void onDisconnect(int rc) override;
     void onPublish(int mid) override;
     void onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain) override;
-    void onSubscribe(int mid, int qos_count, int const* granted_qos, QString topic) override;
+    void onSubscribe(int mid, int qos_count, const int* granted_qos, QString topic) override;
     void onUnsubscribe(int mid, QString topic) override;
     void onLog(int level, QString str) override;
     void onError() override;
@@ -60,24 +60,24 @@ protected:
 
     // Each returns true when the packet was of its kind. A presentation with a value of a
     // wrong type throws QJsonSerializerException, which on_message() logs.
-    bool processPresentation(topic_t topic, QJsonObject const& packet);
-    bool processMasterElection(topic_t topic, QJsonObject const& packet);
-    bool processStatusDB(topic_t topic, QJsonValue const& value);
+    bool processPresentation(topic_t topic, const QJsonObject& packet);
+    bool processMasterElection(topic_t topic, const QJsonObject& packet);
+    bool processStatusDB(topic_t topic, const QJsonValue& value);
     /// Whether a presentation repeats the last one of its node: never, so that each is processed in full.
-    bool knownClient(QJsonObject const& packet);
+    bool knownClient(const QJsonObject& packet);
 
 private:
     void startUp();
-    void subscribeThrough(std::initializer_list<const QString*> bridges, QString const& topic, qos_t qos,
+    void subscribeThrough(std::initializer_list<const QString*> bridges, const QString& topic, qos_t qos,
                           subscribe_t which);
-    void subscribeClientTopic(QJsonObject const& entry, subscribe_t which);
-    void serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet);
-    void serverIsOnline(topic_t const& topic, system_t const& server, QJsonObject const& packet);
-    bool adoptMaster(topic_t const& topic, QString const& id, QJsonObject const& packet);
+    void subscribeClientTopic(const QJsonObject& entry, subscribe_t which);
+    void serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet);
+    void serverIsOnline(const topic_t& topic, const system_t& server, const QJsonObject& packet);
+    bool adoptMaster(const topic_t& topic, const QString& id, const QJsonObject& packet);
     void forgetMaster();
     void logServers() const;
-    void publishReady(QString const& text);
-    bool isOwnStatusTopic(QString const& topic, QString const& furtherCharacters) const;
+    void publishReady(const QString& text);
+    bool isOwnStatusTopic(const QString& topic, const QString& furtherCharacters) const;
 
     QString broadcastWord;
     QMap<QString, QJsonObject> serverPresentations;

@@ -51,7 +51,7 @@ void protoserver_t::becomeMaster(const char* function)
     publish_presentation(destination_publish_server_t::all.ToString());
 }
 
-bool protoserver_t::processMasterElection(topic_t topic, QJsonObject const& packet)
+bool protoserver_t::processMasterElection(topic_t topic, const QJsonObject& packet)
 {
     if (topic.getValue() != electionCommand) {
         return false;

@@ -36,7 +36,7 @@ const struct {
      &protoserver_t::onRequestCmd},
 };
 
-bool isServer(system_t const& node)
+bool isServer(const system_t& node)
 {
     return node.getType() == service_t::server.ToString();
 }
@@ -47,7 +47,7 @@ void protoserver_t::onConnect(int /*rc*/)
 {}
 void protoserver_t::onPublish(int /*mid*/)
 {}
-void protoserver_t::onSubscribe(int /*mid*/, int /*qos_count*/, int const* /*granted_qos*/, QString /*topic*/)
+void protoserver_t::onSubscribe(int /*mid*/, int /*qos_count*/, const int* /*granted_qos*/, QString /*topic*/)
 {}
 void protoserver_t::onUnsubscribe(int /*mid*/, QString /*topic*/)
 {}
@@ -99,19 +99,19 @@ void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qo
     Q_EMIT on_Unknown(topic.getOriginal(), payload, qos, retain);
 }
 
-bool protoserver_t::knownClient(QJsonObject const& packet)
+bool protoserver_t::knownClient(const QJsonObject& packet)
 {
     return isKnown(*deserializedSystem(packet));
 }
 
-bool protoserver_t::isKnown(system_t const& node) const
+bool protoserver_t::isKnown(const system_t& node) const
 {
     const system_t* const known = (isServer(node) ? servers : clients).value(node.getClientid(), nullptr);
     return known != nullptr && known->getClientid() == node.getClientid() &&
            known->getConnected() == node.getConnected() && known->getMasterId() == node.getMasterId();
 }
 
-bool protoserver_t::processPresentation(topic_t topic, QJsonObject const& packet)
+bool protoserver_t::processPresentation(topic_t topic, const QJsonObject& packet)
 {
     if (topic.getValue() != presentationCommand) {
         return false;
@@ -131,7 +131,7 @@ bool protoserver_t::processPresentation(topic_t topic, QJsonObject const& packet
     return true;
 }
 
-void protoserver_t::refusePresentation(QString const& sender)
+void protoserver_t::refusePresentation(const QString& sender)
 {
     FLOTROFOBUL_LOG_AS(2, "Internal error not complient packet from: "_l1 + sender, "processPresentation");
     remove(clients, sender);
@@ -142,7 +142,7 @@ void protoserver_t::refusePresentation(QString const& sender)
     logClients();
 }
 
-void protoserver_t::processServer(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet)
+void protoserver_t::processServer(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
     if (isKnown(*server)) {
         FLOTROFOBUL_LOG_AS(4, "Ignored same message as last: "_l1 + topic.getOriginal(), "processPresentation");
@@ -166,7 +166,7 @@ void protoserver_t::processServer(topic_t const& topic, std::unique_ptr<system_t
 }
 
 // Servers are to meet over the remote bridge alone. The blanks before the topics differ on purpose.
-bool protoserver_t::isRefusedOrigin(topic_t const& topic, bool online) const
+bool protoserver_t::isRefusedOrigin(const topic_t& topic, bool online) const
 {
     const QString origin = topic.getOrigin();
     QLatin1String refusal;
@@ -183,7 +183,7 @@ bool protoserver_t::isRefusedOrigin(topic_t const& topic, bool online) const
     return true;
 }
 
-void protoserver_t::serverIsOnline(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet)
+void protoserver_t::serverIsOnline(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
     constexpr const char* function = "processPresentation";
     FLOTROFOBUL_LOG_AS(
@@ -206,7 +206,7 @@ void protoserver_t::serverIsOnline(topic_t const& topic, std::unique_ptr<system_
     }
 }
 
-void protoserver_t::serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet)
+void protoserver_t::serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
     constexpr const char* function = "processPresentation";
     FLOTROFOBUL_LOG_AS(4, "Receive last will from "_l1 + id + " server is OFFLINE"_l1, function);
@@ -222,7 +222,7 @@ void protoserver_t::serverIsOffline(topic_t const& topic, QString const& id, QJs
 }
 
 // A client that presents itself again is served again, whatever is known of it: it may have missed the answer.
-void protoserver_t::processClient(topic_t const& topic, std::unique_ptr<system_t> node, QJsonObject const& packet)
+void protoserver_t::processClient(const topic_t& topic, std::unique_ptr<system_t> node, const QJsonObject& packet)
 {
     constexpr const char* function = "processPresentation";
     const QString id = node->getClientid();
@@ -257,7 +257,7 @@ void protoserver_t::store(nodes_t& nodes, std::unique_ptr<system_t> node)
     delete std::exchange(place, node.release());
 }
 
-void protoserver_t::remove(nodes_t& nodes, QString const& id)
+void protoserver_t::remove(nodes_t& nodes, const QString& id)
 {
     delete nodes.take(id);
 }
@@ -293,7 +293,7 @@ void protoserver_t::logClients() const
     }
 }
 
-bool protoserver_t::processRequestDB(topic_t topic, QJsonValue const& payload)
+bool protoserver_t::processRequestDB(topic_t topic, const QJsonValue& payload)
 {
     const QString command = topic.getValue();
     for (const auto& kind : requestKinds) {
@@ -311,7 +311,7 @@ bool protoserver_t::processRequestDB(topic_t topic, QJsonValue const& payload)
     return false;
 }
 
-bool protoserver_t::processClientReady(topic_t topic, QJsonValue const& payload)
+bool protoserver_t::processClientReady(topic_t topic, const QJsonValue& payload)
 {
     if (topic.getValue() != readyCommand) {
         return false;

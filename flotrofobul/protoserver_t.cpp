@@ -18,15 +18,15 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserv
 
 } // namespace
 
-protoserver_t::protoserver_t(QString const& versionApp, QString const& _configPath, bool _defaultMaster,
-                             QString const& clientId, bool _encoding)
+protoserver_t::protoserver_t(const QString& versionApp, const QString& _configPath, bool _defaultMaster,
+                             const QString& clientId, bool _encoding)
     : protobase_t(service_t::server, versionApp, _configPath, clientId, _encoding), defaultMaster(_defaultMaster)
 {
     startUp();
 }
 
-protoserver_t::protoserver_t(QString const& versionApp, QJsonObject const& _configuration, bool _defaultMaster,
-                             QString const& clientId, bool _encoding)
+protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& _configuration, bool _defaultMaster,
+                             const QString& clientId, bool _encoding)
     : protobase_t(service_t::server, versionApp, _configuration, clientId, _encoding), defaultMaster(_defaultMaster)
 {
     startUp();
@@ -61,33 +61,33 @@ protoserver_t::~protoserver_t()
     qDeleteAll(formerClients);
 }
 
-int protoserver_t::connect(QString const& clientId, bool async)
+int protoserver_t::connect(const QString& clientId, bool async)
 {
     const int rc = protobase_t::connect(clientId, async);
     return rc == 0 ? 0 : 1;
 }
 
-void protoserver_t::subscribe(QString const& topic, qos_t qos)
+void protoserver_t::subscribe(const QString& topic, qos_t qos)
 {
     protobase_t::subscribe(topic, qos);
 }
 
-void protoserver_t::unsubscribe(QString const& topic)
+void protoserver_t::unsubscribe(const QString& topic)
 {
     protobase_t::unsubscribe(topic);
 }
 
-void protoserver_t::publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain)
+void protoserver_t::publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain)
 {
     protobase_t::publish(topic, payload, qos, retain);
 }
 
-void protoserver_t::publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain)
+void protoserver_t::publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain)
 {
     protobase_t::publish(topic, payload, qos, retain);
 }
 
-void protoserver_t::publish(QJsonObject const& packet, qos_t qos, bool retain)
+void protoserver_t::publish(const QJsonObject& packet, qos_t qos, bool retain)
 {
     protobase_t::publish(packet, qos, retain);
 }
@@ -161,7 +161,7 @@ try {
 }
 
 // Always on the forward bridge: servers of the same broker see it as any origin, and the bridge carries it on.
-void protoserver_t::publish_presentation(QString const& destination)
+void protoserver_t::publish_presentation(const QString& destination)
 try {
     sendPresentation(destination, logSource);
 } catch (...) {

@@ -22,14 +22,14 @@ class FLOTROFOBUL_EXPORT protoserver_t : public protobase_t {
 public:
     /// @param defaultMaster  take the master role at every accepted connection; the other arguments are those of
     ///                       protobase_t
-    protoserver_t(QString const& versionApp, QString const& configPath, bool defaultMaster, QString const& clientId,
+    protoserver_t(const QString& versionApp, const QString& configPath, bool defaultMaster, const QString& clientId,
                   bool encoding);
-    protoserver_t(QString const& versionApp, QJsonObject const& configuration, bool defaultMaster,
-                  QString const& clientId, bool encoding);
+    protoserver_t(const QString& versionApp, const QJsonObject& configuration, bool defaultMaster,
+                  const QString& clientId, bool encoding);
     ~protoserver_t() override;
 
     /// Like protobase_t::connect(), with every failure folded to 1.
-    int connect(QString const& clientId = QString(), bool async = true);
+    int connect(const QString& clientId = QString(), bool async = true);
 
     /// Whether this server is the master; logged.
     bool isMaster();
@@ -44,7 +44,7 @@ public:
     QMap<QString, system_t*> getClients() const { return clients; }
 
     void init_bridge(subscribe_t which) override;
-    void publish_presentation(QString const& destination) override;
+    void publish_presentation(const QString& destination) override;
     /// Not for servers: logs so and does nothing.
     void subscription_presentation() override;
     /// Subscribes (1) or unsubscribes the presence of servers, elections and bridge states (service_t::server), or
@@ -52,11 +52,11 @@ public:
     void subscription_presentation(service_t service, subscribe_t mode);
     QString topic_lastwillmessage(QString topic) override;
     void init_subscription(subscribe_t mode) override;
-    void subscribe(QString const& topic, qos_t qos) override;
-    void unsubscribe(QString const& topic) override;
-    void publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain) override;
-    void publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain) override;
-    void publish(QJsonObject const& packet, qos_t qos, bool retain) override;
+    void subscribe(const QString& topic, qos_t qos) override;
+    void unsubscribe(const QString& topic) override;
+    void publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain) override;
+    void publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain) override;
+    void publish(const QJsonObject& packet, qos_t qos, bool retain) override;
 
 public Q_SLOTS:
     /// Publishes a packet (see protobase_t::publish); for a host that answers with signals.
@@ -79,7 +79,7 @@ protected:
     void onDisconnect(int rc) override;
     void onPublish(int mid) override;
     void onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain) override;
-    void onSubscribe(int mid, int qos_count, int const* granted_qos, QString topic) override;
+    void onSubscribe(int mid, int qos_count, const int* granted_qos, QString topic) override;
     void onUnsubscribe(int mid, QString topic) override;
     void onLog(int level, QString str) override;
     void onError() override;
@@ -87,29 +87,29 @@ protected:
 
     // Each returns true when the packet was of its kind, also when it was then refused. A presentation with a value of
     // a wrong type throws QJsonSerializerException, which on_message() logs.
-    bool processPresentation(topic_t topic, QJsonObject const& packet);
-    bool processMasterElection(topic_t topic, QJsonObject const& packet);
-    bool processRequestDB(topic_t topic, QJsonValue const& payload);
-    bool processClientReady(topic_t topic, QJsonValue const& payload);
+    bool processPresentation(topic_t topic, const QJsonObject& packet);
+    bool processMasterElection(topic_t topic, const QJsonObject& packet);
+    bool processRequestDB(topic_t topic, const QJsonValue& payload);
+    bool processClientReady(topic_t topic, const QJsonValue& payload);
     /// Whether a presentation says exactly what is known of its node.
-    bool knownClient(QJsonObject const& packet);
+    bool knownClient(const QJsonObject& packet);
 
 private:
     using nodes_t = QMap<QString, system_t*>;
 
     void startUp();
     void becomeMaster(const char* function);
-    bool isKnown(system_t const& node) const;
-    void processServer(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet);
-    bool isRefusedOrigin(topic_t const& topic, bool online) const;
-    void serverIsOnline(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet);
-    void serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet);
-    void processClient(topic_t const& topic, std::unique_ptr<system_t> node, QJsonObject const& packet);
-    void refusePresentation(QString const& sender);
+    bool isKnown(const system_t& node) const;
+    void processServer(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet);
+    bool isRefusedOrigin(const topic_t& topic, bool online) const;
+    void serverIsOnline(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet);
+    void serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet);
+    void processClient(const topic_t& topic, std::unique_ptr<system_t> node, const QJsonObject& packet);
+    void refusePresentation(const QString& sender);
     void logServers() const;
     void logClients() const;
     static void store(nodes_t& nodes, std::unique_ptr<system_t> node);
-    static void remove(nodes_t& nodes, QString const& id);
+    static void remove(nodes_t& nodes, const QString& id);
 
     bool defaultMaster;
     nodes_t clients;

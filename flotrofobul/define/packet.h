@@ -10,12 +10,12 @@
 
 namespace comunication {
 
-inline QString topicOf(QJsonObject const& packet)
+inline QString topicOf(const QJsonObject& packet)
 {
     return packet.value("topic"_l1).toString();
 }
 
-inline utility::qos_t qosOf(QJsonObject const& packet)
+inline utility::qos_t qosOf(const QJsonObject& packet)
 {
     return static_cast<utility::qos_t>(packet.value("qos"_l1).toInt());
 }
@@ -28,7 +28,7 @@ inline QString commandOf(QString topic)
 
 /// Adds to a packet for the host where it came from: its topic from the first occurrence of a word on (wherever that
 /// stands, be it in a sender's name; the whole topic where it does not occur), the sender and the destination.
-inline void addAddress(QJsonObject& packet, utility::topic_t const& topic, QString const& word)
+inline void addAddress(QJsonObject& packet, const utility::topic_t& topic, const QString& word)
 {
     const QString received = topic.getOriginal();
     packet.insert("topic"_l1, received.mid(std::max(received.indexOf(word), 0)));
