@@ -139,23 +139,18 @@ bool isLogTopic(const QString& topic)
     return matches(pattern, topic);
 }
 
-// Runs the body of an operation; what it throws ends here.
-template <class Body>
-void guarded(const char* function, Body body)
+// guarded(), with a line that leaves the words of the exception out.
+template <typename Body>
+void guardedWithoutWords(const char* function, Body&& body)
 {
-    try {
-        body();
-    } catch (...) {
-        FLOTROFOBUL_LOG_AT(::utility::logs::caught, QStringLiteral("Handling exception"), function, logSource,
-                           __LINE__);
-    }
+    guarded(function, logSource, body, [] { return QStringLiteral("Handling exception"); });
 }
 
 } // namespace
 
 diagnostic_messages::diagnostic_messages()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         message = new diagnostic_message;
         publish = new diagnostic_publish_message;
         publishBytes = new diagnostic_bytes;
@@ -173,7 +168,7 @@ diagnostic_messages::~diagnostic_messages()
 
 diagnostic_average_bytes::diagnostic_average_bytes()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         received = new diagnostic_average;
         sent = new diagnostic_average;
     });
@@ -187,7 +182,7 @@ diagnostic_average_bytes::~diagnostic_average_bytes()
 
 diagnostic_avarage_publish::diagnostic_avarage_publish()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         dropped = new diagnostic_average;
         received = new diagnostic_average;
         sent = new diagnostic_average;
@@ -203,7 +198,7 @@ diagnostic_avarage_publish::~diagnostic_avarage_publish()
 
 diagnostic_load::diagnostic_load()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         connections = new diagnostic_average;
         bytes = new diagnostic_average_bytes;
         sockets = new diagnostic_average;
@@ -227,7 +222,7 @@ diagnostic_load::~diagnostic_load()
 
 diagnostic_logging::diagnostic_logging()
 {
-    guarded(__func__, [this] { lines = new QList<QString>; });
+    guardedWithoutWords(__func__, [this] { lines = new QList<QString>; });
 }
 
 diagnostic_logging::~diagnostic_logging()
@@ -237,7 +232,7 @@ diagnostic_logging::~diagnostic_logging()
 
 diagnostic_broker::diagnostic_broker()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         bytes = new diagnostic_bytes;
         heap = new diagnostic_heap;
         clients = new diagnostic_clients;
@@ -264,7 +259,7 @@ diagnostic_broker::~diagnostic_broker()
 void diagnostic_broker::updateMessage(const QString& topic, const QString& payload)
 {
     const char* const function = __func__;
-    guarded(function, [&] {
+    guardedWithoutWords(function, [&] {
         if (storeBrokerMessage) {
             rawMessages[topic] = payload;
         }
