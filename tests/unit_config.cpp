@@ -9,6 +9,7 @@
 
 #include <limits>
 
+using comunication::literals::operator""_l1;
 using comunication::config::mosquittocnf;
 using ::utility::logs::classlogs;
 using ::utility::logs::LogRecord;

@@ -9,6 +9,8 @@
 
 #include <memory>
 
+using comunication::literals::operator""_l1;
+
 namespace house {
 
 class room_t : public QObject {

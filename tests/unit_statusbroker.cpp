@@ -5,6 +5,7 @@
 
 #include <QtTest/QtTest>
 
+using comunication::literals::operator""_l1;
 using comunication::brokerdiagnostic::diagnostic_average;
 using comunication::brokerdiagnostic::diagnostic_broker;
 using ::utility::logs::classlogs;

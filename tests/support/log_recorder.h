@@ -6,6 +6,8 @@
 
 #include <QtCore/QStringList>
 
+using comunication::literals::operator""_l1;
+
 /// A QString of a literal, short enough for tables.
 inline QString operator""_s(const char* text, std::size_t length)
 {
