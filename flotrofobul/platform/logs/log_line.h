@@ -8,8 +8,6 @@
 
 #include <exception>
 
-using comunication::literals::operator""_l1;
-
 /// Writes a line for a named operation; the text is only built when the level is enabled.
 #define FLOTROFOBUL_LOG_AT(level, text, function, source, line)                            \
     do {                                                                                   \
