@@ -15,6 +15,8 @@
 
 namespace comunication {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
@@ -61,18 +63,19 @@ void logLink(const link_texts_t& texts, int rc, const QString& address, const ch
 {
     const auto* const known =
         std::find_if(texts.begin(), texts.end() - 1, [rc](const link_text_t& text) { return text.rc == rc; });
-    FLOTROFOBUL_LOG_AS(rc == 0 ? 4 : 2, u'(' + QString::number(rc) + QLatin1String(known->text) + address, function);
+    FLOTROFOBUL_LOG_AS(rc == 0 ? info : error, u'(' + QString::number(rc) + QLatin1String(known->text) + address,
+                       function);
 }
 
-// Level of our line for a level of libmosquitto's. 10 is meant: the library's own debug level, 16, counts as
-// information like everything else.
-int levelOf(int mosquittoLevel)
+// Level of our line for a level of libmosquitto's. Its debug level is 16, which counts as information like
+// everything else; 10 is not a slip.
+LogLevel levelOf(int mosquittoLevel)
 {
     switch (mosquittoLevel) {
-    case 4: return 3;
-    case 8: return 2;
-    case 10: return 6;
-    default: return 4;
+    case 4: return warning; // MOSQ_LOG_WARNING
+    case 8: return error;   // MOSQ_LOG_ERR
+    case 10: return detail;
+    default: return info;
     }
 }
 
@@ -85,14 +88,14 @@ try {
     const QString formerId = system->getClientid();
     if (!_clientid.isEmpty()) {
         system->setClientId(_clientid);
-        FLOTROFOBUL_LOG(4, "Set mosquitto client id: "_l1 + _clientid);
+        FLOTROFOBUL_LOG(info, "Set mosquitto client id: "_l1 + _clientid);
     }
     if (!system->checkNetwork()) {
-        FLOTROFOBUL_LOG(3, QStringLiteral("Network is down"));
+        FLOTROFOBUL_LOG(warning, QStringLiteral("Network is down"));
     }
     int prepared = 0;
     if (client == nullptr) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("Init comunication"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("Init comunication"));
         prepared = init_comunication();
     } else {
         followClientId(formerId);
@@ -102,14 +105,14 @@ try {
         closeDelay->stop();
         brokerClient().disconnect_sync();
     }
-    FLOTROFOBUL_LOG(6, "Try to connect: "_l1 + brokerAddress() + " with id: "_l1 + system->getClientid());
+    FLOTROFOBUL_LOG(detail, "Try to connect: "_l1 + brokerAddress() + " with id: "_l1 + system->getClientid());
     const int keepalive = std::max(configuration->getMqtt()->getConnect()->getKeepalive(), leastKeepalive);
     const int rc = async ? brokerClient().connect_async(global->getHost(), global->getPort(), keepalive)
                          : brokerClient().connect_sync(global->getHost(), global->getPort(), keepalive);
     logLink(connectionTexts, rc, brokerAddress(), __func__);
     return rc | prepared;
 } catch (...) {
-    FLOTROFOBUL_LOG(0, exceptionText("Handling exception "_l1, "Handling generic exception. Exit"_l1));
+    FLOTROFOBUL_LOG(fatal, exceptionText("Handling exception "_l1, "Handling generic exception. Exit"_l1));
     return -1;
 }
 
@@ -124,7 +127,7 @@ void protobase_t::followClientId(const QString& former)
 
 int protobase_t::disconnection(bool _sendLastWill)
 try {
-    FLOTROFOBUL_LOG(6, QStringLiteral("Try to disconnect"));
+    FLOTROFOBUL_LOG(detail, QStringLiteral("Try to disconnect"));
     auto& broker = brokerClient();
     if (!_sendLastWill) {
         closeDelay->stop();
@@ -138,14 +141,14 @@ try {
     closeDelay->start(lastWillHeadStart);
     return 0;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return -1;
 }
 
 bool protobase_t::connected()
 {
     const bool up = getConnected();
-    FLOTROFOBUL_LOG(4, "Check connection"_l1 + (up ? " true"_l1 : " false"_l1));
+    FLOTROFOBUL_LOG(info, "Check connection"_l1 + (up ? " true"_l1 : " false"_l1));
     return up;
 }
 
@@ -166,9 +169,9 @@ try {
     } else if (messages->getMidSubsciption(statisticsTopic) >= 1) {
         unsubscribe(statisticsTopic);
     }
-    FLOTROFOBUL_LOG(6, "Set status broker to: "_l1 + (on ? "true"_l1 : "false"_l1));
+    FLOTROFOBUL_LOG(detail, "Set status broker to: "_l1 + (on ? "true"_l1 : "false"_l1));
 } catch (...) {
-    FLOTROFOBUL_LOG(0, QStringLiteral("Handling generic exception. Exit"));
+    FLOTROFOBUL_LOG(fatal, QStringLiteral("Handling generic exception. Exit"));
 }
 
 void protobase_t::setMosquittoLog(bool on)
@@ -229,7 +232,7 @@ void protobase_t::on_log(int level, QString str)
 
 void protobase_t::on_error()
 {
-    FLOTROFOBUL_LOG(2, QStringLiteral("An error occured in mosquitto"));
+    FLOTROFOBUL_LOG(error, QStringLiteral("An error occured in mosquitto"));
     guarded(__func__, logSource, [&] { onError(); });
 }
 

@@ -15,6 +15,8 @@
 
 namespace comunication {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
@@ -86,7 +88,7 @@ bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders
 
 void protobase_t::init_subscription(subscribe_t which)
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Init subscriptions "));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Init subscriptions "));
     const bool on = which == utility::subscribe_topics;
     const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
     for (const QJsonValue member : subscriptions) {
@@ -94,19 +96,19 @@ try {
         const auto qos = static_cast<qos_t>(member["qos"_l1].toInt());
         if (topic == performanceTopic) {
             if (statusbroker) {
-                FLOTROFOBUL_LOG(6, attempt + topic);
+                FLOTROFOBUL_LOG(detail, attempt + topic);
                 subscribeOrNot(which, topic, qos);
             }
             continue;
         }
-        FLOTROFOBUL_LOG(6, attempt + topic);
+        FLOTROFOBUL_LOG(detail, attempt + topic);
         subscribeOrNot(which, topic, qos);
         for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
             subscribeOrNot(which, *bridge + u'/' + topic, qos);
         }
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 void protobase_t::subscribeOrNot(subscribe_t which, const QString& topic, qos_t qos)
@@ -124,13 +126,13 @@ try {
     topic_subscribe_resolution(topics);
     for (QString& one : topics) {
         one.replace(INSTALLATIONID, installationId());
-        FLOTROFOBUL_LOG(6, "Try to subscribe topic: "_l1 + one + " qos: "_l1 + QString::number(qos));
+        FLOTROFOBUL_LOG(detail, "Try to subscribe topic: "_l1 + one + " qos: "_l1 + QString::number(qos));
         int mid = 0;
         brokerClient().subscribe(&mid, one, qos);
         messages->addSubscription(mid, one, qos);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText("Handling exception "_l1, "Handling exception"_l1));
+    FLOTROFOBUL_LOG(caught, exceptionText("Handling exception "_l1, "Handling exception"_l1));
 }
 
 void protobase_t::unsubscribe(const QString& topic)
@@ -141,7 +143,7 @@ try {
         // Before the installation id is put in: callers pass topics as the registry holds them.
         const int held = messages->getMidSubsciption(one);
         if (held == -1) {
-            FLOTROFOBUL_LOG(2, "No mid for "_l1 + one + " in messages"_l1);
+            FLOTROFOBUL_LOG(error, "No mid for "_l1 + one + " in messages"_l1);
             continue;
         }
         const auto* const record = messages->getSubsciption(held);
@@ -149,13 +151,13 @@ try {
         auto& broker = brokerClient();
         messages->removeSubsciption(held);
         one.replace(INSTALLATIONID, installationId());
-        FLOTROFOBUL_LOG(6, "Try to unsubscribe topic: "_l1 + one);
+        FLOTROFOBUL_LOG(detail, "Try to unsubscribe topic: "_l1 + one);
         int mid = 0;
         broker.unsubscribe(&mid, one);
         messages->addSubscription(mid, one, qos);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText("Handling generic exception."_l1, "Handling generic exception."_l1));
+    FLOTROFOBUL_LOG(caught, exceptionText("Handling generic exception."_l1, "Handling generic exception."_l1));
 }
 
 void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
@@ -170,7 +172,8 @@ void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
     for (const expansion_t& one : qAsConst(expansions)) {
         for (const QString& placeholder : one.spent) {
             if (one.topic.contains(placeholder)) {
-                FLOTROFOBUL_LOG(2, "Placeholder "_l1 + placeholder + " replaced once only in topic: "_l1 + one.topic);
+                FLOTROFOBUL_LOG(error,
+                                "Placeholder "_l1 + placeholder + " replaced once only in topic: "_l1 + one.topic);
             }
         }
         topics.append(one.topic);
@@ -191,7 +194,7 @@ void protobase_t::send(QString& topic, const QJsonValue& payload, qos_t qos, boo
 try {
     topic_publish_resolution_sender(topic);
     putInPlace(topic, INSTALLATIONID, installationId());
-    FLOTROFOBUL_LOG_AS(6,
+    FLOTROFOBUL_LOG_AS(detail,
                        "Try to publish topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
                            QString::number(retain),
                        "publish");
@@ -200,7 +203,7 @@ try {
     brokerClient().publish(&mid, topic, text, qos, retain);
     messages->addPublication(mid, topic, text, qos, retain);
 } catch (...) {
-    FLOTROFOBUL_LOG_AS(1, exceptionText("Handling exception."_l1, "Handling exception"_l1), "publish");
+    FLOTROFOBUL_LOG_AS(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1), "publish");
 }
 
 void protobase_t::publish(const QJsonObject& packet, qos_t /*qos*/, bool retain)
@@ -208,16 +211,16 @@ try {
     const QJsonValue payload = packet["payload"_l1];
     const QJsonValue value = packet["topic"_l1];
     if (payload.isUndefined() || value.isUndefined()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Packet not compliant!"));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Packet not compliant!"));
         return;
     }
     QString topic = packetPrefix + value.toString();
     if (topic.size() <= topic_t::getTopic_min_len()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Payload or topic not compliant!"));
-        FLOTROFOBUL_LOG(2, "Topic: "_l1 + topic);
-        FLOTROFOBUL_LOG(2, "Payload: "_l1 + (payload.isObject()
-                                                 ? JsonObjectToString(payload.toObject(), QJsonDocument::Compact)
-                                                 : payload.toString()));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Payload or topic not compliant!"));
+        FLOTROFOBUL_LOG(error, "Topic: "_l1 + topic);
+        FLOTROFOBUL_LOG(error, "Payload: "_l1 + (payload.isObject()
+                                                     ? JsonObjectToString(payload.toObject(), QJsonDocument::Compact)
+                                                     : payload.toString()));
         return;
     }
     QString destination = packet["destination"_l1].toString();
@@ -231,7 +234,7 @@ try {
     // Packets of the host always go at QoS 2, and not through an override of a role.
     protobase_t::publish(topic, body, utility::exactly_once, retain);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText("Handling exception."_l1, "Handling exception"_l1));
+    FLOTROFOBUL_LOG(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1));
 }
 
 void protobase_t::topic_publish_resolution_sender(QString& topic)
@@ -255,7 +258,7 @@ QString protobase_t::getCommandTopic(QString topic)
 try {
     return commandOf(topic);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
     return QString();
 }
 
@@ -263,7 +266,7 @@ QString protobase_t::JsonObjectToString(const QJsonObject& object, QJsonDocument
 try {
     return QString::fromUtf8(QJsonDocument(object).toJson(format));
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return QString();
 }
 
@@ -271,7 +274,7 @@ QJsonObject protobase_t::StringToJsonObject(const QString& text)
 try {
     return documentFromForeignJson(text.toUtf8()).object();
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return QJsonObject();
 }
 
@@ -306,7 +309,8 @@ void protobase_t::sendPresentation(const QString& destination, const char* sourc
     QJsonObject packet = serializedSystem();
     QString topic = presentationTopic;
     topic_resolution_destination(topic, destination);
-    FLOTROFOBUL_LOG_AT(6, "Try to public remote presentation: "_l1 + topic, "publish_presentation", source, __LINE__);
+    FLOTROFOBUL_LOG_AT(detail, "Try to public remote presentation: "_l1 + topic, "publish_presentation", source,
+                       __LINE__);
     packet.insert("publishDate"_l1, system->getPublishDate());
     packet.insert("connected"_l1, getConnected());
     publish(topic, packet, presentationQos, presentationRetain);

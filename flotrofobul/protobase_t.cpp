@@ -22,6 +22,8 @@
 
 namespace comunication {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
@@ -70,12 +72,12 @@ bool writeWhole(QFileDevice& file, const QByteArray& text)
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool _encoding)
     : closeDelay(new QTimer(this))
 {
-    FLOTROFOBUL_LOG(4, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
+    FLOTROFOBUL_LOG(info, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
     int major = 0;
     int minor = 0;
     int patch = 0;
     mosquittopp::lib_version(&major, &minor, &patch);
-    FLOTROFOBUL_LOG(4, QStringLiteral("Running on libmosquitto %1.%2.%3").arg(major).arg(minor).arg(patch));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Running on libmosquitto %1.%2.%3").arg(major).arg(minor).arg(patch));
     encoding = _encoding;
     messages = std::make_unique<message::classmessages>();
     system = new system_t(versionApp, service, clientId, nullptr);
@@ -118,7 +120,7 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QJs
 
 protobase_t::~protobase_t()
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Destroy comunication base ..."));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Destroy comunication base ..."));
     messages.reset();
     delete system.data();
     delete configuration.data();
@@ -148,75 +150,75 @@ QString protobase_t::getVersion()
 
 bool protobase_t::readConfigFromFile(const QString& path)
 try {
-    FLOTROFOBUL_LOG(4, "Read comunication configuration from file: "_l1 + path);
+    FLOTROFOBUL_LOG(info, "Read comunication configuration from file: "_l1 + path);
     QFile file(path);
     if (!file.exists()) {
         if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-            FLOTROFOBUL_LOG(2, "Unable to open file: "_l1 + path + " Error: "_l1 + file.errorString());
+            FLOTROFOBUL_LOG(error, "Unable to open file: "_l1 + path + " Error: "_l1 + file.errorString());
         }
         return false;
     }
     // A file that cannot be opened reads as nothing, which is no JSON.
     const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    QJsonParseError error{};
-    const QJsonDocument document = documentFromForeignJson(text, &error);
-    if (error.error != QJsonParseError::NoError) {
-        FLOTROFOBUL_LOG(2, "Error parsing file: "_l1 + path);
+    QJsonParseError outcome{};
+    const QJsonDocument document = documentFromForeignJson(text, &outcome);
+    if (outcome.error != QJsonParseError::NoError) {
+        FLOTROFOBUL_LOG(error, "Error parsing file: "_l1 + path);
         return false;
     }
     configuration->deserialize(document.object());
     return true;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return false;
 }
 
 bool protobase_t::readConfigFromJson(const QJsonObject& json)
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Read comunication configuration from json"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Read comunication configuration from json"));
     if (json.isEmpty()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Error: no valid json object"));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Error: no valid json object"));
         return false;
     }
     configuration->deserialize(json);
     return true;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return false;
 }
 
 bool protobase_t::saveConfigToFile(const QString& path)
 try {
-    FLOTROFOBUL_LOG(6, "Try to write config comunication: "_l1 + path);
+    FLOTROFOBUL_LOG(detail, "Try to write config comunication: "_l1 + path);
     const std::lock_guard<QRecursiveMutex> lock(*configMutex);
     const QJsonObject json = configuration->serialize();
     if (QFile::exists(path)) {
-        FLOTROFOBUL_LOG(6, "Override file "_l1 + path);
+        FLOTROFOBUL_LOG(detail, "Override file "_l1 + path);
     } else {
-        FLOTROFOBUL_LOG(3, "File not foud write "_l1 + path);
+        FLOTROFOBUL_LOG(warning, "File not foud write "_l1 + path);
     }
     const std::unique_ptr<QFileDevice> file = writerFor(path);
     if (path.isEmpty() || !file->open(QIODevice::WriteOnly)) {
-        FLOTROFOBUL_LOG(2, "Unable to open file: "_l1 + path);
+        FLOTROFOBUL_LOG(error, "Unable to open file: "_l1 + path);
         return false;
     }
     if (!isSpecial(path) && !configuration->getMqtt()->getConnect()->getPassword().isEmpty()) {
         file->setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
     if (!writeWhole(*file, QJsonDocument(json).toJson(QJsonDocument::Indented))) {
-        FLOTROFOBUL_LOG(2, "Unable to write file: "_l1 + path);
+        FLOTROFOBUL_LOG(error, "Unable to write file: "_l1 + path);
         return false;
     }
-    FLOTROFOBUL_LOG(4, "Writed"_l1 + path);
+    FLOTROFOBUL_LOG(info, "Writed"_l1 + path);
     return true;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return false;
 }
 
 int protobase_t::init_comunication()
 try {
-    FLOTROFOBUL_LOG(4, "Init mosquitto clientid: "_l1 + system->getClientid());
+    FLOTROFOBUL_LOG(info, "Init mosquitto clientid: "_l1 + system->getClientid());
     auto* const mqtt = configuration->getMqtt();
     if (client != nullptr) {
         client->disconnect(this);
@@ -236,7 +238,7 @@ try {
     wireClient();
     return credentials != 0 || security != 0 || will != 0 ? 1 : 0;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return 1;
 }
 
@@ -257,36 +259,36 @@ void protobase_t::wireClient()
 
 int protobase_t::init_security()
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Init security ..."));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Init security ..."));
     const auto* const security = configuration->getMqtt()->getSecurity();
     if (!security->getTls_enable()) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("Tls secure is disabled"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("Tls secure is disabled"));
         return 0;
     }
-    FLOTROFOBUL_LOG(4, QStringLiteral("Tls secure is enabled, try to set it .... "));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Tls secure is enabled, try to set it .... "));
     const int rc = brokerClient().tls_set(security->getCa_file(), QString(), QString(), QString(), nullptr);
     const QString result = u'(' + QString::number(rc) + " TLS-SET) "_l1;
     switch (rc) {
     case 0:
-        FLOTROFOBUL_LOG(4, result + "Tls set on success"_l1);
-        FLOTROFOBUL_LOG(4, security->getTls_insecure() ? QStringLiteral("Tls set insecure")
-                                                       : QStringLiteral("Tls set secure"));
+        FLOTROFOBUL_LOG(info, result + "Tls set on success"_l1);
+        FLOTROFOBUL_LOG(info, security->getTls_insecure() ? QStringLiteral("Tls set insecure")
+                                                          : QStringLiteral("Tls set secure"));
         client->tls_insecure_set(security->getTls_insecure());
         break;
-    case 1: FLOTROFOBUL_LOG(2, result + "Probably file format not correct"_l1); break;
-    case 3: FLOTROFOBUL_LOG(2, result + "Probably file not exist"_l1); break;
-    default: FLOTROFOBUL_LOG(2, result + "Unknown error"_l1); break;
+    case 1: FLOTROFOBUL_LOG(error, result + "Probably file format not correct"_l1); break;
+    case 3: FLOTROFOBUL_LOG(error, result + "Probably file not exist"_l1); break;
+    default: FLOTROFOBUL_LOG(error, result + "Unknown error"_l1); break;
     }
     return rc;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return 1;
 }
 
 int protobase_t::init_lastWillMessage()
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Set last will message"));
-    FLOTROFOBUL_LOG(6, QStringLiteral("Create presentation object"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Set last will message"));
+    FLOTROFOBUL_LOG(detail, QStringLiteral("Create presentation object"));
     system->setConnected(false);
     const QString payload = JsonObjectToString({{dataKey, serializedSystem()}}, QJsonDocument::Compact);
     brokerClient().will_clear();
@@ -296,14 +298,14 @@ try {
     topic_publish_resolution_sender(topic);
     topic = topic_lastwillmessage(topic);
     topic.replace(INSTALLATIONID, installationId());
-    FLOTROFOBUL_LOG(4, "Params last will message topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) +
-                           " retain: "_l1 + QString::number(retain));
-    FLOTROFOBUL_LOG(6, "payload: "_l1 + payload);
+    FLOTROFOBUL_LOG(info, "Params last will message topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) +
+                              " retain: "_l1 + QString::number(retain));
+    FLOTROFOBUL_LOG(detail, "payload: "_l1 + payload);
     const int rc = client->will_set(topic, Encode(payload), qos, retain);
-    FLOTROFOBUL_LOG(4, "Set last will: "_l1 + QString::number(rc));
+    FLOTROFOBUL_LOG(info, "Set last will: "_l1 + QString::number(rc));
     return rc;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return -1;
 }
 

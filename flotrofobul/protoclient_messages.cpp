@@ -9,6 +9,7 @@
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_client_t;
 using utility::destination_subscription_t;
 
@@ -52,7 +53,7 @@ void protoclient_t::onConnect_with_flags(int rc, int /*flags*/)
 
 void protoclient_t::onDisconnect(int /*rc*/)
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Clear server id and status"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Clear server id and status"));
     forgetMaster();
     serverPresentations.clear();
 }
@@ -64,13 +65,14 @@ void protoclient_t::forgetMaster()
 
 void protoclient_t::onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain)
 {
-    FLOTROFOBUL_LOG(6, "Processing message => mid: "_l1 + QString::number(mid) + " topic: "_l1 + topic.getOriginal() +
-                           " qos: "_l1 + QString::number(qos) + " retain: "_l1 + QString::number(retain));
+    FLOTROFOBUL_LOG(detail, "Processing message => mid: "_l1 + QString::number(mid) + " topic: "_l1 +
+                                topic.getOriginal() + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
+                                QString::number(retain));
     if (processPresentation(topic, value.toObject()) || processMasterElection(topic, value.toObject()) ||
         processStatusDB(topic, value)) {
         return;
     }
-    FLOTROFOBUL_LOG(3, "Message unknown: "_l1 + topic.getOriginal());
+    FLOTROFOBUL_LOG(warning, "Message unknown: "_l1 + topic.getOriginal());
     Q_EMIT on_Unknown(topic.getOriginal(), value, qos, retain);
 }
 
@@ -83,21 +85,21 @@ bool protoclient_t::processPresentation(topic_t topic, const QJsonObject& packet
     const QString id = node->getClientid();
     if (topic.getSender() != id || !packet.contains("connected"_l1) || !packet.contains("clientid"_l1) ||
         !packet.contains("type"_l1)) {
-        FLOTROFOBUL_LOG(3, "Internal error not complient packet for "_l1 + id);
+        FLOTROFOBUL_LOG(warning, "Internal error not complient packet for "_l1 + id);
         return true;
     }
     // By the text: getServiceType() takes everything that is no server for a client.
     if (node->getType() == service_t::client.ToString()) {
-        FLOTROFOBUL_LOG(2, "Anomaly, the client should not receive messages presentation from another client "_l1 +
-                               topic.getOriginal());
+        FLOTROFOBUL_LOG(error, "Anomaly, the client should not receive messages presentation from another client "_l1 +
+                                   topic.getOriginal());
         return true;
     }
     if (node->getType() != service_t::server.ToString()) {
-        FLOTROFOBUL_LOG(2, "non-compliant type (no client - no server) :"_l1 + node->getTypeStr());
+        FLOTROFOBUL_LOG(error, "non-compliant type (no client - no server) :"_l1 + node->getTypeStr());
         return false;
     }
     if (knownClient(packet)) {
-        FLOTROFOBUL_LOG(4, "Ignored same message as last: "_l1 + topic.getOriginal());
+        FLOTROFOBUL_LOG(info, "Ignored same message as last: "_l1 + topic.getOriginal());
         return true;
     }
     const QPointer<protobase_t> alive(this);
@@ -115,7 +117,7 @@ bool protoclient_t::processPresentation(topic_t topic, const QJsonObject& packet
 void protoclient_t::serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
     const QPointer<protobase_t> alive(this);
-    FLOTROFOBUL_LOG_AS(4, "Receive last will - The server is OFFLINE id: "_l1 + id, "processPresentation");
+    FLOTROFOBUL_LOG_AS(info, "Receive last will - The server is OFFLINE id: "_l1 + id, "processPresentation");
     if (id == system->getMasterId()) {
         init_subscription(utility::unsubscribe_topics); // while the master is still known
         forgetMaster();
@@ -129,7 +131,7 @@ void protoclient_t::serverIsOffline(const topic_t& topic, const QString& id, con
 void protoclient_t::serverIsOnline(const topic_t& topic, const system_t& server, const QJsonObject& packet)
 {
     const QString id = server.getClientid();
-    FLOTROFOBUL_LOG_AS(4, "Receive presentation "_l1 + id + " from server is ONLINE - "_l1 + topic.getOriginal(),
+    FLOTROFOBUL_LOG_AS(info, "Receive presentation "_l1 + id + " from server is ONLINE - "_l1 + topic.getOriginal(),
                        "processPresentation");
     const bool declaresItself = server.getMasterId() == id && !id.isEmpty();
     if (id != system->getMasterId() && declaresItself && !adoptMaster(topic, id, packet)) {
@@ -147,9 +149,9 @@ bool protoclient_t::adoptMaster(const topic_t& topic, const QString& id, const Q
 {
     constexpr const char* function = "processPresentation";
     const QPointer<protobase_t> alive(this);
-    FLOTROFOBUL_LOG_AS(4, "My master is online: "_l1 + id, function);
+    FLOTROFOBUL_LOG_AS(info, "My master is online: "_l1 + id, function);
     init_subscription(utility::unsubscribe_topics);
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Add/Update backup my server presentation"), function);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Add/Update backup my server presentation"), function);
     storeMaster(id, packet);
     placeholders[destination_subscription_t::idserver.ToString()] = {system->getMasterId()};
     init_subscription(utility::subscribe_topics);
@@ -161,13 +163,13 @@ bool protoclient_t::adoptMaster(const topic_t& topic, const QString& id, const Q
 void protoclient_t::logServers() const
 {
     constexpr const char* function = "processPresentation";
-    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
+    if (!classlogs::getInstance()->isEnabled(info)) {
         return;
     }
-    FLOTROFOBUL_LOG_AS(4, "Servers connected: "_l1 + QString::number(serverPresentations.size()), function);
+    FLOTROFOBUL_LOG_AS(info, "Servers connected: "_l1 + QString::number(serverPresentations.size()), function);
     int number = 0;
     for (auto server = serverPresentations.keyBegin(); server != serverPresentations.keyEnd(); ++server) {
-        FLOTROFOBUL_LOG_AS(4, QString::number(number++) + ". server: "_l1 + *server, function);
+        FLOTROFOBUL_LOG_AS(info, QString::number(number++) + ". server: "_l1 + *server, function);
     }
 }
 
@@ -185,7 +187,7 @@ bool protoclient_t::processMasterElection(topic_t topic, const QJsonObject& pack
     }
     const QJsonValue named = packet.value("masterid"_l1);
     if (named.isUndefined()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Master id is void"));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Master id is void"));
         return true;
     }
     if (named.toString() == system->getMasterId()) {
@@ -193,7 +195,7 @@ bool protoclient_t::processMasterElection(topic_t topic, const QJsonObject& pack
         init_subscription(utility::unsubscribe_topics);
         forgetMaster();
     } else {
-        FLOTROFOBUL_LOG(4, "Ignore my master is "_l1 + system->getMasterId());
+        FLOTROFOBUL_LOG(info, "Ignore my master is "_l1 + system->getMasterId());
     }
     return true;
 }
@@ -205,7 +207,7 @@ bool protoclient_t::processStatusDB(topic_t topic, const QJsonValue& value)
         if (!command.startsWith(kind.command)) {
             continue;
         }
-        FLOTROFOBUL_LOG(4, QStringLiteral("Status Message"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("Status Message"));
         QJsonObject packet = value.toObject();
         addAddress(packet, topic, statusWord);
         Q_EMIT(this->*kind.report)(packet);

@@ -8,6 +8,7 @@
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_client_t;
 using utility::destination_subscription_t;
 
@@ -35,14 +36,14 @@ void protoclient_t::startUp()
 {
     constexpr const char* function = "protoclient_t";
     broadcastWord = QStringLiteral("broadcast");
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Init protocol for client "), function);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Init protocol for client "), function);
     const QString id = configuration->getMqtt()->getGlobal()->getInstallation_id();
     if (id.isEmpty()) {
-        FLOTROFOBUL_LOG_AS(3, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
+        FLOTROFOBUL_LOG_AS(warning, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
                            function);
-        FLOTROFOBUL_LOG_AS(3, QStringLiteral("Installation id is empty  ..."), function);
+        FLOTROFOBUL_LOG_AS(warning, QStringLiteral("Installation id is empty  ..."), function);
     } else {
-        FLOTROFOBUL_LOG_AS(4, "Installation id is: "_l1 + id, function);
+        FLOTROFOBUL_LOG_AS(info, "Installation id is: "_l1 + id, function);
     }
     const QString idclient = destination_subscription_t::idclient.ToString();
     const QString idserver = destination_subscription_t::idserver.ToString();
@@ -54,7 +55,7 @@ void protoclient_t::startUp()
 
 protoclient_t::~protoclient_t()
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Destroy comunication client ..."));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Destroy comunication client ..."));
     serverPresentations.clear();
 }
 
@@ -62,7 +63,7 @@ void protoclient_t::setBridgeKey(const QString& key)
 {
     bridge_key = key;
     if (bridge_key.isEmpty()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Unable to subrscibe/unsubscribe bridge because bridge_key is empty!"));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Unable to subrscibe/unsubscribe bridge because bridge_key is empty!"));
     }
 }
 
@@ -79,7 +80,7 @@ try {
         unsubscribe(down);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 QString protoclient_t::getServerId() const
@@ -96,8 +97,8 @@ try {
     sendPresentation(destination, logSource);
 } catch (...) {
     // A node that cannot present itself is of no use to the others: it goes, and they are told.
-    FLOTROFOBUL_LOG(0, exceptionText("Handling exception in presentation: disconnect. "_l1,
-                                     "Handling exception in presentation "_l1));
+    FLOTROFOBUL_LOG(fatal, exceptionText("Handling exception in presentation: disconnect. "_l1,
+                                         "Handling exception in presentation "_l1));
     disconnection(true);
 }
 
@@ -115,7 +116,7 @@ try {
     }
     subscribe(topicOf(bridge_state), qosOf(bridge_state));
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }
 
 QString protoclient_t::topic_lastwillmessage(QString topic)
@@ -126,32 +127,32 @@ QString protoclient_t::topic_lastwillmessage(QString topic)
 void protoclient_t::init_subscription(subscribe_t which)
 try {
     placeholders[destination_subscription_t::idclient.ToString()] = {system->getClientid()};
-    FLOTROFOBUL_LOG(4, QStringLiteral("Init subscription client"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Init subscription client"));
     const QString server = getServerId();
     if (which == utility::unsubscribe_topics || server.isEmpty()) {
         clientReady = false;
     }
     if (server.isEmpty()) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("No init subscription because server id is null"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("No init subscription because server id is null"));
         return;
     }
     // Nothing follows this banner: the presentation topics belong to subscription_presentation().
-    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------PRESENTATION-----------------------------"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------PRESENTATION-----------------------------"));
 
-    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------MASTER-----------------------------"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------MASTER-----------------------------"));
     QString master = topicOf(masterelection);
     topic_resolution(master, server, destination_subscription_t::all_clients.ToString());
     subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, master, qosOf(masterelection), which);
 
-    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------ALL BASE-----------------------------"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------ALL BASE-----------------------------"));
     protobase_t::init_subscription(which);
 
-    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------ONLY CLIENT-----------------------------"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------ONLY CLIENT-----------------------------"));
     for (const QJsonValue entry : subscriptions_client) {
         subscribeClientTopic(entry.toObject(), which);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling generic exception."));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling generic exception."));
 }
 
 // Topics of the broker go through the forward, remote and first cloud bridge, all others through the forward and
@@ -162,20 +163,21 @@ void protoclient_t::subscribeClientTopic(const QJsonObject& entry, subscribe_t w
     constexpr const char* function = "init_subscription";
     const QString topic = topicOf(entry);
     const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("-----------------------------SYS-----------------------------"), function);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("-----------------------------SYS-----------------------------"), function);
     if (topic.startsWith(PREFIX_PERFORMANCE)) {
         if (!isStatusbroker()) {
             return;
         }
         for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
-            FLOTROFOBUL_LOG_AS(6, attempt + *bridge + u'/' + topic, function);
+            FLOTROFOBUL_LOG_AS(detail, attempt + *bridge + u'/' + topic, function);
             subscribeThrough({bridge}, topic, qosOf(entry), which);
         }
         return;
     }
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("-----------------------------NON SYS-----------------------------"),
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("-----------------------------NON SYS-----------------------------"),
                        function);
-    FLOTROFOBUL_LOG_AS(6, on ? QString(attempt + FORWARD_PREFIX + u'/' + topic) : QString(attempt + topic), function);
+    FLOTROFOBUL_LOG_AS(detail, on ? QString(attempt + FORWARD_PREFIX + u'/' + topic) : QString(attempt + topic),
+                       function);
     subscribeThrough({&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2}, topic, qosOf(entry), which);
 }
 
@@ -190,13 +192,13 @@ void protoclient_t::subscribeThrough(std::initializer_list<const QString*> bridg
 void protoclient_t::publish(QJsonObject _packet)
 try {
     if (getServerId().isEmpty()) {
-        FLOTROFOBUL_LOG(3, QStringLiteral("No master id"));
+        FLOTROFOBUL_LOG(warning, QStringLiteral("No master id"));
         Q_EMIT onMasterIdError(_packet);
         return;
     }
     protobase_t::publish(_packet, utility::exactly_once, false);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 } // namespace comunication

@@ -7,6 +7,7 @@
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_server_t;
 
 namespace {
@@ -23,17 +24,17 @@ bool protoserver_t::isMaster()
 {
     const QString master = system->getMasterId();
     if (master == system->getClientid()) {
-        FLOTROFOBUL_LOG(6, "I'm master -"_l1 + master + u'-');
+        FLOTROFOBUL_LOG(detail, "I'm master -"_l1 + master + u'-');
         return true;
     }
-    FLOTROFOBUL_LOG(4, master.trimmed().isEmpty() ? QStringLiteral("Master is not set!")
-                                                  : QString("Master id is -"_l1 + master + u'-'));
+    FLOTROFOBUL_LOG(info, master.trimmed().isEmpty() ? QStringLiteral("Master is not set!")
+                                                     : QString("Master id is -"_l1 + master + u'-'));
     return false;
 }
 
 void protoserver_t::setMaster()
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("I'm default master"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("I'm default master"));
     if (!connected()) {
         defaultMaster = true;
         return;
@@ -41,13 +42,13 @@ try {
     storeMaster(system->getClientid(), serializedSystem());
     becomeMaster(__func__);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 void protoserver_t::becomeMaster(const char* function)
 {
     subscription_presentation(service_t::client, utility::subscribe_topics);
-    FLOTROFOBUL_LOG_AS(3, QStringLiteral("Publish that i'm a master"), function);
+    FLOTROFOBUL_LOG_AS(warning, QStringLiteral("Publish that i'm a master"), function);
     publish_presentation(destination_publish_server_t::all.ToString());
 }
 
@@ -58,17 +59,17 @@ bool protoserver_t::processMasterElection(topic_t topic, const QJsonObject& pack
     }
     const QJsonValue named = packet.value("masterid"_l1);
     if (named.isUndefined()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Master id is void"));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Master id is void"));
         return true;
     }
     const QString id = named.toString();
     const QString old = system->getMasterId();
-    FLOTROFOBUL_LOG(3, "Master election "_l1 + old + " - "_l1 + id);
+    FLOTROFOBUL_LOG(warning, "Master election "_l1 + old + " - "_l1 + id);
     if (id == old) {
-        FLOTROFOBUL_LOG(4, "Ignore same masterid: "_l1 + old);
+        FLOTROFOBUL_LOG(info, "Ignore same masterid: "_l1 + old);
         return true;
     }
-    FLOTROFOBUL_LOG(4, "New masterid: "_l1 + id + " old: "_l1 + old);
+    FLOTROFOBUL_LOG(info, "New masterid: "_l1 + id + " old: "_l1 + old);
     if (old == system->getClientid()) {
         publish_undomaster(); // while this server still is the master it speaks of
     }
@@ -77,7 +78,7 @@ bool protoserver_t::processMasterElection(topic_t topic, const QJsonObject& pack
         becomeMaster(__func__);
     } else if (!old.isEmpty()) {
         // Also when this server never was the master: dropping what is not subscribed does no harm.
-        FLOTROFOBUL_LOG(4, "Unsubscribe all message from client and bridge old master: -"_l1 + old + u'-');
+        FLOTROFOBUL_LOG(info, "Unsubscribe all message from client and bridge old master: -"_l1 + old + u'-');
         subscription_presentation(service_t::client, utility::unsubscribe_topics);
     }
     return true;
@@ -88,11 +89,11 @@ try {
     QString topic = electionTopic;
     topic_resolution(topic, system->getClientid(), destination_publish_server_t::all_clients.ToString());
     topic.prepend(FORWARD_PREFIX + u'/');
-    FLOTROFOBUL_LOG(4, QStringLiteral("I advise only client who are no longer the master"));
-    FLOTROFOBUL_LOG(6, topic);
+    FLOTROFOBUL_LOG(info, QStringLiteral("I advise only client who are no longer the master"));
+    FLOTROFOBUL_LOG(detail, topic);
     publish(topic, QJsonObject{{QStringLiteral("masterid"), system->getClientid()}}, electionQos, false);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 } // namespace comunication

@@ -9,6 +9,7 @@
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_server_t;
 
 namespace {
@@ -62,13 +63,13 @@ void protoserver_t::onConnect_with_flags(int rc, int /*flags*/)
         return;
     }
     if (defaultMaster) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("I'm default master"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("I'm default master"));
         storeMaster(system->getClientid(), serializedSystem());
     }
     if (system->getMasterId().isEmpty()) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("Master is not assigned"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("Master is not assigned"));
     }
-    FLOTROFOBUL_LOG(6, QStringLiteral("Subscribe presentation and my client for all other servers"));
+    FLOTROFOBUL_LOG(detail, QStringLiteral("Subscribe presentation and my client for all other servers"));
     subscription_presentation(service_t::server, utility::subscribe_topics);
     if (isMaster()) {
         subscription_presentation(service_t::client, utility::subscribe_topics);
@@ -79,7 +80,7 @@ void protoserver_t::onConnect_with_flags(int rc, int /*flags*/)
 
 void protoserver_t::onDisconnect(int /*rc*/)
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Clear all client"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Clear all client"));
     // The records stay: the host may hold the map that getClients() gave it.
     for (auto client = clients.cbegin(); client != clients.cend(); ++client) {
         formerClients.insert(client.key(), client.value());
@@ -89,13 +90,14 @@ void protoserver_t::onDisconnect(int /*rc*/)
 
 void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain)
 {
-    FLOTROFOBUL_LOG(6, "Processing message => mid: "_l1 + QString::number(mid) + " _topic: "_l1 + topic.getOriginal() +
-                           " qos: "_l1 + QString::number(qos) + " retain: "_l1 + QString::number(retain));
+    FLOTROFOBUL_LOG(detail, "Processing message => mid: "_l1 + QString::number(mid) + " _topic: "_l1 +
+                                topic.getOriginal() + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
+                                QString::number(retain));
     if (processPresentation(topic, payload.toObject()) || processMasterElection(topic, payload.toObject()) ||
         processRequestDB(topic, payload) || processClientReady(topic, payload)) {
         return;
     }
-    FLOTROFOBUL_LOG(3, "Message unknown: "_l1 + topic.getOriginal());
+    FLOTROFOBUL_LOG(warning, "Message unknown: "_l1 + topic.getOriginal());
     Q_EMIT on_Unknown(topic.getOriginal(), payload, qos, retain);
 }
 
@@ -126,14 +128,14 @@ bool protoserver_t::processPresentation(topic_t topic, const QJsonObject& packet
     } else if (node->getType() == service_t::client.ToString()) {
         processClient(topic, std::move(node), packet);
     } else {
-        FLOTROFOBUL_LOG(2, "non-compliant type (no client - no server) from: "_l1 + sender);
+        FLOTROFOBUL_LOG(error, "non-compliant type (no client - no server) from: "_l1 + sender);
     }
     return true;
 }
 
 void protoserver_t::refusePresentation(const QString& sender)
 {
-    FLOTROFOBUL_LOG_AS(2, "Internal error not complient packet from: "_l1 + sender, "processPresentation");
+    FLOTROFOBUL_LOG_AS(error, "Internal error not complient packet from: "_l1 + sender, "processPresentation");
     remove(clients, sender);
     remove(servers, sender);
     if (sender != system->getClientid()) {
@@ -145,7 +147,7 @@ void protoserver_t::refusePresentation(const QString& sender)
 void protoserver_t::processServer(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
     if (isKnown(*server)) {
-        FLOTROFOBUL_LOG_AS(4, "Ignored same message as last: "_l1 + topic.getOriginal(), "processPresentation");
+        FLOTROFOBUL_LOG_AS(info, "Ignored same message as last: "_l1 + topic.getOriginal(), "processPresentation");
         return;
     }
     if (isRefusedOrigin(topic, server->getConnected())) {
@@ -179,7 +181,7 @@ bool protoserver_t::isRefusedOrigin(const topic_t& topic, bool online) const
     } else {
         return false;
     }
-    FLOTROFOBUL_LOG_AS(2, refusal + topic.getOriginal(), "processPresentation");
+    FLOTROFOBUL_LOG_AS(error, refusal + topic.getOriginal(), "processPresentation");
     return true;
 }
 
@@ -187,9 +189,9 @@ void protoserver_t::serverIsOnline(const topic_t& topic, std::unique_ptr<system_
 {
     constexpr const char* function = "processPresentation";
     FLOTROFOBUL_LOG_AS(
-        4, "Receive presentation "_l1 + server->getClientid() + " server is ONLINE - "_l1 + topic.getOriginal(),
+        info, "Receive presentation "_l1 + server->getClientid() + " server is ONLINE - "_l1 + topic.getOriginal(),
         function);
-    FLOTROFOBUL_LOG_AS(6, QStringLiteral("Add/Update server presentation"), function);
+    FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update server presentation"), function);
     const QString master = server->getMasterId();
     const bool online = server->getConnected();
     store(servers, std::move(server));
@@ -197,7 +199,7 @@ void protoserver_t::serverIsOnline(const topic_t& topic, std::unique_ptr<system_
         publish_presentation(destination_publish_server_t::all_servers.ToString());
         return;
     }
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Update masterid"), function);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Update masterid"), function);
     storeMaster(master, packet);
     subscription_presentation(service_t::client, utility::subscribe_topics);
     if (isMaster()) {
@@ -209,10 +211,10 @@ void protoserver_t::serverIsOnline(const topic_t& topic, std::unique_ptr<system_
 void protoserver_t::serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
     constexpr const char* function = "processPresentation";
-    FLOTROFOBUL_LOG_AS(4, "Receive last will from "_l1 + id + " server is OFFLINE"_l1, function);
+    FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " server is OFFLINE"_l1, function);
     const QPointer<protobase_t> alive(this);
     if (isMaster()) {
-        FLOTROFOBUL_LOG_AS(6, QStringLiteral("E' master allora aggiorno il payload"), function);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("E' master allora aggiorno il payload"), function);
         system->setMasterData(withoutDeeperMasters(packet));
         Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), false, packet);
     }
@@ -228,17 +230,18 @@ void protoserver_t::processClient(const topic_t& topic, std::unique_ptr<system_t
     const QString id = node->getClientid();
     const bool online = node->getConnected();
     if (online) {
-        FLOTROFOBUL_LOG_AS(
-            4, "Receive presentation from local: "_l1 + id + " client is ONLINE "_l1 + topic.getOriginal(), function);
-        FLOTROFOBUL_LOG_AS(6, QStringLiteral("Add/Update client presentation"), function);
+        FLOTROFOBUL_LOG_AS(info,
+                           "Receive presentation from local: "_l1 + id + " client is ONLINE "_l1 + topic.getOriginal(),
+                           function);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update client presentation"), function);
         remove(formerClients, id);
         store(clients, std::move(node));
         if (topic.getDestination() != system->getClientid()) {
             publish_presentation(id);
         }
     } else {
-        FLOTROFOBUL_LOG_AS(4, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, function);
-        FLOTROFOBUL_LOG_AS(6, QStringLiteral("Remove client presentation"), function);
+        FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, function);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Remove client presentation"), function);
         remove(clients, id);
         remove(formerClients, id);
     }
@@ -267,13 +270,13 @@ void protoserver_t::remove(nodes_t& nodes, const QString& id)
 void protoserver_t::logServers() const
 {
     constexpr const char* function = "processPresentation";
-    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
+    if (!classlogs::getInstance()->isEnabled(info)) {
         return;
     }
-    FLOTROFOBUL_LOG_AS(4, "Server known: "_l1 + QString::number(servers.size()), function);
+    FLOTROFOBUL_LOG_AS(info, "Server known: "_l1 + QString::number(servers.size()), function);
     int number = 0;
     for (auto server = servers.cbegin(); server != servers.cend(); ++server) {
-        FLOTROFOBUL_LOG_AS(4,
+        FLOTROFOBUL_LOG_AS(info,
                            QString::number(number++) + ". "_l1 + server.key() + " - master id-"_l1 +
                                server.value()->getMasterId() + u'-',
                            function);
@@ -283,13 +286,13 @@ void protoserver_t::logServers() const
 void protoserver_t::logClients() const
 {
     constexpr const char* function = "processPresentation";
-    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
+    if (!classlogs::getInstance()->isEnabled(info)) {
         return;
     }
-    FLOTROFOBUL_LOG_AS(4, "Client connected: "_l1 + QString::number(clients.size()), function);
+    FLOTROFOBUL_LOG_AS(info, "Client connected: "_l1 + QString::number(clients.size()), function);
     int number = 0;
     for (auto client = clients.cbegin(); client != clients.cend(); ++client) {
-        FLOTROFOBUL_LOG_AS(4, QString::number(number++) + ". "_l1 + client.key(), function);
+        FLOTROFOBUL_LOG_AS(info, QString::number(number++) + ". "_l1 + client.key(), function);
     }
 }
 
@@ -300,11 +303,11 @@ bool protoserver_t::processRequestDB(topic_t topic, const QJsonValue& payload)
         if (!command.startsWith(kind.command)) {
             continue;
         }
-        FLOTROFOBUL_LOG(6, kind.announcement);
+        FLOTROFOBUL_LOG(detail, kind.announcement);
         QJsonObject packet = payload.toObject();
         addAddress(packet, topic, requestWord);
-        FLOTROFOBUL_LOG(6, "Request Message "_l1 + topicOf(packet));
-        FLOTROFOBUL_LOG(6, "Payload "_l1 + payload.toString());
+        FLOTROFOBUL_LOG(detail, "Request Message "_l1 + topicOf(packet));
+        FLOTROFOBUL_LOG(detail, "Payload "_l1 + payload.toString());
         Q_EMIT(this->*kind.report)(packet);
         return true;
     }
@@ -316,7 +319,7 @@ bool protoserver_t::processClientReady(topic_t topic, const QJsonValue& payload)
     if (topic.getValue() != readyCommand) {
         return false;
     }
-    FLOTROFOBUL_LOG(4, QStringLiteral("Client ready message"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Client ready message"));
     QJsonObject packet{{QStringLiteral("payload"), payload}};
     addAddress(packet, topic, requestWord);
     Q_EMIT onClientReady(packet);

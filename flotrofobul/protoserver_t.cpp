@@ -8,6 +8,7 @@
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_client_t;
 using utility::destination_publish_server_t;
 using utility::destination_subscription_t;
@@ -35,17 +36,17 @@ protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& _conf
 void protoserver_t::startUp()
 {
     constexpr const char* function = "protoserver_t";
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Init protocol for server "), function);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Init protocol for server "), function);
     const QString id = configuration->getMqtt()->getGlobal()->getInstallation_id();
     if (id.isEmpty()) {
-        FLOTROFOBUL_LOG_AS(3, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
+        FLOTROFOBUL_LOG_AS(warning, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
                            function);
-        FLOTROFOBUL_LOG_AS(3,
+        FLOTROFOBUL_LOG_AS(warning,
                            QStringLiteral("Installation id is empty  ... with this configuration it is not possible "
                                           "to communicate with the cloud ....."),
                            function);
     } else {
-        FLOTROFOBUL_LOG_AS(4, "Installation id is: "_l1 + id, function);
+        FLOTROFOBUL_LOG_AS(info, "Installation id is: "_l1 + id, function);
     }
     placeholders[DESTINATION] = {CLIENTID, destination_publish_server_t::all_servers.ToString(),
                                  destination_publish_server_t::all.ToString()};
@@ -55,7 +56,7 @@ void protoserver_t::startUp()
 
 protoserver_t::~protoserver_t()
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Destroy comunication base ..."));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Destroy comunication base ..."));
     qDeleteAll(clients);
     qDeleteAll(servers);
     qDeleteAll(formerClients);
@@ -101,7 +102,7 @@ void protoserver_t::init_subscription(subscribe_t mode)
 try {
     placeholders[CLIENTID] = {system->getClientid()}; // connecting may have changed it
     protobase_t::init_subscription(mode);
-    FLOTROFOBUL_LOG(4, QStringLiteral("Init subscription server"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Init subscription server"));
     const QLatin1String attempt =
         mode == utility::subscribe_topics ? "Try to subscribe server "_l1 : "Try to unsubscribe server "_l1;
     for (const QJsonValue value : subscriptions_server) {
@@ -110,11 +111,11 @@ try {
         if (topic.startsWith(PREFIX_PERFORMANCE) && !isStatusbroker()) {
             continue;
         }
-        FLOTROFOBUL_LOG(6, attempt + topic);
+        FLOTROFOBUL_LOG(detail, attempt + topic);
         subscribeOrNot(mode, topic, qosOf(entry));
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 void protoserver_t::init_bridge(subscribe_t mode)
@@ -126,7 +127,7 @@ void protoserver_t::init_bridge(subscribe_t mode)
 
 void protoserver_t::subscription_presentation()
 {
-    FLOTROFOBUL_LOG(0, QStringLiteral("Function not implemented"));
+    FLOTROFOBUL_LOG(fatal, QStringLiteral("Function not implemented"));
 }
 
 void protoserver_t::subscription_presentation(service_t service, subscribe_t mode)
@@ -142,7 +143,7 @@ try {
     const QString anyOrigin = any + u'/';
     QString topic = topicOf(presentation);
     topic_resolution(topic, any, any);
-    FLOTROFOBUL_LOG(6, "Try to subcription presentation: "_l1 + topic);
+    FLOTROFOBUL_LOG(detail, "Try to subcription presentation: "_l1 + topic);
     for (const QString& destination :
          {destination_publish_client_t::own_server.ToString(), destination_publish_server_t::all.ToString(),
           destination_publish_server_t::all_servers.ToString(), system->getClientid()}) {
@@ -152,12 +153,12 @@ try {
     }
     topic = topicOf(masterelection);
     topic_resolution(topic, any, any);
-    FLOTROFOBUL_LOG(6, "Try to subcription masterelection: "_l1 + topic);
+    FLOTROFOBUL_LOG(detail, "Try to subcription masterelection: "_l1 + topic);
     subscribeOrNot(mode, anyOrigin + topic, qosOf(masterelection));
     subscribeOrNot(mode, topic, qosOf(masterelection));
     subscribeOrNot(mode, topicOf(bridge_state), qosOf(bridge_state));
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }
 
 // Always on the forward bridge: servers of the same broker see it as any origin, and the bridge carries it on.
@@ -165,7 +166,7 @@ void protoserver_t::publish_presentation(const QString& destination)
 try {
     sendPresentation(destination, logSource);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }
 
 QString protoserver_t::topic_lastwillmessage(QString topic)

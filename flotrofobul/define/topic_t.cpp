@@ -11,6 +11,8 @@
 namespace comunication {
 namespace utility {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/define/topic_t";
@@ -120,7 +122,7 @@ topic_t::topic_t(const QString& topic, bool* ok) : original(topic), pattern(patt
     *ok = result == verdict::matches;
     if (result == verdict::differs) {
         // The line number is part of the text that the system's readers of logs know.
-        FLOTROFOBUL_LOG_AT(2, "Unknown topic not processing messsage: "_l1 + topic, "topic_t", logSource, 67);
+        FLOTROFOBUL_LOG_AT(error, "Unknown topic not processing messsage: "_l1 + topic, "topic_t", logSource, 67);
     }
 }
 

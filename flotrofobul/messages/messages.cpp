@@ -7,12 +7,15 @@
 namespace comunication {
 namespace message {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/messages/messages";
 
 // The line numbers are part of the texts that the system's readers of logs know.
-#define LOG_EXCEPTION_AT(line) FLOTROFOBUL_LOG_AT(1, QStringLiteral("Handling exception"), __func__, logSource, line)
+#define LOG_EXCEPTION_AT(line) \
+    FLOTROFOBUL_LOG_AT(caught, QStringLiteral("Handling exception"), __func__, logSource, line)
 
 template <typename Record>
 Record* find(const QMap<int, Record*>& records, int mid)

@@ -11,6 +11,8 @@
 namespace comunication {
 namespace brokerdiagnostic {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/utility/statusbroker";
@@ -264,8 +266,7 @@ void diagnostic_broker::updateMessage(const QString& topic, const QString& paylo
             rawMessages[topic] = payload;
         }
         if (!isBrokerTopic(topic)) {
-            FLOTROFOBUL_LOG_AT(::utility::logs::warning, QStringLiteral("No match generic topic"), function, logSource,
-                               __LINE__);
+            FLOTROFOBUL_LOG_AT(warning, QStringLiteral("No match generic topic"), function, logSource, __LINE__);
             return;
         }
         if ((storeBrokerBridgeConnection && storeBridge(*this, topic, payload)) ||
@@ -277,8 +278,7 @@ void diagnostic_broker::updateMessage(const QString& topic, const QString& paylo
             logging->lines->append(payload);
         }
         // Log lines are reported too: they are no statistics.
-        FLOTROFOBUL_LOG_AT(::utility::logs::warning, topic % " .......... NO REGISTER"_l1, function, logSource,
-                           __LINE__);
+        FLOTROFOBUL_LOG_AT(warning, topic % " .......... NO REGISTER"_l1, function, logSource, __LINE__);
     });
 }
 

@@ -12,6 +12,8 @@
 namespace comunication {
 namespace utility {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/utility/system_t";
@@ -75,7 +77,7 @@ try {
     setClientId(hostname);
     return clientid;
 } catch (...) {
-    FLOTROFOBUL_LOG_AT(1, QStringLiteral("Handling generic exception."), __func__, logSource, 177);
+    FLOTROFOBUL_LOG_AT(caught, QStringLiteral("Handling generic exception."), __func__, logSource, 177);
     return clientid;
 }
 
@@ -88,7 +90,7 @@ void system_t::setClientId(QString id)
 bool system_t::checkNetwork()
 try {
     networkUp = false;
-    FLOTROFOBUL_LOG_AT(6, QStringLiteral("Check network"), __func__, logSource, 190);
+    FLOTROFOBUL_LOG_AT(detail, QStringLiteral("Check network"), __func__, logSource, 190);
     const auto all = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface& interface : all) {
         if (interface.hardwareAddress() == "00:00:00:00:00:00"_l1) {
@@ -101,7 +103,7 @@ try {
                 continue;
             }
             networkUp = networkUp || interface.flags().testFlag(QNetworkInterface::IsUp);
-            FLOTROFOBUL_LOG_AT(4,
+            FLOTROFOBUL_LOG_AT(info,
                                typeText(interface.type()) + " -- "_l1 + flagsText(interface.flags()) + " > "_l1 +
                                    interface.humanReadableName() + " - "_l1 + ip + " - "_l1 +
                                    interface.hardwareAddress(),
@@ -111,7 +113,7 @@ try {
     }
     return networkUp;
 } catch (...) {
-    FLOTROFOBUL_LOG_AT(1, QStringLiteral("Handling generic exception."), __func__, logSource, 218);
+    FLOTROFOBUL_LOG_AT(caught, QStringLiteral("Handling generic exception."), __func__, logSource, 218);
     return networkUp;
 }
 
