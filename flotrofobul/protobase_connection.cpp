@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Connection and disconnection, and what the broker client says of the link.
+#include <flotrofobul/protobase_t.h>
+
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
-#include <flotrofobul/protobase_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QTimer>

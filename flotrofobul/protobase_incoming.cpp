@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Messages and acknowledgements of the broker.
+#include <flotrofobul/protobase_t.h>
+
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/logs/log_line.h>
-#include <flotrofobul/protobase_t.h>
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
 

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Publishing and subscribing: placeholders, the payload's wrapping and encoding, presentations.
+#include <flotrofobul/protobase_t.h>
+
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
-#include <flotrofobul/protobase_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QDateTime>

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Construction, configuration, and the broker client with its security and last will.
+#include <flotrofobul/protobase_t.h>
+
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
@@ -7,7 +9,6 @@
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
-#include <flotrofobul/protobase_t.h>
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
 
@@ -69,8 +70,8 @@ bool writeWhole(QFileDevice& file, const QByteArray& text)
 
 } // namespace
 
-protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool _encoding)
-    : closeDelay(new QTimer(this))
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding)
+    : encoding(encoding), closeDelay(new QTimer(this))
 {
     FLOTROFOBUL_LOG(info, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
     int major = 0;
@@ -78,7 +79,6 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
     int patch = 0;
     mosquittopp::lib_version(&major, &minor, &patch);
     FLOTROFOBUL_LOG(info, QStringLiteral("Running on libmosquitto %1.%2.%3").arg(major).arg(minor).arg(patch));
-    encoding = _encoding;
     messages = std::make_unique<message::classmessages>();
     system = new system_t(versionApp, service, clientId, nullptr);
     configuration = new config::mosquittocnf;
@@ -93,13 +93,13 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
     QObject::connect(closeDelay, &QTimer::timeout, this, [this] { client->disconnect_sync(); });
 }
 
-protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& _configPath,
-                         const QString& clientId, bool _encoding)
-    : protobase_t(service, versionApp, clientId, _encoding)
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& path, const QString& clientId,
+                         bool encoding)
+    : protobase_t(service, versionApp, clientId, encoding)
 {
     try {
-        configPath = _configPath;
-        readConfigFromFile(configPath);
+        configPath = path;
+        readConfigFromFile(path);
         takeConfiguration();
     } catch (...) {
         // An engine without its configuration still runs on the defaults.
@@ -107,8 +107,8 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
 }
 
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QJsonObject& json, const QString& clientId,
-                         bool _encoding)
-    : protobase_t(service, versionApp, clientId, _encoding)
+                         bool encoding)
+    : protobase_t(service, versionApp, clientId, encoding)
 {
     try {
         readConfigFromJson(json);

@@ -68,10 +68,10 @@ public:
     /// defaults.
     /// @param service      role of the node
     /// @param versionApp   version of the host application, presented to the other nodes
-    /// @param configPath   JSON file
+    /// @param path         JSON file
     /// @param clientId     MQTT client id, taken as given; when blank it is made from role and host name
     /// @param encoding     whether payloads are sent as Base64
-    protobase_t(service_t service, const QString& versionApp, const QString& configPath, const QString& clientId,
+    protobase_t(service_t service, const QString& versionApp, const QString& path, const QString& clientId,
                 bool encoding);
     /// The same from a configuration object.
     protobase_t(service_t service, const QString& versionApp, const QJsonObject& configuration, const QString& clientId,

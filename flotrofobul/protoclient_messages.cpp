@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What arrives at a client.
+#include <flotrofobul/protoclient_t.h>
+
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/logs/log_line.h>
-#include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QRegExp>

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Start-up, presentation and subscriptions of a client.
+#include <flotrofobul/protoclient_t.h>
+
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/logs/log_line.h>
-#include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
@@ -18,16 +19,16 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclie
 
 } // namespace
 
-protoclient_t::protoclient_t(const QString& versionApp, const QString& _configPath, const QString& clientId,
-                             bool _encoding)
-    : protobase_t(service_t::client, versionApp, _configPath, clientId, _encoding)
+protoclient_t::protoclient_t(const QString& versionApp, const QString& configPath, const QString& clientId,
+                             bool encoding)
+    : protobase_t(service_t::client, versionApp, configPath, clientId, encoding)
 {
     startUp();
 }
 
-protoclient_t::protoclient_t(const QString& versionApp, const QJsonObject& _configuration, const QString& clientId,
-                             bool _encoding)
-    : protobase_t(service_t::client, versionApp, _configuration, clientId, _encoding)
+protoclient_t::protoclient_t(const QString& versionApp, const QJsonObject& configuration, const QString& clientId,
+                             bool encoding)
+    : protobase_t(service_t::client, versionApp, configuration, clientId, encoding)
 {
     startUp();
 }

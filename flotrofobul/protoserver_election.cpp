@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Who is master. Nothing is compared and nobody votes: the last announcement wins.
+#include <flotrofobul/protoserver_t.h>
+
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/logs/log_line.h>
-#include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {

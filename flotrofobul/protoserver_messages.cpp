@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What arrives at a server, and what the broker's link brings.
+#include <flotrofobul/protoserver_t.h>
+
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/logs/log_line.h>
-#include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <utility>

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Start-up, bridges and subscriptions of a server.
+#include <flotrofobul/protoserver_t.h>
+
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/logs/log_line.h>
-#include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
@@ -19,16 +20,16 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserv
 
 } // namespace
 
-protoserver_t::protoserver_t(const QString& versionApp, const QString& _configPath, bool _defaultMaster,
-                             const QString& clientId, bool _encoding)
-    : protobase_t(service_t::server, versionApp, _configPath, clientId, _encoding), defaultMaster(_defaultMaster)
+protoserver_t::protoserver_t(const QString& versionApp, const QString& configPath, bool defaultMaster,
+                             const QString& clientId, bool encoding)
+    : protobase_t(service_t::server, versionApp, configPath, clientId, encoding), defaultMaster(defaultMaster)
 {
     startUp();
 }
 
-protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& _configuration, bool _defaultMaster,
-                             const QString& clientId, bool _encoding)
-    : protobase_t(service_t::server, versionApp, _configuration, clientId, _encoding), defaultMaster(_defaultMaster)
+protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& configuration, bool defaultMaster,
+                             const QString& clientId, bool encoding)
+    : protobase_t(service_t::server, versionApp, configuration, clientId, encoding), defaultMaster(defaultMaster)
 {
     startUp();
 }

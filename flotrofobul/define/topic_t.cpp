@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <flotrofobul/define/define.h>
 #include <flotrofobul/define/topic_t.h>
+
+#include <flotrofobul/define/define.h>
 #include <flotrofobul/platform/logs/log_line.h>
 
 #include <QtCore/QRegExp>
@@ -115,12 +116,12 @@ void topic_t::setInstallationid(const QString& id)
 
 topic_t::topic_t(const QString& topic, bool* ok) : original(topic), pattern(patternWithoutId)
 {
-    verdict result = parseByHand();
-    if (result == verdict::unknown) {
+    verdict_t result = parseByHand();
+    if (result == verdict_t::unknown) {
         result = parseByExpression();
     }
-    *ok = result == verdict::matches;
-    if (result == verdict::differs) {
+    *ok = result == verdict_t::matches;
+    if (result == verdict_t::differs) {
         // The line number is part of the text that the system's readers of logs know.
         FLOTROFOBUL_LOG_AT(error, "Unknown topic not processing messsage: "_l1 + topic, "topic_t", logSource, 67);
     }
@@ -129,17 +130,17 @@ topic_t::topic_t(const QString& topic, bool* ok) : original(topic), pattern(patt
 // Six times faster than the expression. It knows ASCII topics under an id of letters, digits and "_"; what
 // counts as a word character beyond ASCII, or what another id does to its character class, only the
 // expression tells.
-topic_t::verdict topic_t::parseByHand()
+topic_t::verdict_t topic_t::parseByHand()
 {
     static constexpr std::array<bool, 128> admitted = admittedAscii();
 
     if (!grammar.plainId) {
-        return verdict::unknown;
+        return verdict_t::unknown;
     }
     QStringView rest(original);
     for (const QChar c : rest) {
         if (c.unicode() >= 128) {
-            return verdict::unknown;
+            return verdict_t::unknown;
         }
     }
     QStringView bridge;
@@ -154,7 +155,7 @@ topic_t::verdict topic_t::parseByHand()
         rest = rest.mid(1);
     }
     if (!rest.startsWith(LOCAL_PREFIX) || rest.size() == LOCAL_PREFIX.size() || rest[LOCAL_PREFIX.size()] != u'/') {
-        return verdict::differs;
+        return verdict_t::differs;
     }
     rest = rest.mid(LOCAL_PREFIX.size() + 1);
     QStringView ofPlain;
@@ -162,11 +163,11 @@ topic_t::verdict topic_t::parseByHand()
     QStringView ofDestination;
     if (!takeLevel(grammar.ofId, rest, ofPlain) || !takeLevel(admitted, rest, ofSender) ||
         !takeLevel(admitted, rest, ofDestination) || rest.isEmpty()) {
-        return verdict::differs;
+        return verdict_t::differs;
     }
     for (const QChar c : rest) {
         if (c != u'/' && !admitted[c.unicode()]) {
-            return verdict::differs;
+            return verdict_t::differs;
         }
     }
     origin = bridge.toString();
@@ -175,17 +176,17 @@ topic_t::verdict topic_t::parseByHand()
     sender = ofSender.toString();
     destination = ofDestination.toString();
     value = rest.toString();
-    return verdict::matches;
+    return verdict_t::matches;
 }
 
-topic_t::verdict topic_t::parseByExpression()
+topic_t::verdict_t topic_t::parseByExpression()
 {
     QRegExp expression = grammar.expression; // its captures belong to this topic alone
     if (!expression.exactMatch(original)) {
-        return verdict::differs;
+        return verdict_t::differs;
     }
     if (expression.captureCount() < topic_min_len) {
-        return verdict::unknown;
+        return verdict_t::unknown;
     }
     origin = expression.cap(1);
     int next = 2;
@@ -197,7 +198,7 @@ topic_t::verdict topic_t::parseByExpression()
     sender = expression.cap(next + 1);
     destination = expression.cap(next + 2);
     value = expression.cap(next + 3);
-    return verdict::matches;
+    return verdict_t::matches;
 }
 
 } // namespace utility

@@ -45,9 +45,9 @@ public:
     QString getOriginal() const { return original; }       ///< the whole topic as received
 
 private:
-    enum class verdict { matches, differs, unknown };
-    [[nodiscard]] verdict parseByHand();
-    [[nodiscard]] verdict parseByExpression();
+    enum class verdict_t { matches, differs, unknown };
+    [[nodiscard]] verdict_t parseByHand();
+    [[nodiscard]] verdict_t parseByExpression();
 
     QString origin;
     QString local;

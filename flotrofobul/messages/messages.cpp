@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <flotrofobul/messages/messages.h>
+
 #include <flotrofobul/platform/logs/log_line.h>
 
 #include <utility>
@@ -53,28 +54,28 @@ classmessage::classmessage() : timeCreation(QDateTime::currentMSecsSinceEpoch())
 classsubscribe::classsubscribe(QObject* /*parent*/)
 {}
 
-classsubscribe::classsubscribe(const QString& _topic, qos_t _qos, int _mid, state_req_t _state, QObject* parent)
+classsubscribe::classsubscribe(const QString& topic, qos_t qos, int mid, state_req_t state, QObject* parent)
     : classsubscribe(parent)
 {
-    setTopic(_topic);
-    setQos(_qos);
-    setMid(_mid);
-    setState(_state);
+    setTopic(topic);
+    setQos(qos);
+    setMid(mid);
+    setState(state);
 }
 
 classpublish::classpublish(QObject* /*parent*/)
 {}
 
-classpublish::classpublish(const QString& _topic, const QString& _payload, int _mid, qos_t _qos, bool _retainflag,
-                           state_req_t _state, QObject* parent)
+classpublish::classpublish(const QString& topic, const QString& payload, int mid, qos_t qos, bool retainflag,
+                           state_req_t state, QObject* parent)
     : classpublish(parent)
 {
-    setTopic(_topic);
-    setPayload(_payload);
-    setQos(_qos);
-    setRetainflag(_retainflag);
-    setMid(_mid);
-    setState(_state);
+    setTopic(topic);
+    setPayload(payload);
+    setQos(qos);
+    setRetainflag(retainflag);
+    setMid(mid);
+    setState(state);
 }
 
 classmessages::classmessages()

@@ -26,13 +26,13 @@ public:
     /// Local time at which the record was made.
     QDateTime getTimeCreation() const { return QDateTime::fromMSecsSinceEpoch(timeCreation); }
     QString getTopic() const { return topic; }
-    void setTopic(const QString& _topic) { topic = _topic; }
+    void setTopic(const QString& value) { topic = value; }
     qos_t getQos() const { return qos; }
-    void setQos(const qos_t& _qos) { qos = _qos; }
+    void setQos(const qos_t& value) { qos = value; }
     state_req_t getState() const { return state; }
-    void setState(const state_req_t& _state) { state = _state; }
+    void setState(const state_req_t& value) { state = value; }
     int getMid() const { return mid; }
-    void setMid(int _mid) { mid = _mid; }
+    void setMid(int value) { mid = value; }
 
 private:
     qint64 timeCreation; ///< since the epoch: reading the local zone costs more than all the rest of a record
@@ -53,7 +53,7 @@ class FLOTROFOBUL_EXPORT classsubscribe : public QObject, public classmessage {
 
 public:
     explicit classsubscribe(QObject* parent);
-    classsubscribe(const QString& _topic, qos_t _qos, int _mid, state_req_t _state, QObject* parent);
+    classsubscribe(const QString& topic, qos_t qos, int mid, state_req_t state, QObject* parent);
 
     /// Null: no operation of the registry sets it.
     QDateTime getTimeSubsciption() const { return timeSubscription; }
@@ -75,17 +75,17 @@ class FLOTROFOBUL_EXPORT classpublish : public QObject, public classmessage {
 
 public:
     explicit classpublish(QObject* parent);
-    classpublish(const QString& _topic, const QString& _payload, int _mid, qos_t _qos, bool _retainflag,
-                 state_req_t _state, QObject* parent);
+    classpublish(const QString& topic, const QString& payload, int mid, qos_t qos, bool retainflag, state_req_t state,
+                 QObject* parent);
 
     /// Null: no operation of the registry sets it.
     QDateTime getTimePublication() const { return timePublication; }
     QString getPayload() const { return payload; }
-    void setPayload(const QString& _payload) { payload = _payload; }
+    void setPayload(const QString& value) { payload = value; }
     bool getRetainflag() const { return retainflag; }
-    void setRetainflag(bool _retainflag) { retainflag = _retainflag; }
+    void setRetainflag(bool value) { retainflag = value; }
     bool getDubflag() const { return dubflag; } ///< the MQTT duplicate flag
-    void setDubflag(bool _dubflag) { dubflag = _dubflag; }
+    void setDubflag(bool value) { dubflag = value; }
 
 private:
     QDateTime timePublication;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/utility/system_t.h>
+
+#include <flotrofobul/platform/logs/log_line.h>
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QFile>
@@ -138,19 +139,19 @@ service_t system_t::getServiceType() const
     return type == service_t::server.ToString() ? service_t::server : service_t::client;
 }
 
-void system_t::setMasterId(const QString& _masterid)
+void system_t::setMasterId(const QString& id)
 {
     const QString old = masterid;
-    masterid = _masterid;
+    masterid = id;
     if (old != masterid) {
         Q_EMIT changeMasterIdEvent(masterid);
     }
 }
 
-void system_t::setMaster(const QString& _masterid, const QJsonObject& _masterData)
+void system_t::setMaster(const QString& id, const QJsonObject& data)
 {
-    masterData = _masterData;
-    setMasterId(_masterid);
+    masterData = data;
+    setMasterId(id);
 }
 
 void system_t::setPublishDate(const QDateTime& date)

@@ -58,8 +58,8 @@ public:
     /// Server when the type is "server", else client; the type's text may hold anything (getType()).
     service_t getServiceType() const;
     /// Sets the master; emits changeMasterIdEvent() when the id changes.
-    void setMasterId(const QString& _masterid);
-    void setMaster(const QString& _masterid, const QJsonObject& _masterData);
+    void setMasterId(const QString& id);
+    void setMaster(const QString& id, const QJsonObject& data);
     /// Stores the time of a presentation as text (Qt::TextDate).
     void setPublishDate(const QDateTime& date);
 
@@ -78,7 +78,7 @@ public:
     QMap<QString, QString> getHash() const { return hash; }
     QString getId_prefix() const { return id_prefix; }
 
-    void setConnected(bool _connected) { connected = _connected; }
+    void setConnected(bool on) { connected = on; }
     void setBrokerip(const QString& ip) { brokerip = ip; }
     void setMasterData(const QJsonObject& data) { masterData = data; }
 

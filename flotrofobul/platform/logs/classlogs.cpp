@@ -26,14 +26,14 @@ QtMsgType messageType(int level)
 
 // The sink is shared, so that a thread that is just logging keeps the one it took while another
 // thread sets a new one. Never destroyed: an engine with static storage logs from its destructor.
-struct sink_holder {
+struct sink_holder_t {
     std::mutex mutex;
     std::shared_ptr<const classlogs::Sink> sink;
 };
 
-sink_holder& holder()
+sink_holder_t& holder()
 {
-    static auto* const only = new sink_holder;
+    static auto* const only = new sink_holder_t;
     return *only;
 }
 
