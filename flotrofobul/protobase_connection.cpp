@@ -2,11 +2,10 @@
 // Connection and disconnection, and what the broker client says of the link.
 #include <flotrofobul/protobase_t.h>
 
-#include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QTimer>
@@ -60,6 +59,12 @@ constexpr link_texts_t disconnectionTexts{{
     {anyOther, ") Disconnection Refused: unknown reason "},
 }};
 
+QString addressOf(const config::mosquittocnf& configuration)
+{
+    const auto* const global = configuration.getMqtt()->getGlobal();
+    return global->getHost() + u':' + QString::number(global->getPort());
+}
+
 void logLink(const link_texts_t& texts, int rc, const QString& address, const char* function)
 {
     const auto* const known =
@@ -98,38 +103,32 @@ try {
     if (client == nullptr) {
         FLOTROFOBUL_LOG(info, QStringLiteral("Init comunication"));
         prepared = init_comunication();
-    } else {
-        followClientId(formerId);
+    } else if (system->getClientid() != formerId) {
+        // The broker client takes the new id, and the last will in its name, from its next session on.
+        client->setClientId(system->getClientid());
+        init_lastWillMessage();
     }
     if (closeDelay->isActive()) {
         // The last will is on its way to the other nodes; only a new session brings this one back to them.
         closeDelay->stop();
-        brokerClient().disconnect_sync();
+        shared_t::brokerClient(*this).disconnect_sync();
     }
-    FLOTROFOBUL_LOG(detail, "Try to connect: "_l1 + brokerAddress() + " with id: "_l1 + system->getClientid());
+    FLOTROFOBUL_LOG(detail,
+                    "Try to connect: "_l1 + addressOf(*configuration) + " with id: "_l1 + system->getClientid());
     const int keepalive = std::max(configuration->getMqtt()->getConnect()->getKeepalive(), leastKeepalive);
-    const int rc = async ? brokerClient().connect_async(global->getHost(), global->getPort(), keepalive)
-                         : brokerClient().connect_sync(global->getHost(), global->getPort(), keepalive);
-    logLink(connectionTexts, rc, brokerAddress(), __func__);
+    const int rc = async ? shared_t::brokerClient(*this).connect_async(global->getHost(), global->getPort(), keepalive)
+                         : shared_t::brokerClient(*this).connect_sync(global->getHost(), global->getPort(), keepalive);
+    logLink(connectionTexts, rc, addressOf(*configuration), __func__);
     return rc | prepared;
 } catch (...) {
     FLOTROFOBUL_LOG(fatal, exceptionText("Handling exception "_l1, "Handling generic exception. Exit"_l1));
     return -1;
 }
 
-// A broker client that exists already takes the new id, and a last will in its name, from its next session on.
-void protobase_t::followClientId(const QString& former)
-{
-    if (system->getClientid() != former) {
-        client->setClientId(system->getClientid());
-        init_lastWillMessage();
-    }
-}
-
 int protobase_t::disconnection(bool _sendLastWill)
 try {
     FLOTROFOBUL_LOG(detail, QStringLiteral("Try to disconnect"));
-    auto& broker = brokerClient();
+    auto& broker = shared_t::brokerClient(*this);
     if (!_sendLastWill) {
         closeDelay->stop();
         return broker.disconnect_sync();
@@ -184,12 +183,6 @@ void protobase_t::setMosquittoLog(bool on)
     }
 }
 
-QString protobase_t::brokerAddress() const
-{
-    const auto* const global = configuration->getMqtt()->getGlobal();
-    return global->getHost() + u':' + QString::number(global->getPort());
-}
-
 void protobase_t::on_connect(int rc)
 {
     guarded(__func__, logSource, [&] { onConnect(rc); });
@@ -201,7 +194,7 @@ void protobase_t::on_connect_with_flags(int rc, int flags)
 {
     const QPointer<protobase_t> alive(this);
     const char* const function = __func__;
-    guarded(function, logSource, [&] { logLink(connectionTexts, rc, brokerAddress(), function); });
+    guarded(function, logSource, [&] { logLink(connectionTexts, rc, addressOf(*configuration), function); });
     guarded(function, logSource, [&] { onConnect_with_flags(rc, flags); });
     if (alive) {
         guarded(function, logSource, [&] { Q_EMIT onBrokerConnection(rc, flags); });
@@ -212,7 +205,7 @@ void protobase_t::on_disconnect(int rc)
 {
     const QPointer<protobase_t> alive(this);
     const char* const function = __func__;
-    guarded(function, logSource, [&] { logLink(disconnectionTexts, rc, brokerAddress(), function); });
+    guarded(function, logSource, [&] { logLink(disconnectionTexts, rc, addressOf(*configuration), function); });
     guarded(function, logSource, [&] { messages->reset(); });
     guarded(function, logSource, [&] { onDisconnect(rc); });
     if (alive) {

@@ -16,9 +16,11 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
 
-const QString bridgeStatePrefix = QStringLiteral("$SYS/broker/connection/");
-const QString payloadUp = QStringLiteral("1");
-const QString payloadDown = QStringLiteral("0");
+void logPending(message::classmessages& messages, const char* function)
+{
+    FLOTROFOBUL_LOG_AS(detail, "Published: "_l1 + QString::number(messages.getPublications()->size()), function);
+    FLOTROFOBUL_LOG_AS(detail, "Subscribe: "_l1 + QString::number(messages.getSubscriptions()->size()), function);
+}
 
 } // namespace
 
@@ -74,7 +76,7 @@ void protobase_t::on_publish(int mid)
             FLOTROFOBUL_LOG_AS(warning, "Publish topic with mid "_l1 + QString::number(mid) + " not found!"_l1,
                                function);
         }
-        logPending(function);
+        logPending(*messages, function);
     });
     guarded(function, logSource, [&] { onPublish(mid); });
 }
@@ -95,7 +97,7 @@ void protobase_t::on_subscribe(int mid, int qos_count, const int* granted_qos)
             FLOTROFOBUL_LOG_AS(warning, "Subscribe topic with mid "_l1 + QString::number(mid) + " not found!"_l1,
                                function);
         }
-        logPending(function);
+        logPending(*messages, function);
     });
     guarded(function, logSource, [&] { onSubscribe(mid, qos_count, granted_qos, topic); });
 }
@@ -119,45 +121,6 @@ void protobase_t::on_unsubscribe(int mid)
         }
     });
     guarded(function, logSource, [&] { onUnsubscribe(mid, topic); });
-}
-
-void protobase_t::logPending(const char* function) const
-{
-    FLOTROFOBUL_LOG_AS(detail, "Published: "_l1 + QString::number(messages->getPublications()->size()), function);
-    FLOTROFOBUL_LOG_AS(detail, "Subscribe: "_l1 + QString::number(messages->getSubscriptions()->size()), function);
-}
-
-// A bridge between servers is called <anything>-<anything>-<server>-<server>; others have shorter names.
-void protobase_t::reportBridgeState(const QString& topic, const QString& payload, const char* source)
-{
-    constexpr const char* function = "onChangeStausBroker";
-    if (!topic.startsWith(bridgeStatePrefix)) {
-        return;
-    }
-    const QPointer<protobase_t> alive(this);
-    const QString name = topic.section(u'/', 3, 3);
-    const bool up = payload == payloadUp;
-    Q_EMIT onBridgeConnectionEvent(topic, name, payload);
-    if (!alive) {
-        return;
-    }
-    const QStringList pieces = name.split(u'-');
-    if (pieces.size() < 4) {
-        // No blank before the second text: readers of logs know it so.
-        FLOTROFOBUL_LOG_AT(warning, "Bridging "_l1 + name + (up ? " is UP"_l1 : "is DOWN"_l1), function, source,
-                           __LINE__);
-        return;
-    }
-    const QString joined = "server: "_l1 + pieces[2] + " to "_l1 + pieces[3];
-    FLOTROFOBUL_LOG_AT(warning, "Bridging with "_l1 + joined + (up ? " is UP"_l1 : " is DOWN"_l1), function, source,
-                       __LINE__);
-    const QString serverPrefix = system->getId_prefix() + service_t::server.ToString() + u'-';
-    const QString master = system->getMasterId();
-    if (payload == payloadDown && (master == serverPrefix + pieces[2] || master == serverPrefix + pieces[3])) {
-        FLOTROFOBUL_LOG_AT(warning, "Comunication that bridging with "_l1 + joined + " is DOWN"_l1, function, source,
-                           __LINE__);
-        Q_EMIT onMasterBridgeError();
-    }
 }
 
 } // namespace comunication

@@ -2,17 +2,16 @@
 // Publishing and subscribing: placeholders, the payload's wrapping and encoding, presentations.
 #include <flotrofobul/protobase_t.h>
 
-#include <flotrofobul/define/packet.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
-#include <QtCore/QDateTime>
 #include <QtCore/QVector>
 
 #include <algorithm>
+#include <utility>
 
 namespace comunication {
 
@@ -23,9 +22,6 @@ namespace {
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
 
 const QString packetPrefix = FORWARD_PREFIX + u'/' + PREFIX + u'/';
-const QString presentationTopic = FORWARD_PREFIX + u'/' + topicOf(presentation);
-const qos_t presentationQos = qosOf(presentation);
-const bool presentationRetain = presentation["retain"_l1].toBool();
 const QString performanceTopic = topicOf(performance);
 
 constexpr auto withoutPadding = QByteArray::Base64Encoding | QByteArray::OmitTrailingEquals;
@@ -43,6 +39,11 @@ void putInPlace(QString& topic, const QString& placeholder, const QString& word)
         }
         at = topic.indexOf(u'@', at);
     }
+}
+
+QString payloadText(bool encoding, const QByteArray& bytes, QByteArray::Base64Options options)
+{
+    return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes);
 }
 
 using placeholders_t = QMap<QString, QList<QString>>;
@@ -90,35 +91,21 @@ bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders
 void protobase_t::init_subscription(subscribe_t which)
 try {
     FLOTROFOBUL_LOG(info, QStringLiteral("Init subscriptions "));
-    const bool on = which == utility::subscribe_topics;
-    const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
     for (const QJsonValue member : subscriptions) {
         const QString topic = member["topic"_l1].toString();
         const auto qos = static_cast<qos_t>(member["qos"_l1].toInt());
-        if (topic == performanceTopic) {
-            if (statusbroker) {
-                FLOTROFOBUL_LOG(detail, attempt + topic);
-                subscribeOrNot(which, topic, qos);
-            }
+        const bool ofBroker = topic == performanceTopic;
+        if (ofBroker && !statusbroker) {
             continue;
         }
-        FLOTROFOBUL_LOG(detail, attempt + topic);
-        subscribeOrNot(which, topic, qos);
-        for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
-            subscribeOrNot(which, *bridge + u'/' + topic, qos);
+        FLOTROFOBUL_LOG(detail, clientAttempt(which) + topic);
+        subscribeOrNot(*this, which, topic, qos);
+        if (!ofBroker) {
+            subscribeThrough(*this, which, mainBridges, topic, qos);
         }
     }
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
-}
-
-void protobase_t::subscribeOrNot(subscribe_t which, const QString& topic, qos_t qos)
-{
-    if (which == utility::subscribe_topics) {
-        subscribe(topic, qos);
-    } else {
-        unsubscribe(topic);
-    }
 }
 
 void protobase_t::subscribe(const QString& topic, qos_t qos)
@@ -126,10 +113,10 @@ try {
     QList<QString> topics{topic};
     topic_subscribe_resolution(topics);
     for (QString& one : topics) {
-        one.replace(INSTALLATIONID, installationId());
+        one.replace(INSTALLATIONID, shared_t::installationId(*this));
         FLOTROFOBUL_LOG(detail, "Try to subscribe topic: "_l1 + one + " qos: "_l1 + QString::number(qos));
         int mid = 0;
-        brokerClient().subscribe(&mid, one, qos);
+        shared_t::brokerClient(*this).subscribe(&mid, one, qos);
         messages->addSubscription(mid, one, qos);
     }
 } catch (...) {
@@ -149,9 +136,9 @@ try {
         }
         const auto* const record = messages->getSubsciption(held);
         const qos_t qos = record != nullptr ? record->getQos() : utility::at_most_once;
-        auto& broker = brokerClient();
+        auto& broker = shared_t::brokerClient(*this);
         messages->removeSubsciption(held);
-        one.replace(INSTALLATIONID, installationId());
+        one.replace(INSTALLATIONID, shared_t::installationId(*this));
         FLOTROFOBUL_LOG(detail, "Try to unsubscribe topic: "_l1 + one);
         int mid = 0;
         broker.unsubscribe(&mid, one);
@@ -183,28 +170,21 @@ void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
 
 void protobase_t::publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain)
 {
-    send(topic, payload, qos, retain);
+    protobase_t::publish(std::move(topic), QJsonValue(payload), qos, retain);
 }
 
 void protobase_t::publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain)
-{
-    send(topic, payload, qos, retain);
-}
-
-void protobase_t::send(QString& topic, const QJsonValue& payload, qos_t qos, bool retain)
 try {
     topic_publish_resolution_sender(topic);
-    putInPlace(topic, INSTALLATIONID, installationId());
-    FLOTROFOBUL_LOG_AS(detail,
-                       "Try to publish topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
-                           QString::number(retain),
-                       "publish");
+    putInPlace(topic, INSTALLATIONID, shared_t::installationId(*this));
+    FLOTROFOBUL_LOG(detail, "Try to publish topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
+                                QString::number(retain));
     const QString text = Encode(QJsonObject{{dataKey, payload}});
     int mid = 0;
-    brokerClient().publish(&mid, topic, text, qos, retain);
+    shared_t::brokerClient(*this).publish(&mid, topic, text, qos, retain);
     messages->addPublication(mid, topic, text, qos, retain);
 } catch (...) {
-    FLOTROFOBUL_LOG_AS(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1), "publish");
+    FLOTROFOBUL_LOG(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1));
 }
 
 void protobase_t::publish(const QJsonObject& packet, qos_t /*qos*/, bool retain)
@@ -233,7 +213,7 @@ try {
     body.remove("topic"_l1);
     body.remove("destination"_l1);
     // Packets of the host always go at QoS 2, and not through an override of a role.
-    protobase_t::publish(topic, body, utility::exactly_once, retain);
+    protobase_t::publish(std::move(topic), body, utility::exactly_once, retain);
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1));
 }
@@ -283,12 +263,12 @@ try {
 
 QString protobase_t::Encode(const QJsonObject& object)
 {
-    return encoded(QJsonDocument(object).toJson(QJsonDocument::Compact), withoutPadding);
+    return payloadText(encoding, QJsonDocument(object).toJson(QJsonDocument::Compact), withoutPadding);
 }
 
 QString protobase_t::Encode(const QString& text)
 {
-    return encoding ? encoded(text.toUtf8(), QByteArray::Base64Encoding) : text;
+    return encoding ? payloadText(encoding, text.toUtf8(), QByteArray::Base64Encoding) : text;
 }
 
 QString protobase_t::Encode(const QJsonValue& value)
@@ -296,25 +276,7 @@ QString protobase_t::Encode(const QJsonValue& value)
     if (value.isObject()) {
         return Encode(value.toObject());
     }
-    return encoded(value.toString().toUtf8(), withoutPadding);
-}
-
-QString protobase_t::encoded(const QByteArray& bytes, QByteArray::Base64Options options) const
-{
-    return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes);
-}
-
-void protobase_t::sendPresentation(const QString& destination, const char* source)
-{
-    system->setPublishDate(QDateTime::currentDateTime());
-    QJsonObject packet = serializedSystem();
-    QString topic = presentationTopic;
-    topic_resolution_destination(topic, destination);
-    FLOTROFOBUL_LOG_AT(detail, "Try to public remote presentation: "_l1 + topic, "publish_presentation", source,
-                       __LINE__);
-    packet.insert("publishDate"_l1, system->getPublishDate());
-    packet.insert("connected"_l1, getConnected());
-    publish(topic, packet, presentationQos, presentationRetain);
+    return payloadText(encoding, value.toString().toUtf8(), withoutPadding);
 }
 
 } // namespace comunication

@@ -2,13 +2,12 @@
 // Construction, configuration, and the broker client with its security and last will.
 #include <flotrofobul/protobase_t.h>
 
-#include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
 
@@ -19,7 +18,6 @@
 #include <QtCore/QTimer>
 
 #include <mutex>
-#include <stdexcept>
 
 namespace comunication {
 
@@ -28,16 +26,6 @@ using namespace ::utility::logs;
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
-
-QJsonObject cutMasters(QJsonObject record, int levels)
-{
-    const QString key = QStringLiteral("masterData");
-    const QJsonObject inner = record.value(key).toObject();
-    if (!inner.isEmpty()) {
-        record.insert(key, levels > 1 ? cutMasters(inner, levels - 1) : QJsonObject());
-    }
-    return record;
-}
 
 bool isSpecial(const QString& path)
 {
@@ -66,6 +54,33 @@ bool writeWhole(QFileDevice& file, const QByteArray& text)
     }
     auto* const saved = qobject_cast<QSaveFile*>(&file);
     return saved == nullptr || saved->commit();
+}
+
+// An engine that could not read its configuration still runs on the defaults.
+template <typename Read>
+void configure(Read&& read, const config::mosquittocnf& configuration, bool& logging)
+try {
+    read();
+    const auto* const global = configuration.getMqtt()->getGlobal();
+    topic_t::setInstallationid(global->getInstallation_id());
+    logging = global->getLogging();
+} catch (...) {
+}
+
+// String-based connections: the slots are known by their signature texts, and wired in this order.
+void wire(mosquittopp::mosquittoqt* client, protobase_t* engine)
+{
+    QObject::connect(client, SIGNAL(onConnect(int)), engine, SLOT(on_connect(int)));
+    QObject::connect(client, SIGNAL(onConnect_with_flags(int, int)), engine, SLOT(on_connect_with_flags(int, int)));
+    QObject::connect(client, SIGNAL(onDisconnect(int)), engine, SLOT(on_disconnect(int)));
+    QObject::connect(client, SIGNAL(onPublish(int)), engine, SLOT(on_publish(int)));
+    QObject::connect(client, SIGNAL(onSubscribe(int, int, const int*)), engine,
+                     SLOT(on_subscribe(int, int, const int*)));
+    QObject::connect(client, SIGNAL(onUnsubscribe(int)), engine, SLOT(on_unsubscribe(int)));
+    QObject::connect(client, SIGNAL(onLog(int, QString)), engine, SLOT(on_log(int, QString)));
+    QObject::connect(client, SIGNAL(onError()), engine, SLOT(on_error()));
+    QObject::connect(client, SIGNAL(onMessage(int, QString, QString, int, int, bool)), engine,
+                     SLOT(on_message(int, QString, QString, int, int, bool)));
 }
 
 } // namespace
@@ -97,25 +112,15 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
                          bool encoding)
     : protobase_t(service, versionApp, clientId, encoding)
 {
-    try {
-        configPath = path;
-        readConfigFromFile(path);
-        takeConfiguration();
-    } catch (...) {
-        // An engine without its configuration still runs on the defaults.
-    }
+    configPath = path;
+    configure([this] { readConfigFromFile(configPath); }, *configuration, logging);
 }
 
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QJsonObject& json, const QString& clientId,
                          bool encoding)
     : protobase_t(service, versionApp, clientId, encoding)
 {
-    try {
-        readConfigFromJson(json);
-        takeConfiguration();
-    } catch (...) {
-        // As above.
-    }
+    configure([&] { readConfigFromJson(json); }, *configuration, logging);
 }
 
 protobase_t::~protobase_t()
@@ -130,17 +135,6 @@ protobase_t::~protobase_t()
     if (client != nullptr) {
         client->deleteLater(); // on its own thread's event loop, after the signals that are under way
     }
-}
-
-void protobase_t::takeConfiguration()
-{
-    topic_t::setInstallationid(installationId());
-    logging = configuration->getMqtt()->getGlobal()->getLogging();
-}
-
-QString protobase_t::installationId() const
-{
-    return configuration->getMqtt()->getGlobal()->getInstallation_id();
 }
 
 QString protobase_t::getVersion()
@@ -235,26 +229,11 @@ try {
     client->setLoopInterval(mqtt->getGlobal()->getInterval());
     const int security = init_security();
     const int will = init_lastWillMessage();
-    wireClient();
+    wire(client, this);
     return credentials != 0 || security != 0 || will != 0 ? 1 : 0;
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
     return 1;
-}
-
-// String-based, because the slots are known by their signature texts and wired in this order.
-void protobase_t::wireClient()
-{
-    QObject::connect(client, SIGNAL(onConnect(int)), this, SLOT(on_connect(int)));
-    QObject::connect(client, SIGNAL(onConnect_with_flags(int, int)), this, SLOT(on_connect_with_flags(int, int)));
-    QObject::connect(client, SIGNAL(onDisconnect(int)), this, SLOT(on_disconnect(int)));
-    QObject::connect(client, SIGNAL(onPublish(int)), this, SLOT(on_publish(int)));
-    QObject::connect(client, SIGNAL(onSubscribe(int, int, const int*)), this, SLOT(on_subscribe(int, int, const int*)));
-    QObject::connect(client, SIGNAL(onUnsubscribe(int)), this, SLOT(on_unsubscribe(int)));
-    QObject::connect(client, SIGNAL(onLog(int, QString)), this, SLOT(on_log(int, QString)));
-    QObject::connect(client, SIGNAL(onError()), this, SLOT(on_error()));
-    QObject::connect(client, SIGNAL(onMessage(int, QString, QString, int, int, bool)), this,
-                     SLOT(on_message(int, QString, QString, int, int, bool)));
 }
 
 int protobase_t::init_security()
@@ -266,7 +245,8 @@ try {
         return 0;
     }
     FLOTROFOBUL_LOG(info, QStringLiteral("Tls secure is enabled, try to set it .... "));
-    const int rc = brokerClient().tls_set(security->getCa_file(), QString(), QString(), QString(), nullptr);
+    const int rc =
+        shared_t::brokerClient(*this).tls_set(security->getCa_file(), QString(), QString(), QString(), nullptr);
     const QString result = u'(' + QString::number(rc) + " TLS-SET) "_l1;
     switch (rc) {
     case 0:
@@ -290,14 +270,14 @@ try {
     FLOTROFOBUL_LOG(info, QStringLiteral("Set last will message"));
     FLOTROFOBUL_LOG(detail, QStringLiteral("Create presentation object"));
     system->setConnected(false);
-    const QString payload = JsonObjectToString({{dataKey, serializedSystem()}}, QJsonDocument::Compact);
-    brokerClient().will_clear();
+    const QString payload = JsonObjectToString({{dataKey, shared_t::ownRecord(*this)}}, QJsonDocument::Compact);
+    shared_t::brokerClient(*this).will_clear();
     QString topic = lastwill["topic"_l1].toString();
     const int qos = lastwill["qos"_l1].toInt();
     const bool retain = lastwill["retain"_l1].toBool();
     topic_publish_resolution_sender(topic);
     topic = topic_lastwillmessage(topic);
-    topic.replace(INSTALLATIONID, installationId());
+    topic.replace(INSTALLATIONID, shared_t::installationId(*this));
     FLOTROFOBUL_LOG(info, "Params last will message topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) +
                               " retain: "_l1 + QString::number(retain));
     FLOTROFOBUL_LOG(detail, "payload: "_l1 + payload);
@@ -307,38 +287,6 @@ try {
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
     return -1;
-}
-
-mosquittopp::mosquittoqt& protobase_t::brokerClient() const
-{
-    if (client == nullptr) {
-        throw std::logic_error("no broker client before the first connect");
-    }
-    return *client;
-}
-
-QJsonObject protobase_t::serializedSystem() const
-{
-    return serializer->serialize<system_t*>(system.data());
-}
-
-std::unique_ptr<system_t> protobase_t::deserializedSystem(const QJsonObject& packet) const
-{
-    return std::unique_ptr<system_t>(serializer->deserialize<system_t*>(packet));
-}
-
-void protobase_t::storeMaster(const QString& id, const QJsonObject& data)
-{
-    system->setMaster(id, withoutDeeperMasters(data));
-}
-
-// A master's record holds the record of the master before it, which holds the one before that: each reconnection of
-// a default master would add a level, until receivers refuse the packet as nested too deep (QJsonDocument reads
-// 1,024 levels). Eight tell more than anybody asks for; what lies deeper is cut.
-QJsonObject protobase_t::withoutDeeperMasters(const QJsonObject& record)
-{
-    constexpr int mostLevels = 8;
-    return cutMasters(record, mostLevels);
 }
 
 } // namespace comunication

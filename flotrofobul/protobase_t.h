@@ -232,23 +232,6 @@ protected:
     /// A message of the broker about itself ($SYS).
     virtual void onChangeStausBroker(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain) = 0;
 
-    // What both roles share.
-
-    /// Subscribes (1) or unsubscribes (anything else) a topic.
-    void subscribeOrNot(subscribe_t which, const QString& topic, qos_t qos);
-    /// Puts the presentation of this node on its way; exceptions pass to the role.
-    void sendPresentation(const QString& destination, const char* logSource);
-    /// Reports a bridge state topic and whether it concerns the master; nothing for any other topic.
-    void reportBridgeState(const QString& topic, const QString& payload, const char* logSource);
-    /// Stores the master and its record. The record's signal of it must not be used to delete the engine.
-    void storeMaster(const QString& id, const QJsonObject& data);
-    /// A record in which the master records nested below the eighth level are cut.
-    static QJsonObject withoutDeeperMasters(const QJsonObject& record);
-    /// This node's record as a presentation packet holds it.
-    QJsonObject serializedSystem() const;
-    /// A record out of a presentation packet; throws QJsonSerializerException when a value does not fit.
-    std::unique_ptr<system_t> deserializedSystem(const QJsonObject& packet) const;
-
     const QString dataKey = QStringLiteral("d");
     std::unique_ptr<brokerdiagnostic::diagnostic_broker> statistics;
     mosquittopp::mosquittoqt* client = nullptr; ///< created by the first connect()
@@ -264,16 +247,9 @@ protected:
     QPointer<system_t> system;
 
 private:
+    friend struct shared_t; // for the engine's own files and the roles
+
     protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding);
-    void takeConfiguration();
-    void send(QString& topic, const QJsonValue& payload, qos_t qos, bool retain);
-    QString installationId() const;
-    mosquittopp::mosquittoqt& brokerClient() const;
-    void wireClient();
-    void followClientId(const QString& former);
-    QString brokerAddress() const;
-    QString encoded(const QByteArray& bytes, QByteArray::Base64Options options) const;
-    void logPending(const char* function) const;
 
     QTimer* closeDelay; ///< lets the last will leave before the link is closed
 };

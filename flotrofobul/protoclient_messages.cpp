@@ -2,8 +2,7 @@
 // What arrives at a client.
 #include <flotrofobul/protoclient_t.h>
 
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QRegExp>
@@ -18,8 +17,6 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclient_t";
 
-const QString presentationCommand = commandOf(topicOf(presentation));
-const QString electionCommand = commandOf(topicOf(masterelection));
 const QString readyTopic = FORWARD_PREFIX + u'/' + topicOf(pkgClientReady);
 const QString statusWord = QStringLiteral("status");
 
@@ -73,19 +70,17 @@ void protoclient_t::onMessage(int mid, topic_t topic, QJsonValue value, int qos,
         processStatusDB(topic, value)) {
         return;
     }
-    FLOTROFOBUL_LOG(warning, "Message unknown: "_l1 + topic.getOriginal());
-    Q_EMIT on_Unknown(topic.getOriginal(), value, qos, retain);
+    reportUnknown(*this, topic, value, qos, retain, logSource);
 }
 
 bool protoclient_t::processPresentation(topic_t topic, const QJsonObject& packet)
 {
-    if (topic.getValue() != presentationCommand) {
+    if (!isPresentation(topic)) {
         return false;
     }
-    const auto node = deserializedSystem(packet);
+    const auto node = shared_t::recordOf(*this, packet);
     const QString id = node->getClientid();
-    if (topic.getSender() != id || !packet.contains("connected"_l1) || !packet.contains("clientid"_l1) ||
-        !packet.contains("type"_l1)) {
+    if (!isCompliant(topic, *node, packet)) {
         FLOTROFOBUL_LOG(warning, "Internal error not complient packet for "_l1 + id);
         return true;
     }
@@ -110,7 +105,8 @@ bool protoclient_t::processPresentation(topic_t topic, const QJsonObject& packet
         serverIsOffline(topic, id, packet);
     }
     if (alive) {
-        logServers();
+        logNodes("Servers connected: "_l1, serverPresentations, logSource,
+                 [](const QString& number, auto server) -> QString { return number + ". server: "_l1 + server.key(); });
     }
     return true;
 }
@@ -118,11 +114,11 @@ bool protoclient_t::processPresentation(topic_t topic, const QJsonObject& packet
 void protoclient_t::serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
     const QPointer<protobase_t> alive(this);
-    FLOTROFOBUL_LOG_AS(info, "Receive last will - The server is OFFLINE id: "_l1 + id, "processPresentation");
+    FLOTROFOBUL_LOG_AS(info, "Receive last will - The server is OFFLINE id: "_l1 + id, inPresentation);
     if (id == system->getMasterId()) {
         init_subscription(utility::unsubscribe_topics); // while the master is still known
         forgetMaster();
-        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), false, packet);
+        reportPresentation(*this, topic, false, packet);
     }
     if (alive) {
         serverPresentations.remove(id);
@@ -133,7 +129,7 @@ void protoclient_t::serverIsOnline(const topic_t& topic, const system_t& server,
 {
     const QString id = server.getClientid();
     FLOTROFOBUL_LOG_AS(info, "Receive presentation "_l1 + id + " from server is ONLINE - "_l1 + topic.getOriginal(),
-                       "processPresentation");
+                       inPresentation);
     const bool declaresItself = server.getMasterId() == id && !id.isEmpty();
     if (id != system->getMasterId() && declaresItself && !adoptMaster(topic, id, packet)) {
         return;
@@ -148,30 +144,15 @@ void protoclient_t::serverIsOnline(const topic_t& topic, const system_t& server,
 // False when the host has deleted the engine on hearing of its master.
 bool protoclient_t::adoptMaster(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
-    constexpr const char* function = "processPresentation";
     const QPointer<protobase_t> alive(this);
-    FLOTROFOBUL_LOG_AS(info, "My master is online: "_l1 + id, function);
+    FLOTROFOBUL_LOG_AS(info, "My master is online: "_l1 + id, inPresentation);
     init_subscription(utility::unsubscribe_topics);
-    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Add/Update backup my server presentation"), function);
-    storeMaster(id, packet);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Add/Update backup my server presentation"), inPresentation);
+    shared_t::storeMaster(*this, id, packet);
     placeholders[destination_subscription_t::idserver.ToString()] = {system->getMasterId()};
     init_subscription(utility::subscribe_topics);
-    Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(),
-                           system->getMasterData().value("connected"_l1).toBool(), packet);
+    reportPresentation(*this, topic, system->getMasterData().value("connected"_l1).toBool(), packet);
     return !alive.isNull();
-}
-
-void protoclient_t::logServers() const
-{
-    constexpr const char* function = "processPresentation";
-    if (!classlogs::getInstance()->isEnabled(info)) {
-        return;
-    }
-    FLOTROFOBUL_LOG_AS(info, "Servers connected: "_l1 + QString::number(serverPresentations.size()), function);
-    int number = 0;
-    for (auto server = serverPresentations.keyBegin(); server != serverPresentations.keyEnd(); ++server) {
-        FLOTROFOBUL_LOG_AS(info, QString::number(number++) + ". server: "_l1 + *server, function);
-    }
 }
 
 // The comparison with the last presentation is left out on purpose: a presentation that repeats itself still asks
@@ -183,15 +164,14 @@ bool protoclient_t::knownClient(const QJsonObject& /*packet*/)
 
 bool protoclient_t::processMasterElection(topic_t topic, const QJsonObject& packet)
 {
-    if (topic.getValue() != electionCommand) {
+    if (!isElection(topic)) {
         return false;
     }
-    const QJsonValue named = packet.value("masterid"_l1);
-    if (named.isUndefined()) {
-        FLOTROFOBUL_LOG(error, QStringLiteral("Master id is void"));
+    const std::optional<QString> named = electedMaster(packet, logSource);
+    if (!named) {
         return true;
     }
-    if (named.toString() == system->getMasterId()) {
+    if (*named == system->getMasterId()) {
         // A master names itself when it gives the role away: wait for the next one's presentation.
         init_subscription(utility::unsubscribe_topics);
         forgetMaster();
@@ -203,18 +183,13 @@ bool protoclient_t::processMasterElection(topic_t topic, const QJsonObject& pack
 
 bool protoclient_t::processStatusDB(topic_t topic, const QJsonValue& value)
 {
-    const QString command = topic.getValue();
-    for (const auto& kind : statusKinds) {
-        if (!command.startsWith(kind.command)) {
-            continue;
-        }
-        FLOTROFOBUL_LOG(info, QStringLiteral("Status Message"));
-        QJsonObject packet = value.toObject();
-        addAddress(packet, topic, statusWord);
-        Q_EMIT(this->*kind.report)(packet);
-        return true;
+    const auto* const kind = kindOf(statusKinds, topic);
+    if (kind == nullptr) {
+        return false;
     }
-    return false;
+    FLOTROFOBUL_LOG(info, QStringLiteral("Status Message"));
+    Q_EMIT(this->*kind->report)(withAddress(value.toObject(), topic, statusWord));
+    return true;
 }
 
 // The master learns that this client is ready when the broker has confirmed the subscription of its status topic.
@@ -262,7 +237,7 @@ void protoclient_t::onChangeStausBroker(int /*mid*/, QString topic, QString payl
     } else if (topic.endsWith(cloud + "/disconnected"_l1)) {
         Q_EMIT onBridgeConnectionCloudEvent(topic, bridge_key, payload, false);
     } else {
-        reportBridgeState(topic, payload, logSource);
+        shared_t::reportBridgeState(*this, topic, payload, logSource);
     }
 }
 

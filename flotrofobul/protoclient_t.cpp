@@ -2,9 +2,7 @@
 // Start-up, presentation and subscriptions of a client.
 #include <flotrofobul/protoclient_t.h>
 
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/config/mosquittocnf.h>
-#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
@@ -16,6 +14,7 @@ using utility::destination_subscription_t;
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclient_t";
+constexpr bridges_t clientBridges{&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2};
 
 } // namespace
 
@@ -35,17 +34,9 @@ protoclient_t::protoclient_t(const QString& versionApp, const QJsonObject& confi
 
 void protoclient_t::startUp()
 {
-    constexpr const char* function = "protoclient_t";
     broadcastWord = QStringLiteral("broadcast");
-    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Init protocol for client "), function);
-    const QString id = configuration->getMqtt()->getGlobal()->getInstallation_id();
-    if (id.isEmpty()) {
-        FLOTROFOBUL_LOG_AS(warning, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
-                           function);
-        FLOTROFOBUL_LOG_AS(warning, QStringLiteral("Installation id is empty  ..."), function);
-    } else {
-        FLOTROFOBUL_LOG_AS(info, "Installation id is: "_l1 + id, function);
-    }
+    shared_t::logStart(*this, "Init protocol for client "_l1, "Installation id is empty  ..."_l1, "protoclient_t",
+                       logSource);
     const QString idclient = destination_subscription_t::idclient.ToString();
     const QString idserver = destination_subscription_t::idserver.ToString();
     placeholders[DESTINATION] = {destination_subscription_t::all.ToString(), idclient};
@@ -95,7 +86,7 @@ void protoclient_t::init_bridge(subscribe_t /*which*/)
 
 void protoclient_t::publish_presentation(const QString& destination)
 try {
-    sendPresentation(destination, logSource);
+    shared_t::sendPresentation(*this, destination, logSource);
 } catch (...) {
     // A node that cannot present itself is of no use to the others: it goes, and they are told.
     FLOTROFOBUL_LOG(fatal, exceptionText("Handling exception in presentation: disconnect. "_l1,
@@ -110,10 +101,8 @@ try {
     const QString jolly = destination_subscription_t::jolly.ToString();
     for (const QString& destination : {destination_subscription_t::all.ToString(), system->getClientid(),
                                        destination_subscription_t::all_clients.ToString()}) {
-        QString topic = topicOf(presentation);
-        topic_resolution(topic, jolly, destination);
-        subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, topic, qosOf(presentation),
-                         utility::subscribe_topics);
+        subscribeThrough(*this, utility::subscribe_topics, mainBridges,
+                         resolvedTopic(*this, presentation, jolly, destination), qosOf(presentation));
     }
     subscribe(topicOf(bridge_state), qosOf(bridge_state));
 } catch (...) {
@@ -141,9 +130,9 @@ try {
     FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------PRESENTATION-----------------------------"));
 
     FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------MASTER-----------------------------"));
-    QString master = topicOf(masterelection);
-    topic_resolution(master, server, destination_subscription_t::all_clients.ToString());
-    subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, master, qosOf(masterelection), which);
+    subscribeThrough(*this, which, mainBridges,
+                     resolvedTopic(*this, masterelection, server, destination_subscription_t::all_clients.ToString()),
+                     qosOf(masterelection));
 
     FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------ALL BASE-----------------------------"));
     protobase_t::init_subscription(which);
@@ -160,34 +149,24 @@ try {
 // both cloud bridges and never through the remote one.
 void protoclient_t::subscribeClientTopic(const QJsonObject& entry, subscribe_t which)
 {
-    const bool on = which == utility::subscribe_topics;
     constexpr const char* function = "init_subscription";
     const QString topic = topicOf(entry);
-    const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
     FLOTROFOBUL_LOG_AS(info, QStringLiteral("-----------------------------SYS-----------------------------"), function);
     if (topic.startsWith(PREFIX_PERFORMANCE)) {
         if (!isStatusbroker()) {
             return;
         }
-        for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
-            FLOTROFOBUL_LOG_AS(detail, attempt + *bridge + u'/' + topic, function);
-            subscribeThrough({bridge}, topic, qosOf(entry), which);
+        for (const QString* const bridge : mainBridges) {
+            FLOTROFOBUL_LOG_AS(detail, clientAttempt(which) + *bridge + u'/' + topic, function);
+            subscribeOrNot(*this, which, *bridge + u'/' + topic, qosOf(entry));
         }
         return;
     }
     FLOTROFOBUL_LOG_AS(info, QStringLiteral("-----------------------------NON SYS-----------------------------"),
                        function);
-    FLOTROFOBUL_LOG_AS(detail, on ? QString(attempt + FORWARD_PREFIX + u'/' + topic) : QString(attempt + topic),
-                       function);
-    subscribeThrough({&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2}, topic, qosOf(entry), which);
-}
-
-void protoclient_t::subscribeThrough(std::initializer_list<const QString*> bridges, const QString& topic, qos_t qos,
-                                     subscribe_t which)
-{
-    for (const QString* const bridge : bridges) {
-        subscribeOrNot(which, *bridge + u'/' + topic, qos);
-    }
+    const bool on = which == utility::subscribe_topics;
+    FLOTROFOBUL_LOG_AS(detail, clientAttempt(which) + (on ? QString(FORWARD_PREFIX + u'/' + topic) : topic), function);
+    subscribeThrough(*this, which, clientBridges, topic, qosOf(entry));
 }
 
 void protoclient_t::publish(QJsonObject _packet)

@@ -68,14 +68,11 @@ protected:
 
 private:
     void startUp();
-    void subscribeThrough(std::initializer_list<const QString*> bridges, const QString& topic, qos_t qos,
-                          subscribe_t which);
     void subscribeClientTopic(const QJsonObject& entry, subscribe_t which);
     void serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet);
     void serverIsOnline(const topic_t& topic, const system_t& server, const QJsonObject& packet);
     bool adoptMaster(const topic_t& topic, const QString& id, const QJsonObject& packet);
     void forgetMaster();
-    void logServers() const;
     void publishReady(const QString& text);
     bool isOwnStatusTopic(const QString& topic, const QString& furtherCharacters) const;
 

@@ -2,8 +2,7 @@
 // Who is master. Nothing is compared and nobody votes: the last announcement wins.
 #include <flotrofobul/protoserver_t.h>
 
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
@@ -14,10 +13,6 @@ using utility::destination_publish_server_t;
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
-
-const QString electionTopic = topicOf(masterelection);
-const qos_t electionQos = qosOf(masterelection);
-const QString electionCommand = commandOf(electionTopic);
 
 } // namespace
 
@@ -40,7 +35,7 @@ try {
         defaultMaster = true;
         return;
     }
-    storeMaster(system->getClientid(), serializedSystem());
+    shared_t::storeMaster(*this, system->getClientid(), shared_t::ownRecord(*this));
     becomeMaster(__func__);
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
@@ -55,15 +50,14 @@ void protoserver_t::becomeMaster(const char* function)
 
 bool protoserver_t::processMasterElection(topic_t topic, const QJsonObject& packet)
 {
-    if (topic.getValue() != electionCommand) {
+    if (!isElection(topic)) {
         return false;
     }
-    const QJsonValue named = packet.value("masterid"_l1);
-    if (named.isUndefined()) {
-        FLOTROFOBUL_LOG(error, QStringLiteral("Master id is void"));
+    const std::optional<QString> named = electedMaster(packet, logSource);
+    if (!named) {
         return true;
     }
-    const QString id = named.toString();
+    const QString& id = *named;
     const QString old = system->getMasterId();
     FLOTROFOBUL_LOG(warning, "Master election "_l1 + old + " - "_l1 + id);
     if (id == old) {
@@ -74,7 +68,7 @@ bool protoserver_t::processMasterElection(topic_t topic, const QJsonObject& pack
     if (old == system->getClientid()) {
         publish_undomaster(); // while this server still is the master it speaks of
     }
-    storeMaster(id, packet);
+    shared_t::storeMaster(*this, id, packet);
     if (isMaster()) {
         becomeMaster(__func__);
     } else if (!old.isEmpty()) {
@@ -87,12 +81,12 @@ bool protoserver_t::processMasterElection(topic_t topic, const QJsonObject& pack
 
 void protoserver_t::publish_undomaster()
 try {
-    QString topic = electionTopic;
-    topic_resolution(topic, system->getClientid(), destination_publish_server_t::all_clients.ToString());
-    topic.prepend(FORWARD_PREFIX + u'/');
+    const QString topic = FORWARD_PREFIX + u'/' +
+                          resolvedTopic(*this, masterelection, system->getClientid(),
+                                        destination_publish_server_t::all_clients.ToString());
     FLOTROFOBUL_LOG(info, QStringLiteral("I advise only client who are no longer the master"));
     FLOTROFOBUL_LOG(detail, topic);
-    publish(topic, QJsonObject{{QStringLiteral("masterid"), system->getClientid()}}, electionQos, false);
+    publish(topic, QJsonObject{{QStringLiteral("masterid"), system->getClientid()}}, qosOf(masterelection), false);
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
 }

@@ -2,8 +2,7 @@
 // What arrives at a server, and what the broker's link brings.
 #include <flotrofobul/protoserver_t.h>
 
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <utility>
@@ -17,7 +16,6 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
 
-const QString presentationCommand = commandOf(topicOf(presentation));
 const QString readyCommand = commandOf(topicOf(pkgClientReady));
 const QString requestWord = QStringLiteral("request");
 
@@ -65,7 +63,7 @@ void protoserver_t::onConnect_with_flags(int rc, int /*flags*/)
     }
     if (defaultMaster) {
         FLOTROFOBUL_LOG(info, QStringLiteral("I'm default master"));
-        storeMaster(system->getClientid(), serializedSystem());
+        shared_t::storeMaster(*this, system->getClientid(), shared_t::ownRecord(*this));
     }
     if (system->getMasterId().isEmpty()) {
         FLOTROFOBUL_LOG(info, QStringLiteral("Master is not assigned"));
@@ -98,13 +96,12 @@ void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qo
         processRequestDB(topic, payload) || processClientReady(topic, payload)) {
         return;
     }
-    FLOTROFOBUL_LOG(warning, "Message unknown: "_l1 + topic.getOriginal());
-    Q_EMIT on_Unknown(topic.getOriginal(), payload, qos, retain);
+    reportUnknown(*this, topic, payload, qos, retain, logSource);
 }
 
 bool protoserver_t::knownClient(const QJsonObject& packet)
 {
-    return isKnown(*deserializedSystem(packet));
+    return isKnown(*shared_t::recordOf(*this, packet));
 }
 
 bool protoserver_t::isKnown(const system_t& node) const
@@ -116,13 +113,12 @@ bool protoserver_t::isKnown(const system_t& node) const
 
 bool protoserver_t::processPresentation(topic_t topic, const QJsonObject& packet)
 {
-    if (topic.getValue() != presentationCommand) {
+    if (!isPresentation(topic)) {
         return false;
     }
-    auto node = deserializedSystem(packet);
+    auto node = shared_t::recordOf(*this, packet);
     const QString sender = topic.getSender();
-    if (sender != node->getClientid() || !packet.contains("connected"_l1) || !packet.contains("clientid"_l1) ||
-        !packet.contains("type"_l1)) {
+    if (!isCompliant(topic, *node, packet)) {
         refusePresentation(sender);
     } else if (isServer(*node)) {
         processServer(topic, std::move(node), packet);
@@ -136,7 +132,7 @@ bool protoserver_t::processPresentation(topic_t topic, const QJsonObject& packet
 
 void protoserver_t::refusePresentation(const QString& sender)
 {
-    FLOTROFOBUL_LOG_AS(error, "Internal error not complient packet from: "_l1 + sender, "processPresentation");
+    FLOTROFOBUL_LOG_AS(error, "Internal error not complient packet from: "_l1 + sender, inPresentation);
     remove(clients, sender);
     remove(servers, sender);
     if (sender != system->getClientid()) {
@@ -148,7 +144,7 @@ void protoserver_t::refusePresentation(const QString& sender)
 void protoserver_t::processServer(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
     if (isKnown(*server)) {
-        FLOTROFOBUL_LOG_AS(info, "Ignored same message as last: "_l1 + topic.getOriginal(), "processPresentation");
+        FLOTROFOBUL_LOG_AS(info, "Ignored same message as last: "_l1 + topic.getOriginal(), inPresentation);
         return;
     }
     if (isRefusedOrigin(topic, server->getConnected())) {
@@ -182,17 +178,16 @@ bool protoserver_t::isRefusedOrigin(const topic_t& topic, bool online) const
     } else {
         return false;
     }
-    FLOTROFOBUL_LOG_AS(error, refusal + topic.getOriginal(), "processPresentation");
+    FLOTROFOBUL_LOG_AS(error, refusal + topic.getOriginal(), inPresentation);
     return true;
 }
 
 void protoserver_t::serverIsOnline(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
-    constexpr const char* function = "processPresentation";
     FLOTROFOBUL_LOG_AS(
         info, "Receive presentation "_l1 + server->getClientid() + " server is ONLINE - "_l1 + topic.getOriginal(),
-        function);
-    FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update server presentation"), function);
+        inPresentation);
+    FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update server presentation"), inPresentation);
     const QString master = server->getMasterId();
     const bool online = server->getConnected();
     store(servers, std::move(server));
@@ -200,24 +195,23 @@ void protoserver_t::serverIsOnline(const topic_t& topic, std::unique_ptr<system_
         publish_presentation(destination_publish_server_t::all_servers.ToString());
         return;
     }
-    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Update masterid"), function);
-    storeMaster(master, packet);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Update masterid"), inPresentation);
+    shared_t::storeMaster(*this, master, packet);
     subscription_presentation(service_t::client, utility::subscribe_topics);
     if (isMaster()) {
         publish_presentation(destination_publish_server_t::all.ToString());
-        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), online, packet);
+        reportPresentation(*this, topic, online, packet);
     }
 }
 
 void protoserver_t::serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
-    constexpr const char* function = "processPresentation";
-    FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " server is OFFLINE"_l1, function);
+    FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " server is OFFLINE"_l1, inPresentation);
     const QPointer<protobase_t> alive(this);
     if (isMaster()) {
-        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("E' master allora aggiorno il payload"), function);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("E' master allora aggiorno il payload"), inPresentation);
         system->setMasterData(withoutDeeperMasters(packet));
-        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), false, packet);
+        reportPresentation(*this, topic, false, packet);
     }
     if (alive) {
         remove(servers, id);
@@ -227,28 +221,27 @@ void protoserver_t::serverIsOffline(const topic_t& topic, const QString& id, con
 // A client that presents itself again is served again, whatever is known of it: it may have missed the answer.
 void protoserver_t::processClient(const topic_t& topic, std::unique_ptr<system_t> node, const QJsonObject& packet)
 {
-    constexpr const char* function = "processPresentation";
     const QString id = node->getClientid();
     const bool online = node->getConnected();
     if (online) {
         FLOTROFOBUL_LOG_AS(info,
                            "Receive presentation from local: "_l1 + id + " client is ONLINE "_l1 + topic.getOriginal(),
-                           function);
-        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update client presentation"), function);
+                           inPresentation);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update client presentation"), inPresentation);
         remove(formerClients, id);
         store(clients, std::move(node));
         if (topic.getDestination() != system->getClientid()) {
             publish_presentation(id);
         }
     } else {
-        FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, function);
-        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Remove client presentation"), function);
+        FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, inPresentation);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Remove client presentation"), inPresentation);
         remove(clients, id);
         remove(formerClients, id);
     }
     const QPointer<protobase_t> alive(this);
     if (isMaster()) {
-        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), online, packet);
+        reportPresentation(*this, topic, online, packet);
     }
     if (alive) {
         logClients();
@@ -266,53 +259,31 @@ void protoserver_t::remove(nodes_t& nodes, const QString& id)
     delete nodes.take(id);
 }
 
-// The lists are walked only for somebody who reads them: with 500 panels they cost more than all the rest.
-
 void protoserver_t::logServers() const
 {
-    constexpr const char* function = "processPresentation";
-    if (!classlogs::getInstance()->isEnabled(info)) {
-        return;
-    }
-    FLOTROFOBUL_LOG_AS(info, "Server known: "_l1 + QString::number(servers.size()), function);
-    int number = 0;
-    for (auto server = servers.cbegin(); server != servers.cend(); ++server) {
-        FLOTROFOBUL_LOG_AS(info,
-                           QString::number(number++) + ". "_l1 + server.key() + " - master id-"_l1 +
-                               server.value()->getMasterId() + u'-',
-                           function);
-    }
+    logNodes("Server known: "_l1, servers, logSource, [](const QString& number, auto server) -> QString {
+        return number + ". "_l1 + server.key() + " - master id-"_l1 + server.value()->getMasterId() + u'-';
+    });
 }
 
 void protoserver_t::logClients() const
 {
-    constexpr const char* function = "processPresentation";
-    if (!classlogs::getInstance()->isEnabled(info)) {
-        return;
-    }
-    FLOTROFOBUL_LOG_AS(info, "Client connected: "_l1 + QString::number(clients.size()), function);
-    int number = 0;
-    for (auto client = clients.cbegin(); client != clients.cend(); ++client) {
-        FLOTROFOBUL_LOG_AS(info, QString::number(number++) + ". "_l1 + client.key(), function);
-    }
+    logNodes("Client connected: "_l1, clients, logSource,
+             [](const QString& number, auto client) -> QString { return number + ". "_l1 + client.key(); });
 }
 
 bool protoserver_t::processRequestDB(topic_t topic, const QJsonValue& payload)
 {
-    const QString command = topic.getValue();
-    for (const auto& kind : requestKinds) {
-        if (!command.startsWith(kind.command)) {
-            continue;
-        }
-        FLOTROFOBUL_LOG(detail, kind.announcement);
-        QJsonObject packet = payload.toObject();
-        addAddress(packet, topic, requestWord);
-        FLOTROFOBUL_LOG(detail, "Request Message "_l1 + topicOf(packet));
-        FLOTROFOBUL_LOG(detail, "Payload "_l1 + payload.toString());
-        Q_EMIT(this->*kind.report)(packet);
-        return true;
+    const auto* const kind = kindOf(requestKinds, topic);
+    if (kind == nullptr) {
+        return false;
     }
-    return false;
+    FLOTROFOBUL_LOG(detail, kind->announcement);
+    const QJsonObject packet = withAddress(payload.toObject(), topic, requestWord);
+    FLOTROFOBUL_LOG(detail, "Request Message "_l1 + topicOf(packet));
+    FLOTROFOBUL_LOG(detail, "Payload "_l1 + payload.toString());
+    Q_EMIT(this->*kind->report)(packet);
+    return true;
 }
 
 bool protoserver_t::processClientReady(topic_t topic, const QJsonValue& payload)
@@ -321,16 +292,14 @@ bool protoserver_t::processClientReady(topic_t topic, const QJsonValue& payload)
         return false;
     }
     FLOTROFOBUL_LOG(info, QStringLiteral("Client ready message"));
-    QJsonObject packet{{QStringLiteral("payload"), payload}};
-    addAddress(packet, topic, requestWord);
-    Q_EMIT onClientReady(packet);
+    Q_EMIT onClientReady(withAddress({{QStringLiteral("payload"), payload}}, topic, requestWord));
     return true;
 }
 
 void protoserver_t::onChangeStausBroker(int /*mid*/, QString topic, QString payload, int /*payloadlen*/, int /*qos*/,
                                         bool /*retain*/)
 {
-    reportBridgeState(topic, payload, logSource);
+    shared_t::reportBridgeState(*this, topic, payload, logSource);
 }
 
 } // namespace comunication

@@ -2,9 +2,7 @@
 // Start-up, bridges and subscriptions of a server.
 #include <flotrofobul/protoserver_t.h>
 
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/config/mosquittocnf.h>
-#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
@@ -36,19 +34,10 @@ protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& confi
 
 void protoserver_t::startUp()
 {
-    constexpr const char* function = "protoserver_t";
-    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Init protocol for server "), function);
-    const QString id = configuration->getMqtt()->getGlobal()->getInstallation_id();
-    if (id.isEmpty()) {
-        FLOTROFOBUL_LOG_AS(warning, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
-                           function);
-        FLOTROFOBUL_LOG_AS(warning,
-                           QStringLiteral("Installation id is empty  ... with this configuration it is not possible "
-                                          "to communicate with the cloud ....."),
-                           function);
-    } else {
-        FLOTROFOBUL_LOG_AS(info, "Installation id is: "_l1 + id, function);
-    }
+    shared_t::logStart(*this, "Init protocol for server "_l1,
+                       "Installation id is empty  ... with this configuration it is not possible to communicate with "
+                       "the cloud ....."_l1,
+                       "protoserver_t", logSource);
     placeholders[DESTINATION] = {CLIENTID, destination_publish_server_t::all_servers.ToString(),
                                  destination_publish_server_t::all.ToString()};
     placeholders[CLIENTID] = {system->getClientid()};
@@ -113,7 +102,7 @@ try {
             continue;
         }
         FLOTROFOBUL_LOG(detail, attempt + topic);
-        subscribeOrNot(mode, topic, qosOf(entry));
+        subscribeOrNot(*this, mode, topic, qosOf(entry));
     }
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
@@ -122,7 +111,7 @@ try {
 void protoserver_t::init_bridge(subscribe_t mode)
 {
     for (const QJsonObject* const bridge : {&bridge_forward_sub, &bridge_remote_sub, &bridge_cloud_sub}) {
-        subscribeOrNot(mode, topicOf(*bridge), qosOf(*bridge));
+        subscribeOrNot(*this, mode, topicOf(*bridge), qosOf(*bridge));
     }
 }
 
@@ -142,22 +131,18 @@ try {
     }
     const QString any = destination_subscription_t::jolly.ToString();
     const QString anyOrigin = any + u'/';
-    QString topic = topicOf(presentation);
-    topic_resolution(topic, any, any);
-    FLOTROFOBUL_LOG(detail, "Try to subcription presentation: "_l1 + topic);
+    FLOTROFOBUL_LOG(detail, "Try to subcription presentation: "_l1 + resolvedTopic(*this, presentation, any, any));
     for (const QString& destination :
          {destination_publish_client_t::own_server.ToString(), destination_publish_server_t::all.ToString(),
           destination_publish_server_t::all_servers.ToString(), system->getClientid()}) {
-        topic = topicOf(presentation);
-        topic_resolution(topic, any, destination);
-        subscribeOrNot(mode, anyOrigin + topic, qosOf(presentation));
+        subscribeOrNot(*this, mode, anyOrigin + resolvedTopic(*this, presentation, any, destination),
+                       qosOf(presentation));
     }
-    topic = topicOf(masterelection);
-    topic_resolution(topic, any, any);
-    FLOTROFOBUL_LOG(detail, "Try to subcription masterelection: "_l1 + topic);
-    subscribeOrNot(mode, anyOrigin + topic, qosOf(masterelection));
-    subscribeOrNot(mode, topic, qosOf(masterelection));
-    subscribeOrNot(mode, topicOf(bridge_state), qosOf(bridge_state));
+    const QString election = resolvedTopic(*this, masterelection, any, any);
+    FLOTROFOBUL_LOG(detail, "Try to subcription masterelection: "_l1 + election);
+    subscribeOrNot(*this, mode, anyOrigin + election, qosOf(masterelection));
+    subscribeOrNot(*this, mode, election, qosOf(masterelection));
+    subscribeOrNot(*this, mode, topicOf(bridge_state), qosOf(bridge_state));
 } catch (...) {
     FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }
@@ -165,7 +150,7 @@ try {
 // Always on the forward bridge: servers of the same broker see it as any origin, and the bridge carries it on.
 void protoserver_t::publish_presentation(const QString& destination)
 try {
-    sendPresentation(destination, logSource);
+    shared_t::sendPresentation(*this, destination, logSource);
 } catch (...) {
     FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }

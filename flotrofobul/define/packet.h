@@ -4,7 +4,7 @@
 
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/define/topic_t.h>
-#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/platform/text.h>
 
 #include <algorithm>
 
@@ -26,14 +26,15 @@ inline QString commandOf(QString topic)
     return topic.remove(PREFIX + u'/');
 }
 
-/// Adds to a packet for the host where it came from: its topic from the first occurrence of a word on (wherever that
+/// A packet for the host with the place it came from: its topic from the first occurrence of a word on (wherever that
 /// stands, be it in a sender's name; the whole topic where it does not occur), the sender and the destination.
-inline void addAddress(QJsonObject& packet, const utility::topic_t& topic, const QString& word)
+inline QJsonObject withAddress(QJsonObject packet, const utility::topic_t& topic, const QString& word)
 {
     const QString received = topic.getOriginal();
     packet.insert("topic"_l1, received.mid(std::max(received.indexOf(word), 0)));
     packet.insert("sender"_l1, topic.getSender());
     packet.insert("destination"_l1, topic.getDestination());
+    return packet;
 }
 
 } // namespace comunication
