@@ -3,7 +3,7 @@
 #include <flotrofobul/protoserver_t.h>
 
 #include <flotrofobul/protobase_shared.h>
-#include <flotrofobul/utility/system_t.h>
+#include <flotrofobul/protoserver_nodes.h>
 
 #include <utility>
 
@@ -35,11 +35,6 @@ const struct {
     {commandOf(PREFIX_REQUEST_COMMAND_DB), QStringLiteral("Request Message for Database command "),
      &protoserver_t::onRequestCmd},
 };
-
-bool isServer(const system_t& node)
-{
-    return node.getType() == service_t::server.ToString();
-}
 
 } // namespace
 
@@ -81,10 +76,7 @@ void protoserver_t::onDisconnect(int /*rc*/)
 {
     FLOTROFOBUL_LOG(info, QStringLiteral("Clear all client"));
     // The records stay: the host may hold the map that getClients() gave it.
-    for (auto client = clients.cbegin(); client != clients.cend(); ++client) {
-        formerClients.insert(client.key(), client.value());
-    }
-    clients.clear();
+    nodes->formerClients.takeAll(nodes->clients);
 }
 
 void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain)
@@ -101,14 +93,7 @@ void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qo
 
 bool protoserver_t::knownClient(const QJsonObject& packet)
 {
-    return isKnown(*shared_t::recordOf(*this, packet));
-}
-
-bool protoserver_t::isKnown(const system_t& node) const
-{
-    const system_t* const known = (isServer(node) ? servers : clients).value(node.getClientid(), nullptr);
-    return known != nullptr && known->getClientid() == node.getClientid() &&
-           known->getConnected() == node.getConnected() && known->getMasterId() == node.getMasterId();
+    return nodes->know(*shared_t::recordOf(*this, packet));
 }
 
 bool protoserver_t::processPresentation(topic_t topic, const QJsonObject& packet)
@@ -133,8 +118,8 @@ bool protoserver_t::processPresentation(topic_t topic, const QJsonObject& packet
 void protoserver_t::refusePresentation(const QString& sender)
 {
     FLOTROFOBUL_LOG_AS(error, "Internal error not complient packet from: "_l1 + sender, inPresentation);
-    remove(clients, sender);
-    remove(servers, sender);
+    nodes->clients.remove(sender);
+    nodes->servers.remove(sender);
     if (sender != system->getClientid()) {
         publish_presentation(sender);
     }
@@ -143,7 +128,7 @@ void protoserver_t::refusePresentation(const QString& sender)
 
 void protoserver_t::processServer(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
-    if (isKnown(*server)) {
+    if (nodes->know(*server)) {
         FLOTROFOBUL_LOG_AS(info, "Ignored same message as last: "_l1 + topic.getOriginal(), inPresentation);
         return;
     }
@@ -184,13 +169,13 @@ bool protoserver_t::isRefusedOrigin(const topic_t& topic, bool online) const
 
 void protoserver_t::serverIsOnline(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
-    FLOTROFOBUL_LOG_AS(
-        info, "Receive presentation "_l1 + server->getClientid() + " server is ONLINE - "_l1 + topic.getOriginal(),
-        inPresentation);
+    const QString id = server->getClientid();
+    FLOTROFOBUL_LOG_AS(info, "Receive presentation "_l1 + id + " server is ONLINE - "_l1 + topic.getOriginal(),
+                       inPresentation);
     FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update server presentation"), inPresentation);
     const QString master = server->getMasterId();
     const bool online = server->getConnected();
-    store(servers, std::move(server));
+    nodes->servers.put(id, std::move(server));
     if (master.isEmpty() || master == system->getMasterId()) {
         publish_presentation(destination_publish_server_t::all_servers.ToString());
         return;
@@ -214,7 +199,7 @@ void protoserver_t::serverIsOffline(const topic_t& topic, const QString& id, con
         reportPresentation(*this, topic, false, packet);
     }
     if (alive) {
-        remove(servers, id);
+        nodes->servers.remove(id);
     }
 }
 
@@ -228,16 +213,16 @@ void protoserver_t::processClient(const topic_t& topic, std::unique_ptr<system_t
                            "Receive presentation from local: "_l1 + id + " client is ONLINE "_l1 + topic.getOriginal(),
                            inPresentation);
         FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update client presentation"), inPresentation);
-        remove(formerClients, id);
-        store(clients, std::move(node));
+        nodes->formerClients.remove(id);
+        nodes->clients.put(id, std::move(node));
         if (topic.getDestination() != system->getClientid()) {
             publish_presentation(id);
         }
     } else {
         FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, inPresentation);
         FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Remove client presentation"), inPresentation);
-        remove(clients, id);
-        remove(formerClients, id);
+        nodes->clients.remove(id);
+        nodes->formerClients.remove(id);
     }
     const QPointer<protobase_t> alive(this);
     if (isMaster()) {
@@ -248,27 +233,16 @@ void protoserver_t::processClient(const topic_t& topic, std::unique_ptr<system_t
     }
 }
 
-void protoserver_t::store(nodes_t& nodes, std::unique_ptr<system_t> node)
-{
-    system_t*& place = nodes[node->getClientid()];
-    delete std::exchange(place, node.release());
-}
-
-void protoserver_t::remove(nodes_t& nodes, const QString& id)
-{
-    delete nodes.take(id);
-}
-
 void protoserver_t::logServers() const
 {
-    logNodes("Server known: "_l1, servers, logSource, [](const QString& number, auto server) -> QString {
+    logNodes("Server known: "_l1, nodes->servers.map(), logSource, [](const QString& number, auto server) -> QString {
         return number + ". "_l1 + server.key() + " - master id-"_l1 + server.value()->getMasterId() + u'-';
     });
 }
 
 void protoserver_t::logClients() const
 {
-    logNodes("Client connected: "_l1, clients, logSource,
+    logNodes("Client connected: "_l1, nodes->clients.map(), logSource,
              [](const QString& number, auto client) -> QString { return number + ". "_l1 + client.key(); });
 }
 

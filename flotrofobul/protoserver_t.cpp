@@ -3,7 +3,7 @@
 #include <flotrofobul/protoserver_t.h>
 
 #include <flotrofobul/protobase_shared.h>
-#include <flotrofobul/utility/system_t.h>
+#include <flotrofobul/protoserver_nodes.h>
 
 namespace comunication {
 
@@ -20,14 +20,16 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserv
 
 protoserver_t::protoserver_t(const QString& versionApp, const QString& configPath, bool defaultMaster,
                              const QString& clientId, bool encoding)
-    : protobase_t(service_t::server, versionApp, configPath, clientId, encoding), defaultMaster(defaultMaster)
+    : protobase_t(service_t::server, versionApp, configPath, clientId, encoding), defaultMaster(defaultMaster),
+      nodes(std::make_unique<known_nodes_t>())
 {
     startUp();
 }
 
 protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& configuration, bool defaultMaster,
                              const QString& clientId, bool encoding)
-    : protobase_t(service_t::server, versionApp, configuration, clientId, encoding), defaultMaster(defaultMaster)
+    : protobase_t(service_t::server, versionApp, configuration, clientId, encoding), defaultMaster(defaultMaster),
+      nodes(std::make_unique<known_nodes_t>())
 {
     startUp();
 }
@@ -47,9 +49,11 @@ void protoserver_t::startUp()
 protoserver_t::~protoserver_t()
 {
     FLOTROFOBUL_LOG(info, QStringLiteral("Destroy comunication base ..."));
-    qDeleteAll(clients);
-    qDeleteAll(servers);
-    qDeleteAll(formerClients);
+}
+
+QMap<QString, system_t*> protoserver_t::getClients() const
+{
+    return nodes->clients.map();
 }
 
 int protoserver_t::connect(const QString& clientId, bool async)

@@ -6,6 +6,8 @@
 
 namespace comunication {
 
+struct known_nodes_t;
+
 /// A server.
 ///
 /// On every accepted connection it subscribes the presence of the other nodes, takes the master role when it is a
@@ -41,7 +43,7 @@ public:
     /// The clients that have presented themselves since the link is up, by client id. The records belong to the
     /// engine: one goes when its client presents itself again or leaves, or when a faulty presentation arrives in its
     /// name, at the latest with the engine.
-    QMap<QString, system_t*> getClients() const { return clients; }
+    QMap<QString, system_t*> getClients() const;
 
     void init_bridge(subscribe_t which) override;
     void publish_presentation(const QString& destination) override;
@@ -95,11 +97,8 @@ protected:
     bool knownClient(const QJsonObject& packet);
 
 private:
-    using nodes_t = QMap<QString, system_t*>;
-
     void startUp();
     void becomeMaster(const char* function);
-    bool isKnown(const system_t& node) const;
     void processServer(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet);
     bool isRefusedOrigin(const topic_t& topic, bool online) const;
     void serverIsOnline(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet);
@@ -108,13 +107,9 @@ private:
     void refusePresentation(const QString& sender);
     void logServers() const;
     void logClients() const;
-    static void store(nodes_t& nodes, std::unique_ptr<system_t> node);
-    static void remove(nodes_t& nodes, const QString& id);
 
     bool defaultMaster;
-    nodes_t clients;
-    nodes_t servers;
-    nodes_t formerClients; ///< of links that were lost: a host may still hold them
+    std::unique_ptr<known_nodes_t> nodes;
 };
 
 } // namespace comunication

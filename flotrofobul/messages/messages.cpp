@@ -2,8 +2,11 @@
 #include <flotrofobul/messages/messages.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/platform/owning_map.h>
 
-#include <utility>
+#include <QtCore/QPointer>
+
+#include <deque>
 
 namespace comunication {
 namespace message {
@@ -18,33 +21,7 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/messages/
 #define LOG_EXCEPTION_AT(line) \
     FLOTROFOBUL_LOG_AT(caught, QStringLiteral("Handling exception"), __func__, logSource, line)
 
-template <typename Record>
-Record* find(const QMap<int, Record*>& records, int mid)
-{
-    return records.value(mid, nullptr);
-}
-
-// Puts the record under its mid; returns the one that stood there.
-template <typename Record>
-Record* insert(QMap<int, Record*>& records, std::unique_ptr<Record> record)
-{
-    Record*& place = records[record->getMid()];
-    return std::exchange(place, record.release());
-}
-
-template <typename Record>
-int remove(QMap<int, Record*>& records, int mid)
-{
-    const std::unique_ptr<Record> record(find(records, mid));
-    return record ? records.remove(mid) : 0;
-}
-
-template <typename Record>
-void clear(QMap<int, Record*>& records)
-{
-    qDeleteAll(records);
-    records.clear();
-}
+constexpr std::size_t keptRecords = 64; // of those that others have replaced
 
 } // namespace
 
@@ -78,46 +55,61 @@ classpublish::classpublish(const QString& topic, const QString& payload, int mid
     setState(state);
 }
 
-classmessages::classmessages()
-    : subscriptions(std::make_unique<QMap<int, classsubscribe*>>()),
-      publications(std::make_unique<QMap<int, classpublish*>>())
+struct classmessages::requests_t {
+    owning_map_t<int, classsubscribe> subscriptions;
+    owning_map_t<int, classpublish> publications;
+    std::deque<QPointer<QObject>> replaced; // a host may hold such a record, or have deleted it
+
+    ~requests_t() { clear(); }
+
+    void keep(std::unique_ptr<QObject> record)
+    {
+        if (record) {
+            replaced.emplace_back(record.get());
+            static_cast<void>(record.release());
+            deleteReplaced(keptRecords);
+        }
+    }
+
+    void clear()
+    {
+        publications.clear();
+        subscriptions.clear();
+        deleteReplaced(0);
+    }
+
+private:
+    void deleteReplaced(std::size_t remaining)
+    {
+        while (replaced.size() > remaining) {
+            delete replaced.front();
+            replaced.pop_front();
+        }
+    }
+};
+
+classmessages::classmessages() : requests(std::make_unique<requests_t>())
 {}
 
-classmessages::~classmessages()
-{
-    clear(*publications);
-    clear(*subscriptions);
-}
-
-void classmessages::retire(QObject* replaced)
-{
-    constexpr std::size_t kept = 64;
-    if (replaced == nullptr) {
-        return;
-    }
-    replacedRecords.emplace_back(replaced);
-    if (replacedRecords.size() > kept) {
-        replacedRecords.pop_front();
-    }
-}
+classmessages::~classmessages() = default;
 
 bool classmessages::addSubscription(int mid, const QString& topic, qos_t qos)
 {
-    retire(
-        insert(*subscriptions, std::make_unique<classsubscribe>(topic, qos, mid, utility::state_registered, nullptr)));
+    requests->keep(requests->subscriptions.put(
+        mid, std::make_unique<classsubscribe>(topic, qos, mid, utility::state_registered, nullptr)));
     return true;
 }
 
 bool classmessages::addPublication(int mid, const QString& topic, const QString& payload, qos_t qos, bool retain)
 {
-    retire(insert(*publications, std::make_unique<classpublish>(topic, payload, mid, qos, retain,
-                                                                utility::state_registered, nullptr)));
+    requests->keep(requests->publications.put(
+        mid, std::make_unique<classpublish>(topic, payload, mid, qos, retain, utility::state_registered, nullptr)));
     return true;
 }
 
 classsubscribe* classmessages::getSubsciption(int mid)
 try {
-    return find(*subscriptions, mid);
+    return requests->subscriptions.find(mid);
 } catch (...) {
     LOG_EXCEPTION_AT(73);
     return nullptr;
@@ -125,7 +117,7 @@ try {
 
 classpublish* classmessages::getPublications(int mid)
 try {
-    return find(*publications, mid);
+    return requests->publications.find(mid);
 } catch (...) {
     LOG_EXCEPTION_AT(87);
     return nullptr;
@@ -134,7 +126,8 @@ try {
 // The topic is not compared: callers ask whether, and from which mid on, anything is subscribed.
 int classmessages::getMidSubsciption(const QString& /*topic*/)
 try {
-    return subscriptions->isEmpty() ? -1 : subscriptions->firstKey();
+    const auto& subscriptions = requests->subscriptions.map();
+    return subscriptions.isEmpty() ? -1 : subscriptions.firstKey();
 } catch (...) {
     LOG_EXCEPTION_AT(105);
     return -2;
@@ -142,7 +135,7 @@ try {
 
 int classmessages::removePublications(int mid)
 try {
-    return remove(*publications, mid);
+    return requests->publications.remove(mid);
 } catch (...) {
     LOG_EXCEPTION_AT(122);
     return -2;
@@ -150,7 +143,7 @@ try {
 
 int classmessages::removeSubsciption(int mid)
 try {
-    return remove(*subscriptions, mid);
+    return requests->subscriptions.remove(mid);
 } catch (...) {
     LOG_EXCEPTION_AT(138);
     return -2;
@@ -158,13 +151,21 @@ try {
 
 int classmessages::reset()
 try {
-    clear(*publications);
-    clear(*subscriptions);
-    replacedRecords.clear();
+    requests->clear();
     return 0;
 } catch (...) {
     LOG_EXCEPTION_AT(157);
     return -2;
+}
+
+QMap<int, classsubscribe*>* classmessages::getSubscriptions() const
+{
+    return &requests->subscriptions.map();
+}
+
+QMap<int, classpublish*>* classmessages::getPublications() const
+{
+    return &requests->publications.map();
 }
 
 } // namespace message

@@ -9,7 +9,6 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-#include <deque>
 #include <memory>
 
 namespace comunication {
@@ -124,15 +123,14 @@ public:
     /// Removes and deletes every record: 0.
     int reset();
 
-    QMap<int, classsubscribe*>* getSubscriptions() const { return subscriptions.get(); }
-    QMap<int, classpublish*>* getPublications() const { return publications.get(); }
+    /// The maps themselves; valid as long as the registry.
+    QMap<int, classsubscribe*>* getSubscriptions() const;
+    QMap<int, classpublish*>* getPublications() const;
 
 private:
-    void retire(QObject* replaced);
+    struct requests_t;
 
-    std::unique_ptr<QMap<int, classsubscribe*>> subscriptions;
-    std::unique_ptr<QMap<int, classpublish*>> publications;
-    std::deque<std::unique_ptr<QObject>> replacedRecords;
+    std::unique_ptr<requests_t> requests;
 };
 
 } // namespace message
