@@ -92,8 +92,9 @@ void protobase_t::init_subscription(subscribe_t which)
 try {
     FLOTROFOBUL_LOG(info, QStringLiteral("Init subscriptions "));
     for (const QJsonValue member : subscriptions) {
-        const QString topic = member["topic"_l1].toString();
-        const auto qos = static_cast<qos_t>(member["qos"_l1].toInt());
+        const QJsonObject entry = member.toObject();
+        const QString topic = topicOf(entry);
+        const qos_t qos = qosOf(entry);
         const bool ofBroker = topic == performanceTopic;
         if (ofBroker && !statusbroker) {
             continue;

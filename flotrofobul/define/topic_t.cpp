@@ -26,21 +26,24 @@ QString groupOf(const QString& characterClass)
     return QStringLiteral("/([") + characterClass + QStringLiteral("]+)");
 }
 
+QString patternWith(const QString& groupOfId)
+{
+    const QString& word = topic_t::admitedword;
+    return u'^' + groupOfBridges + QStringLiteral("[/]?(") + LOCAL_PREFIX + u')' + groupOfId + groupOf(word) +
+           groupOf(word) + QStringLiteral("/([") + word + QStringLiteral("/]+$)");
+}
+
 } // namespace
 
 qint32 topic_t::topic_min_len = 5;
 QString topic_t::admitedword = QStringLiteral("\\w-_{}\\[\\]\\(\\)\\?\\^\\$£!:.,=;@+'");
 QString topic_t::installation_id;
-QString topic_t::regex_allowed_topic_plain = u'^' + groupOfBridges + QStringLiteral("[/]?(") + LOCAL_PREFIX + u')' +
-                                             groupOf(INSTALLATIONID) + groupOf(admitedword) + groupOf(admitedword) +
-                                             QStringLiteral("/([") + admitedword + QStringLiteral("/]+$)");
+QString topic_t::regex_allowed_topic_plain = patternWith(groupOf(INSTALLATIONID));
 QString topic_t::tmp_regex_allowed_topic_plain = regex_allowed_topic_plain;
 
 namespace {
 
-const QString patternWithoutId = u'^' + groupOfBridges + QStringLiteral("[/]?(") + LOCAL_PREFIX + u')' +
-                                 groupOf(topic_t::admitedword) + groupOf(topic_t::admitedword) + QStringLiteral("/([") +
-                                 topic_t::admitedword + QStringLiteral("/]+$)");
+const QString patternWithoutId = patternWith(QString());
 
 constexpr bool isAsciiWord(ushort c)
 {
