@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 
 namespace comunication {
 
@@ -20,8 +21,8 @@ using namespace ::utility::logs;
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
-constexpr int leastKeepalive = 10;      // seconds
-constexpr int lastWillHeadStart = 1000; // milliseconds
+constexpr std::chrono::seconds leastKeepalive(10);
+constexpr std::chrono::milliseconds lastWillHeadStart(1000);
 
 const QString statisticsTopic = QStringLiteral("$SYS/#");
 
@@ -115,7 +116,8 @@ try {
     }
     FLOTROFOBUL_LOG(detail,
                     "Try to connect: "_l1 + addressOf(*configuration) + " with id: "_l1 + system->getClientid());
-    const int keepalive = std::max(configuration->getMqtt()->getConnect()->getKeepalive(), leastKeepalive);
+    const std::chrono::seconds configured(configuration->getMqtt()->getConnect()->getKeepalive());
+    const auto keepalive = static_cast<int>(std::max(configured, leastKeepalive).count());
     const int rc = async ? shared_t::brokerClient(*this).connect_async(global->getHost(), global->getPort(), keepalive)
                          : shared_t::brokerClient(*this).connect_sync(global->getHost(), global->getPort(), keepalive);
     logLink(connectionTexts, rc, addressOf(*configuration), __func__);

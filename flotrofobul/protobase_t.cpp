@@ -126,12 +126,10 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QJs
 protobase_t::~protobase_t()
 {
     FLOTROFOBUL_LOG(info, QStringLiteral("Destroy comunication base ..."));
+    // In this order: whoever watches destroyed() sees the pending requests go before the node that made them.
     messages.reset();
     delete system.data();
     delete configuration.data();
-    statistics.reset();
-    serializer.reset();
-    configMutex.reset();
     if (client != nullptr) {
         client->deleteLater(); // on its own thread's event loop, after the signals that are under way
     }
@@ -272,8 +270,8 @@ try {
     system->setConnected(false);
     const QString payload = JsonObjectToString({{dataKey, shared_t::ownRecord(*this)}}, QJsonDocument::Compact);
     shared_t::brokerClient(*this).will_clear();
-    QString topic = lastwill["topic"_l1].toString();
-    const int qos = lastwill["qos"_l1].toInt();
+    QString topic = topicOf(lastwill);
+    const int qos = qosOf(lastwill);
     const bool retain = lastwill["retain"_l1].toBool();
     topic_publish_resolution_sender(topic);
     topic = topic_lastwillmessage(topic);
