@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Connection and disconnection, and what the broker client says of the link.
+// Connecting and disconnecting, and what the broker client reports about the link.
 #include <flotrofobul/protobase_t.h>
 
 #include <flotrofobul/messages/messages.h>
@@ -27,7 +27,7 @@ constexpr std::chrono::milliseconds lastWillHeadStart(1000);
 const QString statisticsTopic = QStringLiteral("$SYS/#");
 
 // What a result code of the link means: MQTT 3.1.1 CONNACK return codes 0 to 5, libmosquitto's 7 (connection
-// lost) and 14 (system error). The last text serves all other codes.
+// lost) and 14 (system error). The last text stands for all other codes.
 struct link_text_t {
     int rc;
     const char* text;
@@ -74,8 +74,8 @@ void logLink(const link_texts_t& texts, int rc, const QString& address, const ch
                        function);
 }
 
-// Level of our line for a level of libmosquitto's. Its debug level is 16, which counts as information like
-// everything else; 10 is not a slip.
+// The level at which a line of libmosquitto's is logged. 10 is intended: libmosquitto's debug level, 16, is logged as
+// information like everything else.
 LogLevel levelOf(int mosquittoLevel)
 {
     switch (mosquittoLevel) {
@@ -105,12 +105,12 @@ try {
         FLOTROFOBUL_LOG(info, QStringLiteral("Init comunication"));
         prepared = init_comunication();
     } else if (system->getClientid() != formerId) {
-        // The broker client takes the new id, and the last will in its name, from its next session on.
+        // The new id, and the last will that carries it, take effect with the next session.
         client->setClientId(system->getClientid());
         init_lastWillMessage();
     }
     if (closeDelay->isActive()) {
-        // The last will is on its way to the other nodes; only a new session brings this one back to them.
+        // The other nodes have been sent the last will already; only a new session tells them that this one is back.
         closeDelay->stop();
         shared_t::brokerClient(*this).disconnect_sync();
     }
@@ -135,7 +135,7 @@ try {
         closeDelay->stop();
         return broker.disconnect_sync();
     }
-    // Without a link the will would wait in the outbox and tell a falsehood after the next connection.
+    // Without a link the will would wait in the outbox, and be false by the time of the next connection.
     if (const auto will = broker.getWill(); !will.topic.isEmpty() && broker.getConnected()) {
         int mid = 0;
         broker.publish(&mid, will.topic, will.payload, will.qos, will.retain);
@@ -162,8 +162,8 @@ bool protobase_t::getConnected() const
 void protobase_t::setStatusbroker(bool on)
 try {
     statusbroker = on;
-    // Subscribing asks for a live link and an empty registry, unsubscribing for any mid and no link: a
-    // subscription that was lost with its link is asked for again at the next connection anyway.
+    // Subscribing needs a live link and an empty registry; unsubscribing needs any registered mid, but no link: a
+    // subscription that is lost with its link is made again at the next connection anyway.
     if (on) {
         if (connected() && messages->getMidSubsciption(statisticsTopic) < 0) {
             subscribe(statisticsTopic, utility::exactly_once);
@@ -190,7 +190,7 @@ void protobase_t::on_connect(int rc)
     guarded(__func__, logSource, [&] { onConnect(rc); });
 }
 
-// The role is served before the host, which may delete the engine in any slot of its own.
+// The role is served before the host, because the host may delete the engine in any of its slots.
 
 void protobase_t::on_connect_with_flags(int rc, int flags)
 {

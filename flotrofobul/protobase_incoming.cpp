@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Messages and acknowledgements of the broker.
+// Messages and acknowledgements from the broker.
 #include <flotrofobul/protobase_t.h>
 
 #include <flotrofobul/define/define.h>
@@ -45,7 +45,7 @@ try {
     bool ok = false;
     const topic_t parsed(topic, &ok);
     if (!ok) {
-        // The parser has said so in the same words; the second line tells that the message was dropped.
+        // The parser has logged the same text; this second line says that the message is dropped.
         FLOTROFOBUL_LOG(error, "Unknown topic not processing messsage: "_l1 + topic);
         return;
     }
@@ -54,7 +54,7 @@ try {
         return;
     }
     FLOTROFOBUL_LOG(info, "Recieve message topic: "_l1 + topic);
-    // What comes is never decoded: encoded payloads are for consumers of another kind.
+    // Incoming payloads are never decoded: encoded ones are meant for consumers that are not engines.
     onMessage(mid, parsed, StringToJsonObject(payload).value(dataKey), qos, retain);
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());

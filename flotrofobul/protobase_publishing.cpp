@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Publishing and subscribing: placeholders, the payload's wrapping and encoding, presentations.
+// Publishing and subscribing: placeholders, and how payloads are wrapped and encoded.
 #include <flotrofobul/protobase_t.h>
 
 #include <flotrofobul/messages/messages.h>
@@ -26,7 +26,7 @@ const QString performanceTopic = topicOf(performance);
 
 constexpr auto withoutPadding = QByteArray::Base64Encoding | QByteArray::OmitTrailingEquals;
 
-// QString::replace() for a placeholder, which begins with "@": looking for that alone spares the search tables.
+// Does what QString::replace() does. Placeholders begin with "@"; searching for that character needs no search tables.
 void putInPlace(QString& topic, const QString& placeholder, const QString& word)
 {
     int at = topic.indexOf(u'@');
@@ -48,14 +48,14 @@ QString payloadText(bool encoding, const QByteArray& bytes, QByteArray::Base64Op
 
 using placeholders_t = QMap<QString, QList<QString>>;
 
-// A topic on its way through the placeholders, with those that it has been through. A replacement may hold a
-// placeholder that is spent already, as the client id of a host called "idclient" does: it stands for itself then.
+// A topic that is being expanded, with the placeholders already replaced in it. A replacement may itself contain one of
+// those, as the client id of a host called "idclient" does; it is then taken literally.
 struct expansion_t {
     QString topic;
     QStringList spent;
 };
 
-// The first placeholder that still has to be replaced in a topic.
+// Finds the first placeholder that remains to be replaced in a topic.
 placeholders_t::const_iterator nextPlaceholder(const expansion_t& one, const placeholders_t& placeholders)
 {
     auto entry = placeholders.cbegin();
@@ -66,7 +66,7 @@ placeholders_t::const_iterator nextPlaceholder(const expansion_t& one, const pla
     return entry;
 }
 
-// One pass: every topic gives way to the replacements of its first placeholder. False when none had any.
+// One pass: replaces every topic by the expansions of its first placeholder; false if no topic had one.
 bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders)
 {
     bool expanded = false;
@@ -129,7 +129,7 @@ try {
     QList<QString> topics{topic};
     topic_subscribe_resolution(topics);
     for (QString& one : topics) {
-        // Before the installation id is put in: callers pass topics as the registry holds them.
+        // Looked up before the installation id is filled in: callers pass topics as the registry holds them.
         const int held = messages->getMidSubsciption(one);
         if (held == -1) {
             FLOTROFOBUL_LOG(error, "No mid for "_l1 + one + " in messages"_l1);
@@ -213,7 +213,7 @@ try {
     QJsonObject body = packet;
     body.remove("topic"_l1);
     body.remove("destination"_l1);
-    // Packets of the host always go at QoS 2, and not through an override of a role.
+    // The host's packets always go out at QoS 2, and never through a role's override.
     protobase_t::publish(std::move(topic), body, utility::exactly_once, retain);
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1));
@@ -260,7 +260,7 @@ try {
     return QJsonObject();
 }
 
-// Padding is left out for JSON and kept for texts, the last will among them: readers know both.
+// Base64 padding is omitted for JSON and kept for texts, including the last will; consumers accept both.
 
 QString protobase_t::Encode(const QJsonObject& object)
 {

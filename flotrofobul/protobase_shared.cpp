@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What both roles do alike: presentations, elections, bridge states, and the log lines about them.
+// What both roles do alike: presentations, elections and bridge states, and the log lines about them.
 #include <flotrofobul/protobase_shared.h>
 
 #include <flotrofobul/platform/config/mosquittocnf.h>
@@ -25,9 +25,9 @@ const QString bridgeStatePrefix = QStringLiteral("$SYS/broker/connection/");
 const QString payloadUp = QStringLiteral("1");
 const QString payloadDown = QStringLiteral("0");
 
-// A master's record holds the record of the master before it, which holds the one before that: each reconnection of
-// a default master would add a level, until receivers refuse the packet as nested too deep (QJsonDocument reads
-// 1,024 levels). Eight tell more than anybody asks for; what lies deeper is cut.
+// A master's record contains the record of the master before it, and so on: each reconnection of a default master would
+// add a level, until receivers reject the packet as nested too deeply (QJsonDocument reads 1,024 levels). Nobody needs
+// more than eight, so deeper ones are cut off.
 constexpr int mostMasters = 8;
 
 QJsonObject cutMasters(QJsonObject record, int levels)
@@ -97,7 +97,7 @@ void shared_t::logStart(const protobase_t& engine, QLatin1String greeting, QLati
     }
 }
 
-// A bridge between servers is called <anything>-<anything>-<server>-<server>; others have shorter names.
+// A bridge between servers is called <any>-<any>-<server>-<server>; other bridges have shorter names.
 void shared_t::reportBridgeState(protobase_t& engine, const QString& topic, const QString& payload, const char* source)
 {
     constexpr const char* function = "onChangeStausBroker";
@@ -113,7 +113,7 @@ void shared_t::reportBridgeState(protobase_t& engine, const QString& topic, cons
     }
     const QStringList pieces = name.split(u'-');
     if (pieces.size() < 4) {
-        // The text for "down" has no blank in front: log readers know it that way.
+        // No blank before "is DOWN": log readers match the text as it is.
         FLOTROFOBUL_LOG_AT(warning, "Bridging "_l1 + name + (up ? " is UP"_l1 : "is DOWN"_l1), function, source,
                            __LINE__);
         return;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Construction, configuration, and the broker client with its security and last will.
+// Construction, configuration, and setting up the broker client, TLS and the last will.
 #include <flotrofobul/protobase_t.h>
 
 #include <flotrofobul/messages/messages.h>
@@ -33,9 +33,9 @@ bool isSpecial(const QString& path)
     return target.exists() && !target.isFile();
 }
 
-// A new file takes the old one's place only when it is complete, so that a panel that loses its power while saving
-// still knows its installation; where the folder cannot be written, the file itself is. What is no file (a device, a
-// pipe) is written as it is and never replaced.
+// The new file replaces the old one only when it is complete, so that a panel that loses power while saving still knows
+// its installation. If the folder is not writable, the file is overwritten in place. Anything but a regular file (a
+// device, a pipe) is written to directly and never replaced.
 std::unique_ptr<QFileDevice> writerFor(const QString& path)
 {
     if (isSpecial(path)) {
@@ -48,7 +48,7 @@ std::unique_ptr<QFileDevice> writerFor(const QString& path)
 
 bool writeWhole(QFileDevice& file, const QByteArray& text)
 {
-    // The text is buffered, and commit() does not look at whether its last flush has reached the medium.
+    // The text is buffered, and commit() ignores a failure of its final flush.
     if (file.write(text) != text.size() || !file.flush()) {
         return false;
     }
@@ -56,7 +56,7 @@ bool writeWhole(QFileDevice& file, const QByteArray& text)
     return saved == nullptr || saved->commit();
 }
 
-// An engine that could not read its configuration still runs on the defaults.
+// Whatever fails here, the engine still runs on the defaults.
 template <typename Read>
 void configure(Read&& read, const config::mosquittocnf& configuration, bool& logging)
 try {
@@ -67,7 +67,7 @@ try {
 } catch (...) {
 }
 
-// String-based connections: the slots are known by their signature texts, and wired in this order.
+// String-based connections: signals and slots are fixed by their signatures, and so is this order.
 void wire(mosquittopp::mosquittoqt* client, protobase_t* engine)
 {
     QObject::connect(client, SIGNAL(onConnect(int)), engine, SLOT(on_connect(int)));
@@ -104,7 +104,7 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
     configMutex = std::make_unique<QRecursiveMutex>();
 
     closeDelay->setSingleShot(true);
-    closeDelay->setTimerType(Qt::PreciseTimer); // a coarse one may take 50 ms off the will's head start
+    closeDelay->setTimerType(Qt::PreciseTimer); // a coarse timer may fire 50 ms early
     QObject::connect(closeDelay, &QTimer::timeout, this, [this] { client->disconnect_sync(); });
 }
 
@@ -131,7 +131,7 @@ protobase_t::~protobase_t()
     delete system.data();
     delete configuration.data();
     if (client != nullptr) {
-        client->deleteLater(); // on its own thread's event loop, after the signals that are under way
+        client->deleteLater(); // from the event loop, after pending signals
     }
 }
 
@@ -150,7 +150,7 @@ try {
         }
         return false;
     }
-    // A file that cannot be opened reads as nothing, which is no JSON.
+    // A file that cannot be opened counts as empty, which is not JSON.
     const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     QJsonParseError outcome{};
     const QJsonDocument document = documentFromForeignJson(text, &outcome);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What arrives at a client.
+// What a client does with incoming packets and broker events.
 #include <flotrofobul/protoclient_t.h>
 
 #include <flotrofobul/protobase_shared.h>
@@ -20,7 +20,7 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclie
 const QString readyTopic = FORWARD_PREFIX + u'/' + topicOf(pkgClientReady);
 const QString statusWord = QStringLiteral("status");
 
-// The kinds of status packet, in the order in which they are tried.
+// The kinds of status packets, tried in this order.
 const struct {
     QString command;
     void (protobase_t::*report)(QJsonObject);
@@ -84,7 +84,7 @@ bool protoclient_t::processPresentation(topic_t topic, const QJsonObject& packet
         FLOTROFOBUL_LOG(warning, "Internal error not complient packet for "_l1 + id);
         return true;
     }
-    // By the text: getServiceType() takes everything that is no server for a client.
+    // The text decides: getServiceType() takes every node that is not a server for a client.
     if (node->getType() == service_t::client.ToString()) {
         FLOTROFOBUL_LOG(error, "Anomaly, the client should not receive messages presentation from another client "_l1 +
                                    topic.getOriginal());
@@ -135,13 +135,13 @@ void protoclient_t::serverIsOnline(const topic_t& topic, const system_t& server,
         return;
     }
     serverPresentations[id] = packet;
-    // What was sent to this client alone is an answer already; answering it again would never end.
+    // A presentation addressed to this client is an answer; answering that would go on forever.
     if (topic.getDestination() != system->getClientid()) {
         publish_presentation(id);
     }
 }
 
-// False when the host has deleted the engine on hearing of its master.
+// False if the host deleted the engine when it heard of the new master.
 bool protoclient_t::adoptMaster(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
     const QPointer<protobase_t> alive(this);
@@ -155,8 +155,7 @@ bool protoclient_t::adoptMaster(const topic_t& topic, const QString& id, const Q
     return !alive.isNull();
 }
 
-// The comparison with the last presentation is left out on purpose: a presentation that repeats itself still asks
-// for an answer.
+// Deliberately not compared with the last presentation: a repeated one still needs an answer.
 bool protoclient_t::knownClient(const QJsonObject& /*packet*/)
 {
     return false;
@@ -172,7 +171,7 @@ bool protoclient_t::processMasterElection(topic_t topic, const QJsonObject& pack
         return true;
     }
     if (*named == system->getMasterId()) {
-        // A master names itself when it gives the role away: wait for the next one's presentation.
+        // A master that gives up the role names itself; the next master will present itself.
         init_subscription(utility::unsubscribe_topics);
         forgetMaster();
     } else {
@@ -192,7 +191,7 @@ bool protoclient_t::processStatusDB(topic_t topic, const QJsonValue& value)
     return true;
 }
 
-// The master learns that this client is ready when the broker has confirmed the subscription of its status topic.
+// This client tells the master that it is ready once the broker has confirmed the subscription of its status topic.
 
 void protoclient_t::onSubscribe(int /*mid*/, int /*qos_count*/, const int* /*granted_qos*/, QString topic)
 {
@@ -204,8 +203,8 @@ void protoclient_t::onSubscribe(int /*mid*/, int /*qos_count*/, const int* /*gra
 
 void protoclient_t::onUnsubscribe(int /*mid*/, QString topic)
 {
-    // Without the "/" among the characters, unlike above: only a topic of one level before the destination ends
-    // the readiness.
+    // Unlike above, without "/" among the characters: only a topic with a single level before the destination ends the
+    // readiness.
     if (clientReady && isOwnStatusTopic(topic, QString())) {
         clientReady = false;
         publishReady(QStringLiteral("0"));

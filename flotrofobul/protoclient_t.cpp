@@ -64,7 +64,7 @@ try {
     const QString up = topicOf(bridge_state_cloud_connection).replace(BRIDGEKEY, bridge_key);
     const QString down = topicOf(bridge_state_cloud_disconnection).replace(BRIDGEKEY, bridge_key);
     if (isStatusbroker()) {
-        const qos_t qos = qosOf(bridge_state_cloud_connection); // of both topics
+        const qos_t qos = qosOf(bridge_state_cloud_connection); // for both topics
         subscribe(up, qos);
         subscribe(down, qos);
     } else {
@@ -80,7 +80,7 @@ QString protoclient_t::getServerId() const
     return system->getMasterId();
 }
 
-// Bridges are a matter of the servers.
+// Only servers deal with bridges.
 void protoclient_t::init_bridge(subscribe_t /*which*/)
 {}
 
@@ -88,7 +88,7 @@ void protoclient_t::publish_presentation(const QString& destination)
 try {
     shared_t::sendPresentation(*this, destination, logSource);
 } catch (...) {
-    // A node that cannot present itself is of no use to the others: it goes, and they are told.
+    // A node that cannot present itself is useless to the others: it leaves, and its last will tells them.
     FLOTROFOBUL_LOG(fatal, exceptionText("Handling exception in presentation: disconnect. "_l1,
                                          "Handling exception in presentation "_l1));
     disconnection(true);
@@ -126,7 +126,7 @@ try {
         FLOTROFOBUL_LOG(info, QStringLiteral("No init subscription because server id is null"));
         return;
     }
-    // Nothing follows this banner: the presentation topics belong to subscription_presentation().
+    // Only the banner: subscription_presentation() subscribes these topics.
     FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------PRESENTATION-----------------------------"));
 
     FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------MASTER-----------------------------"));
@@ -145,8 +145,8 @@ try {
     FLOTROFOBUL_LOG(caught, QStringLiteral("Handling generic exception."));
 }
 
-// Topics of the broker go through the forward, remote and first cloud bridge, all others through the forward and
-// both cloud bridges and never through the remote one.
+// The broker's own topics go through the forward, remote and first cloud bridge; all others go through the forward and
+// both cloud bridges, never through the remote one.
 void protoclient_t::subscribeClientTopic(const QJsonObject& entry, subscribe_t which)
 {
     constexpr const char* function = "init_subscription";

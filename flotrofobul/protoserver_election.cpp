@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Who is master. Nothing is compared and nobody votes: the last announcement wins.
+// Who is master: nobody votes and nothing is compared, the last announcement wins.
 #include <flotrofobul/protoserver_t.h>
 
 #include <flotrofobul/protobase_shared.h>
@@ -66,13 +66,13 @@ bool protoserver_t::processMasterElection(topic_t topic, const QJsonObject& pack
     }
     FLOTROFOBUL_LOG(info, "New masterid: "_l1 + id + " old: "_l1 + old);
     if (old == system->getClientid()) {
-        publish_undomaster(); // while this server still is the master it speaks of
+        publish_undomaster(); // while the record still names this server
     }
     shared_t::storeMaster(*this, id, packet);
     if (isMaster()) {
         becomeMaster(__func__);
     } else if (!old.isEmpty()) {
-        // Also when this server never was the master: dropping what is not subscribed does no harm.
+        // Even if this server was never the master: unsubscribing an unknown topic does no harm.
         FLOTROFOBUL_LOG(info, "Unsubscribe all message from client and bridge old master: -"_l1 + old + u'-');
         subscription_presentation(service_t::client, utility::unsubscribe_topics);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What arrives at a server, and what the broker's link brings.
+// What a server does with incoming packets and broker events.
 #include <flotrofobul/protoserver_t.h>
 
 #include <flotrofobul/protobase_shared.h>
@@ -19,7 +19,7 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserv
 const QString readyCommand = commandOf(topicOf(pkgClientReady));
 const QString requestWord = QStringLiteral("request");
 
-// The kinds of request, in the order in which they are tried.
+// The kinds of requests, tried in this order.
 const struct {
     QString command;
     QString announcement;
@@ -75,7 +75,7 @@ void protoserver_t::onConnect_with_flags(int rc, int /*flags*/)
 void protoserver_t::onDisconnect(int /*rc*/)
 {
     FLOTROFOBUL_LOG(info, QStringLiteral("Clear all client"));
-    // The records stay: the host may hold the map that getClients() gave it.
+    // The records are kept: the host may hold the map that getClients() returned.
     nodes->formerClients.takeAll(nodes->clients);
 }
 
@@ -136,7 +136,7 @@ void protoserver_t::processServer(const topic_t& topic, std::unique_ptr<system_t
         return;
     }
     const QPointer<protobase_t> alive(this);
-    // From any other origin nothing is stored.
+    // Presentations from any other origin are not stored.
     if (topic.getOrigin() == REMOTE_PREFIX) {
         if (server->getConnected()) {
             serverIsOnline(topic, std::move(server), packet);
@@ -149,7 +149,7 @@ void protoserver_t::processServer(const topic_t& topic, std::unique_ptr<system_t
     }
 }
 
-// Servers are to meet over the remote bridge alone. The blanks before the topics differ on purpose.
+// Servers may meet through the remote bridge only. The blanks before the topics differ on purpose.
 bool protoserver_t::isRefusedOrigin(const topic_t& topic, bool online) const
 {
     const QString origin = topic.getOrigin();
@@ -203,7 +203,7 @@ void protoserver_t::serverIsOffline(const topic_t& topic, const QString& id, con
     }
 }
 
-// A client that presents itself again is served again, whatever is known of it: it may have missed the answer.
+// A client that presents itself again is answered again, whatever is known about it: it may have missed the answer.
 void protoserver_t::processClient(const topic_t& topic, std::unique_ptr<system_t> node, const QJsonObject& packet)
 {
     const QString id = node->getClientid();

@@ -18,12 +18,12 @@ inline bool isServer(const utility::system_t& node)
 struct known_nodes_t {
     using nodes_t = owning_map_t<QString, utility::system_t>;
 
-    /// Clients of links that were lost: a host may still hold their records, or have deleted them.
+    /// Clients known before the link was lost. A host may still hold these records, or may have deleted them.
     owning_map_t<QString, utility::system_t, QPointer<utility::system_t>> formerClients;
     nodes_t servers;
     nodes_t clients;
 
-    /// Whether a record says exactly what is known of its node.
+    /// Whether a record says exactly what is already known about its node.
     bool know(const utility::system_t& node) const
     {
         const auto* const known = (isServer(node) ? servers : clients).find(node.getClientid());

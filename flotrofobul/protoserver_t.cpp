@@ -94,7 +94,7 @@ void protoserver_t::eventPublish(QJsonObject _packet, qos_t qos, bool retain)
 
 void protoserver_t::init_subscription(subscribe_t mode)
 try {
-    placeholders[CLIENTID] = {system->getClientid()}; // connecting may have changed it
+    placeholders[CLIENTID] = {system->getClientid()}; // connect() may have changed it
     protobase_t::init_subscription(mode);
     FLOTROFOBUL_LOG(info, QStringLiteral("Init subscription server"));
     const QLatin1String attempt =
@@ -151,7 +151,7 @@ try {
     FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }
 
-// Always on the forward bridge: servers of the same broker see it as any origin, and the bridge carries it on.
+// Always on the forward bridge: it carries the packet to other brokers, and servers on this one subscribe any origin.
 void protoserver_t::publish_presentation(const QString& destination)
 try {
     shared_t::sendPresentation(*this, destination, logSource);

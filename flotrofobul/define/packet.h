@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What both roles do with packet templates and with packets for the host. Internal.
+// Reading packet templates, and completing packets for the host. Internal.
 #pragma once
 
 #include <flotrofobul/define/define.h>
@@ -20,14 +20,14 @@ inline utility::qos_t qosOf(const QJsonObject& packet)
     return static_cast<utility::qos_t>(packet.value("qos"_l1).toInt());
 }
 
-/// A topic without the common prefix: what topic_t::getValue() gives for it.
+/// The topic without the common prefix, which is what topic_t::getValue() returns for it.
 inline QString commandOf(QString topic)
 {
     return topic.remove(PREFIX + u'/');
 }
 
-/// A packet for the host with the place it came from: its topic from the first occurrence of a word on (wherever that
-/// stands, be it in a sender's name; the whole topic where it does not occur), the sender and the destination.
+/// Adds to a packet where it came from: sender, destination, and the topic from the first occurrence of the word
+/// onwards (which may be in the sender's name; the whole topic if the word does not occur).
 inline QJsonObject withAddress(QJsonObject packet, const utility::topic_t& topic, const QString& word)
 {
     const QString received = topic.getOriginal();

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Parsing of topics: by hand where that gives the same result, by the regular expression everywhere else.
 #include <flotrofobul/define/topic_t.h>
 
 #include <flotrofobul/define/define.h>
@@ -63,11 +64,11 @@ constexpr std::array<bool, 128> admittedAscii()
     return admitted;
 }
 
-// What parsing needs of an installation id, worked out once when the id is set.
+// What parsing needs to know about an installation id, computed once when the id is set.
 struct grammar_t {
-    QRegExp expression;           // decides whatever the hand-written way cannot know
-    bool plainId = false;         // the id means in a character class just its own characters
-    std::array<bool, 128> ofId{}; // the characters of a plain id
+    QRegExp expression;           // decides what the parser by hand cannot
+    bool plainId = false;         // in a character class the id stands for its own characters only
+    std::array<bool, 128> ofId{}; // characters of a plain id
 
     explicit grammar_t(const QString& pattern) : expression(pattern, Qt::CaseSensitive, QRegExp::RegExp) {}
 
@@ -86,7 +87,7 @@ struct grammar_t {
 
 grammar_t grammar(topic_t::tmp_regex_allowed_topic_plain);
 
-// Length of the run of characters at the start of text that are in the class.
+// Number of leading characters of the text that belong to the class.
 int runOf(const std::array<bool, 128>& characterClass, QStringView text)
 {
     int length = 0;
@@ -96,7 +97,7 @@ int runOf(const std::array<bool, 128>& characterClass, QStringView text)
     return length;
 }
 
-// Takes the run and the "/" behind it off the text; false when either is missing.
+// Moves a level out of the text and drops the "/" behind it; false if either is missing.
 bool takeLevel(const std::array<bool, 128>& characterClass, QStringView& text, QStringView& level)
 {
     const int length = runOf(characterClass, text);
@@ -125,14 +126,14 @@ topic_t::topic_t(const QString& topic, bool* ok) : original(topic), pattern(patt
     }
     *ok = result == verdict_t::matches;
     if (result == verdict_t::differs) {
-        // The line number is part of the text that the system's readers of logs know.
+        // The line number is fixed: log readers know it.
         FLOTROFOBUL_LOG_AT(error, "Unknown topic not processing messsage: "_l1 + topic, "topic_t", logSource, 67);
     }
 }
 
-// Six times faster than the expression. It knows ASCII topics under an id of letters, digits and "_"; what
-// counts as a word character beyond ASCII, or what another id does to its character class, only the
-// expression tells.
+// Six times faster than the expression. Handles ASCII topics when the id consists of letters, digits and "_". Only the
+// expression knows which characters beyond ASCII count as word characters, and how other ids change its character
+// classes.
 topic_t::verdict_t topic_t::parseByHand()
 {
     static constexpr std::array<bool, 128> admitted = admittedAscii();
@@ -184,7 +185,7 @@ topic_t::verdict_t topic_t::parseByHand()
 
 topic_t::verdict_t topic_t::parseByExpression()
 {
-    QRegExp expression = grammar.expression; // its captures belong to this topic alone
+    QRegExp expression = grammar.expression; // a copy, because matching stores the captures in it
     if (!expression.exactMatch(original)) {
         return verdict_t::differs;
     }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The records of pending requests and their registry.
 #include <flotrofobul/messages/messages.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -17,11 +18,11 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/messages/messages";
 
-// The line numbers are part of the texts that the system's readers of logs know.
+// The line numbers are fixed: log readers know them.
 #define LOG_EXCEPTION_AT(line) \
     FLOTROFOBUL_LOG_AT(caught, QStringLiteral("Handling exception"), __func__, logSource, line)
 
-constexpr std::size_t keptRecords = 64; // of those that others have replaced
+constexpr std::size_t keptRecords = 64; // replaced records that a host may still hold
 
 } // namespace
 
@@ -58,7 +59,7 @@ classpublish::classpublish(const QString& topic, const QString& payload, int mid
 struct classmessages::requests_t {
     owning_map_t<int, classsubscribe> subscriptions;
     owning_map_t<int, classpublish> publications;
-    std::deque<QPointer<QObject>> replaced; // a host may hold such a record, or have deleted it
+    std::deque<QPointer<QObject>> replaced; // a host may hold such a record, or may have deleted it
 
     ~requests_t() { clear(); }
 
@@ -123,7 +124,7 @@ try {
     return nullptr;
 }
 
-// The topic is not compared: callers ask whether, and from which mid on, anything is subscribed.
+// The topic is deliberately not compared: the lowest mid tells whether anything is subscribed.
 int classmessages::getMidSubsciption(const QString& /*topic*/)
 try {
     const auto& subscriptions = requests->subscriptions.map();

@@ -17,12 +17,12 @@ namespace message {
 using utility::qos_t;
 using utility::state_req_t;
 
-/// What every tracked request has.
+/// What all tracked requests have in common.
 class FLOTROFOBUL_EXPORT classmessage {
 public:
     classmessage();
 
-    /// Local time at which the record was made.
+    /// Local time at which the record was created.
     QDateTime getTimeCreation() const { return QDateTime::fromMSecsSinceEpoch(timeCreation); }
     QString getTopic() const { return topic; }
     void setTopic(const QString& value) { topic = value; }
@@ -34,15 +34,15 @@ public:
     void setMid(int value) { mid = value; }
 
 private:
-    qint64 timeCreation; ///< since the epoch: reading the local zone costs more than all the rest of a record
+    qint64 timeCreation; ///< ms since the epoch; finding the local time costs more than the rest of a record
     QString topic;
     qos_t qos = utility::at_most_once;
     state_req_t state = utility::state_none;
     int mid = 0;
 };
 
-/// A subscription, or an unsubscription that waits for its acknowledgement. Records have no QObject parent,
-/// the argument is ignored: whoever made a record owns it.
+/// A subscription, or an unsubscription that waits for its acknowledgement. A record never has a QObject parent, the
+/// argument is ignored: whoever creates a record owns it.
 class FLOTROFOBUL_EXPORT classsubscribe : public QObject, public classmessage {
     Q_OBJECT
     Q_PROPERTY(QString topic READ getTopic WRITE setTopic)
@@ -93,9 +93,9 @@ private:
     bool dubflag = false;
 };
 
-/// The registry: owns its records and deletes them when they are removed, on reset and with itself. All calls
-/// must come from one thread. The lookups, removals and reset catch everything, log "Handling exception" at
-/// level 1 and return null or -2; the additions let an exception pass.
+/// The registry. It owns its records, and deletes them when they are removed, on reset() and in its destructor. All
+/// calls must come from one thread. Lookups, removals and reset() log an exception as "Handling exception" at level 1
+/// and return null or -2; additions let it pass.
 class FLOTROFOBUL_EXPORT classmessages {
 public:
     classmessages();
@@ -103,27 +103,26 @@ public:
     classmessages(const classmessages&) = delete;
     classmessages& operator=(const classmessages&) = delete;
 
-    /// Registers a request under its mid, in state 1; always true. A record that already stands under the
-    /// mid leaves the map but is not deleted at once, because a host may hold it: the last 64 of those live
-    /// until reset().
+    /// Registers a request under its mid, in state 1; always true. A record that it replaces is not deleted at once,
+    /// because a host may hold it: the last 64 of them are kept until reset(), unless the host deletes them itself.
     bool addSubscription(int mid, const QString& topic, qos_t qos);
     bool addPublication(int mid, const QString& topic, const QString& payload, qos_t qos, bool retain);
 
-    /// The record under the mid, or null.
+    /// The record with the mid, or null.
     classsubscribe* getSubsciption(int mid);
     classpublish* getPublications(int mid);
 
-    /// The lowest mid that holds a subscription, whatever the topic; -1 when there is none.
+    /// The lowest mid of all subscriptions, whatever the topic; -1 if there are none.
     int getMidSubsciption(const QString& topic);
 
-    /// Removes and deletes a record: 1, or 0 when there is none.
+    /// Removes and deletes a record; returns 1, or 0 if there is none.
     int removePublications(int mid);
     int removeSubsciption(int mid);
 
-    /// Removes and deletes every record: 0.
+    /// Removes and deletes every record; returns 0.
     int reset();
 
-    /// The maps themselves; valid as long as the registry.
+    /// The maps themselves, which live as long as the registry.
     QMap<int, classsubscribe*>* getSubscriptions() const;
     QMap<int, classpublish*>* getPublications() const;
 

@@ -9,8 +9,8 @@
 
 namespace comunication {
 
-/// Owns the records that it holds. Hosts are handed the plain QMap inside, or copies of it, so that the pointers in it
-/// are raw ones; Pointer is QPointer<Record> where a host may delete a record itself.
+/// A map that owns its records. It holds raw pointers, because hosts are given the QMap inside it or a copy; where a
+/// host may delete records itself, Pointer is QPointer<Record>.
 template <typename Key, typename Record, typename Pointer = Record*>
 class owning_map_t {
 public:
@@ -27,7 +27,7 @@ public:
     /// The record under a key, or null.
     Record* find(const Key& key) const { return records.value(key, nullptr); }
 
-    /// Puts a record under its key. Returns the one that stood there: to be kept, or else to be deleted.
+    /// Stores a record under a key and returns the one that it replaces, which is deleted unless the caller keeps it.
     std::unique_ptr<Record> put(const Key& key, std::unique_ptr<Record> record)
     {
         Pointer& place = records[key];
@@ -36,7 +36,7 @@ public:
         return former;
     }
 
-    /// Removes and deletes a record: 1, or 0 when there is none.
+    /// Removes and deletes a record; returns 1, or 0 if there is none.
     int remove(const Key& key)
     {
         const auto entry = records.find(key);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How the library writes its texts. Internal.
+// Literals for texts. Internal.
 #pragma once
 
 #include <QtCore/QString>
@@ -9,7 +9,7 @@
 namespace comunication {
 inline namespace literals {
 
-/// "..."_l1: an ASCII text to compare with or to join, without a copy of its own.
+/// "..."_l1 is an ASCII text to compare or concatenate; it is not copied into a QString first.
 constexpr QLatin1String operator""_l1(const char* text, std::size_t length) noexcept
 {
     return QLatin1String(text, static_cast<int>(length));

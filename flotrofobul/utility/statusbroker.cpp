@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The statistics of a broker: what topic fills what field, as tables, and the records' construction.
+// The broker statistics: tables of which topic fills which field, and the construction of the records.
 #include <flotrofobul/utility/statusbroker.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -18,15 +18,15 @@ namespace {
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/utility/statusbroker";
 
 struct statistic_t {
-    QLatin1String levels; // the compared levels, up to the end of the topic
+    QLatin1String levels; // compared exactly, up to the end of the topic
     QString& (*field)(diagnostic_broker&);
 };
 
-// A pattern ignores case where the compared levels do not: "$SYS/broker/HEAP/current" is taken,
+// The pattern ignores case, the compared levels do not: "$SYS/broker/HEAP/current" is stored, but
 // "$SYS/broker/heap/CURRENT" is not.
 struct group_t {
     QRegularExpression pattern;
-    int firstCompared; // number of the level at which the comparison begins
+    int firstCompared; // index of the first compared level
     std::vector<statistic_t> statistics;
 };
 
@@ -40,7 +40,7 @@ bool matches(const QRegularExpression& pattern, const QString& topic)
     return pattern.match(topic).hasMatch();
 }
 
-// A row of a group, and the three rows of a load average.
+// One row of a group, and the three rows of a load average.
 #define STATISTIC(levels, path)                                                         \
     statistic_t                                                                         \
     {                                                                                   \
@@ -50,7 +50,7 @@ bool matches(const QRegularExpression& pattern, const QString& topic)
     STATISTIC(levels "/1min", path->min1), STATISTIC(levels "/5min", path->min5), \
         STATISTIC(levels "/15min", path->min15)
 
-// In the order in which they are tried. Made once, when statistics are first asked for.
+// Tried in this order. Built once, when statistics are first recorded.
 const std::vector<group_t>& groups()
 {
     static const std::vector<group_t> table = {
@@ -141,7 +141,7 @@ bool isLogTopic(const QString& topic)
     return matches(pattern, topic);
 }
 
-// guarded(), with a line that leaves the words of the exception out.
+// Like guarded(), but without the exception's own words in the log line.
 template <typename Body>
 void guardedWithoutWords(const char* function, Body&& body)
 {
@@ -277,7 +277,7 @@ void diagnostic_broker::updateMessage(const QString& topic, const QString& paylo
         if (storeBrokerLogs && isLogTopic(topic)) {
             logging->lines->append(payload);
         }
-        // Log lines are reported too: they are no statistics.
+        // Log lines get this line too, because they are not statistics.
         FLOTROFOBUL_LOG_AT(warning, topic % " .......... NO REGISTER"_l1, function, logSource, __LINE__);
     });
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// How a node finds out who it is: client id, machine, network and file digests.
 #include <flotrofobul/utility/system_t.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -58,11 +59,11 @@ system_t::system_t(const QString& _versionApp, service_t _servicetype, const QSt
 {
     versionApp = _versionApp;
     type = _servicetype.ToString();
-    // A given id says that the host knows who it is; the machine is not asked then.
+    // A host that gives an id knows which node it is, so the machine is not examined.
     clientid = _clientId.trimmed().isEmpty() ? calculateId() : _clientId;
 }
 
-// The line numbers below are part of the texts that the system's readers of logs know.
+// The line numbers below are fixed: log readers know them.
 
 QString system_t::calculateId()
 try {
@@ -71,7 +72,7 @@ try {
              .join(u'/');
     hostname = QSysInfo::machineHostName();
     versionLib = libraryVersion();
-    // A random identity was once part of the id; its kind is still determined and plays no role.
+    // A random identity was once part of the id; it is still created, but unused.
     const QUuid uuid = QUuid::createUuid();
     Q_UNUSED(uuid.variant())
     Q_UNUSED(uuid.version())
@@ -125,7 +126,7 @@ QString system_t::calculateHash(const QString& path)
         return QString();
     }
     QCryptographicHash digest(QCryptographicHash::Md5);
-    // As Qt turns bytes into a text: it ends before a zero byte.
+    // The conversion stops at the first zero byte.
     return digest.addData(&file) ? QString::fromUtf8(digest.result()) : QString();
 }
 
