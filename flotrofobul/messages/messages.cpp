@@ -8,6 +8,7 @@
 #include <QtCore/QPointer>
 
 #include <deque>
+#include <utility>
 
 namespace comunication {
 namespace message {
@@ -63,11 +64,13 @@ struct classmessages::requests_t {
 
     ~requests_t() { clear(); }
 
-    void keep(std::unique_ptr<QObject> record)
+    template <typename Record>
+    void add(owning_map_t<int, Record>& map, std::unique_ptr<Record> record)
     {
-        if (record) {
-            replaced.emplace_back(record.get());
-            static_cast<void>(record.release());
+        const int mid = record->getMid();
+        if (auto former = map.put(mid, std::move(record))) {
+            replaced.emplace_back(former.get());
+            static_cast<void>(former.release());
             deleteReplaced(keptRecords);
         }
     }
@@ -96,15 +99,15 @@ classmessages::~classmessages() = default;
 
 bool classmessages::addSubscription(int mid, const QString& topic, qos_t qos)
 {
-    requests->keep(requests->subscriptions.put(
-        mid, std::make_unique<classsubscribe>(topic, qos, mid, utility::state_registered, nullptr)));
+    requests->add(requests->subscriptions,
+                  std::make_unique<classsubscribe>(topic, qos, mid, utility::state_registered, nullptr));
     return true;
 }
 
 bool classmessages::addPublication(int mid, const QString& topic, const QString& payload, qos_t qos, bool retain)
 {
-    requests->keep(requests->publications.put(
-        mid, std::make_unique<classpublish>(topic, payload, mid, qos, retain, utility::state_registered, nullptr)));
+    requests->add(requests->publications,
+                  std::make_unique<classpublish>(topic, payload, mid, qos, retain, utility::state_registered, nullptr));
     return true;
 }
 
