@@ -1,30 +1,33 @@
 // SPDX-License-Identifier: MIT
-// Connection and disconnection, and what the broker client says of the link.
-#include <flotrofobul/define/define.h>
+// Connecting and disconnecting, and what the broker client reports about the link.
+#include <flotrofobul/protobase_t.h>
+
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
-#include <flotrofobul/protobase_t.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QTimer>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 
 namespace comunication {
+
+using namespace ::utility::logs;
 
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
-constexpr int leastKeepalive = 10;      // seconds
-constexpr int lastWillHeadStart = 1000; // milliseconds
+constexpr std::chrono::seconds leastKeepalive(10);
+constexpr std::chrono::milliseconds lastWillHeadStart(1000);
 
 const QString statisticsTopic = QStringLiteral("$SYS/#");
 
 // What a result code of the link means: MQTT 3.1.1 CONNACK return codes 0 to 5, libmosquitto's 7 (connection
-// lost) and 14 (system error). The last text serves all other codes.
+// lost) and 14 (system error). The last text stands for all other codes.
 struct link_text_t {
     int rc;
     const char* text;
@@ -57,80 +60,82 @@ constexpr link_texts_t disconnectionTexts{{
     {anyOther, ") Disconnection Refused: unknown reason "},
 }};
 
+QString addressOf(const config::mosquittocnf& configuration)
+{
+    const auto* const global = configuration.getMqtt()->getGlobal();
+    return global->getHost() + u':' + QString::number(global->getPort());
+}
+
 void logLink(const link_texts_t& texts, int rc, const QString& address, const char* function)
 {
     const auto* const known =
         std::find_if(texts.begin(), texts.end() - 1, [rc](const link_text_t& text) { return text.rc == rc; });
-    FLOTROFOBUL_LOG_AS(rc == 0 ? 4 : 2, u'(' + QString::number(rc) + QLatin1String(known->text) + address, function);
+    FLOTROFOBUL_LOG_AS(rc == 0 ? info : error, u'(' + QString::number(rc) + QLatin1String(known->text) + address,
+                       function);
 }
 
-// Level of our line for a level of libmosquitto's. 10 is meant: the library's own debug level, 16, counts as
+// The level at which a line of libmosquitto's is logged. 10 is intended: libmosquitto's debug level, 16, is logged as
 // information like everything else.
-int levelOf(int mosquittoLevel)
+LogLevel levelOf(int mosquittoLevel)
 {
     switch (mosquittoLevel) {
-    case 4: return 3;
-    case 8: return 2;
-    case 10: return 6;
-    default: return 4;
+    case 4: return warning; // MOSQ_LOG_WARNING
+    case 8: return error;   // MOSQ_LOG_ERR
+    case 10: return detail;
+    default: return info;
     }
 }
 
 } // namespace
 
-int protobase_t::connect(QString const& _clientid, bool async)
+int protobase_t::connect(const QString& _clientid, bool async)
 try {
     const auto* const global = configuration->getMqtt()->getGlobal();
     system->setBrokerip(global->getHost());
     const QString formerId = system->getClientid();
     if (!_clientid.isEmpty()) {
         system->setClientId(_clientid);
-        FLOTROFOBUL_LOG(4, "Set mosquitto client id: "_l1 + _clientid);
+        FLOTROFOBUL_LOG(info, "Set mosquitto client id: "_l1 + _clientid);
     }
     if (!system->checkNetwork()) {
-        FLOTROFOBUL_LOG(3, QStringLiteral("Network is down"));
+        FLOTROFOBUL_LOG(warning, QStringLiteral("Network is down"));
     }
     int prepared = 0;
     if (client == nullptr) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("Init comunication"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("Init comunication"));
         prepared = init_comunication();
-    } else {
-        followClientId(formerId);
-    }
-    if (closeDelay->isActive()) {
-        // The last will is on its way to the other nodes; only a new session brings this one back to them.
-        closeDelay->stop();
-        brokerClient().disconnect_sync();
-    }
-    FLOTROFOBUL_LOG(6, "Try to connect: "_l1 + brokerAddress() + " with id: "_l1 + system->getClientid());
-    const int keepalive = std::max(configuration->getMqtt()->getConnect()->getKeepalive(), leastKeepalive);
-    const int rc = async ? brokerClient().connect_async(global->getHost(), global->getPort(), keepalive)
-                         : brokerClient().connect_sync(global->getHost(), global->getPort(), keepalive);
-    logLink(connectionTexts, rc, brokerAddress(), __func__);
-    return rc | prepared;
-} catch (...) {
-    FLOTROFOBUL_LOG(0, exceptionText("Handling exception "_l1, "Handling generic exception. Exit"_l1));
-    return -1;
-}
-
-// A broker client that exists already takes the new id, and a last will in its name, from its next session on.
-void protobase_t::followClientId(QString const& former)
-{
-    if (system->getClientid() != former) {
+    } else if (system->getClientid() != formerId) {
+        // The new id, and the last will that carries it, take effect with the next session.
         client->setClientId(system->getClientid());
         init_lastWillMessage();
     }
+    if (closeDelay->isActive()) {
+        // The other nodes have been sent the last will already; only a new session tells them that this one is back.
+        closeDelay->stop();
+        shared_t::brokerClient(*this).disconnect_sync();
+    }
+    FLOTROFOBUL_LOG(detail,
+                    "Try to connect: "_l1 + addressOf(*configuration) + " with id: "_l1 + system->getClientid());
+    const std::chrono::seconds configured(configuration->getMqtt()->getConnect()->getKeepalive());
+    const auto keepalive = static_cast<int>(std::max(configured, leastKeepalive).count());
+    const int rc = async ? shared_t::brokerClient(*this).connect_async(global->getHost(), global->getPort(), keepalive)
+                         : shared_t::brokerClient(*this).connect_sync(global->getHost(), global->getPort(), keepalive);
+    logLink(connectionTexts, rc, addressOf(*configuration), __func__);
+    return rc | prepared;
+} catch (...) {
+    FLOTROFOBUL_LOG(fatal, exceptionText("Handling exception "_l1, "Handling generic exception. Exit"_l1));
+    return -1;
 }
 
 int protobase_t::disconnection(bool _sendLastWill)
 try {
-    FLOTROFOBUL_LOG(6, QStringLiteral("Try to disconnect"));
-    auto& broker = brokerClient();
+    FLOTROFOBUL_LOG(detail, QStringLiteral("Try to disconnect"));
+    auto& broker = shared_t::brokerClient(*this);
     if (!_sendLastWill) {
         closeDelay->stop();
         return broker.disconnect_sync();
     }
-    // Without a link the will would wait in the outbox and tell a falsehood after the next connection.
+    // Without a link the will would wait in the outbox, and be false by the time of the next connection.
     if (const auto will = broker.getWill(); !will.topic.isEmpty() && broker.getConnected()) {
         int mid = 0;
         broker.publish(&mid, will.topic, will.payload, will.qos, will.retain);
@@ -138,14 +143,14 @@ try {
     closeDelay->start(lastWillHeadStart);
     return 0;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return -1;
 }
 
 bool protobase_t::connected()
 {
     const bool up = getConnected();
-    FLOTROFOBUL_LOG(4, "Check connection"_l1 + (up ? " true"_l1 : " false"_l1));
+    FLOTROFOBUL_LOG(info, "Check connection"_l1 + (up ? " true"_l1 : " false"_l1));
     return up;
 }
 
@@ -157,8 +162,8 @@ bool protobase_t::getConnected() const
 void protobase_t::setStatusbroker(bool on)
 try {
     statusbroker = on;
-    // Subscribing asks for a live link and an empty registry, unsubscribing for any mid and no link: a
-    // subscription that was lost with its link is asked for again at the next connection anyway.
+    // Subscribing needs a live link and an empty registry; unsubscribing needs any registered mid, but no link: a
+    // subscription that is lost with its link is made again at the next connection anyway.
     if (on) {
         if (connected() && messages->getMidSubsciption(statisticsTopic) < 0) {
             subscribe(statisticsTopic, utility::exactly_once);
@@ -166,9 +171,9 @@ try {
     } else if (messages->getMidSubsciption(statisticsTopic) >= 1) {
         unsubscribe(statisticsTopic);
     }
-    FLOTROFOBUL_LOG(6, "Set status broker to: "_l1 + (on ? "true"_l1 : "false"_l1));
+    FLOTROFOBUL_LOG(detail, "Set status broker to: "_l1 + (on ? "true"_l1 : "false"_l1));
 } catch (...) {
-    FLOTROFOBUL_LOG(0, QStringLiteral("Handling generic exception. Exit"));
+    FLOTROFOBUL_LOG(fatal, QStringLiteral("Handling generic exception. Exit"));
 }
 
 void protobase_t::setMosquittoLog(bool on)
@@ -180,24 +185,18 @@ void protobase_t::setMosquittoLog(bool on)
     }
 }
 
-QString protobase_t::brokerAddress() const
-{
-    const auto* const global = configuration->getMqtt()->getGlobal();
-    return global->getHost() + u':' + QString::number(global->getPort());
-}
-
 void protobase_t::on_connect(int rc)
 {
     guarded(__func__, logSource, [&] { onConnect(rc); });
 }
 
-// The role is served before the host, which may delete the engine in any slot of its own.
+// The role is served before the host, because the host may delete the engine in any of its slots.
 
 void protobase_t::on_connect_with_flags(int rc, int flags)
 {
     const QPointer<protobase_t> alive(this);
     const char* const function = __func__;
-    guarded(function, logSource, [&] { logLink(connectionTexts, rc, brokerAddress(), function); });
+    guarded(function, logSource, [&] { logLink(connectionTexts, rc, addressOf(*configuration), function); });
     guarded(function, logSource, [&] { onConnect_with_flags(rc, flags); });
     if (alive) {
         guarded(function, logSource, [&] { Q_EMIT onBrokerConnection(rc, flags); });
@@ -208,7 +207,7 @@ void protobase_t::on_disconnect(int rc)
 {
     const QPointer<protobase_t> alive(this);
     const char* const function = __func__;
-    guarded(function, logSource, [&] { logLink(disconnectionTexts, rc, brokerAddress(), function); });
+    guarded(function, logSource, [&] { logLink(disconnectionTexts, rc, addressOf(*configuration), function); });
     guarded(function, logSource, [&] { messages->reset(); });
     guarded(function, logSource, [&] { onDisconnect(rc); });
     if (alive) {
@@ -229,7 +228,7 @@ void protobase_t::on_log(int level, QString str)
 
 void protobase_t::on_error()
 {
-    FLOTROFOBUL_LOG(2, QStringLiteral("An error occured in mosquitto"));
+    FLOTROFOBUL_LOG(error, QStringLiteral("An error occured in mosquitto"));
     guarded(__func__, logSource, [&] { onError(); });
 }
 

@@ -1,32 +1,37 @@
 // SPDX-License-Identifier: MIT
-// Messages and acknowledgements of the broker.
+// Messages and acknowledgements from the broker.
+#include <flotrofobul/protobase_t.h>
+
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/logs/log_line.h>
-#include <flotrofobul/protobase_t.h>
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
 
-const QString bridgeStatePrefix = QStringLiteral("$SYS/broker/connection/");
-const QString payloadUp = QStringLiteral("1");
-const QString payloadDown = QStringLiteral("0");
+void logPending(message::classmessages& messages, const char* function)
+{
+    FLOTROFOBUL_LOG_AS(detail, "Published: "_l1 + QString::number(messages.getPublications()->size()), function);
+    FLOTROFOBUL_LOG_AS(detail, "Subscribe: "_l1 + QString::number(messages.getSubscriptions()->size()), function);
+}
 
 } // namespace
 
 void protobase_t::on_message(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain)
 try {
-    FLOTROFOBUL_LOG(6, "Recieve message => mid: "_l1 + QString::number(mid) + " topic: "_l1 + topic + " qos: "_l1 +
-                           QString::number(qos) + " retain: "_l1 + QString::number(retain));
+    FLOTROFOBUL_LOG(detail, "Recieve message => mid: "_l1 + QString::number(mid) + " topic: "_l1 + topic + " qos: "_l1 +
+                                QString::number(qos) + " retain: "_l1 + QString::number(retain));
     if (topic.startsWith(PREFIX_PERFORMANCE, Qt::CaseInsensitive)) {
-        FLOTROFOBUL_LOG(6, "$SYS message "_l1 + topic);
+        FLOTROFOBUL_LOG(detail, "$SYS message "_l1 + topic);
         if (statusbroker) {
-            FLOTROFOBUL_LOG(3, QStringLiteral("Recording status broker is enabled..."));
+            FLOTROFOBUL_LOG(warning, QStringLiteral("Recording status broker is enabled..."));
             statistics->updateMessage(topic, payload);
         }
         onChangeStausBroker(mid, topic, payload, payloadlen, qos, retain);
@@ -34,25 +39,25 @@ try {
     }
     const int levels = topic.count(u'/') + 1;
     if (levels < topic_t::getTopic_min_len()) {
-        FLOTROFOBUL_LOG(2, "Message error length: "_l1 + topic);
+        FLOTROFOBUL_LOG(error, "Message error length: "_l1 + topic);
         return;
     }
     bool ok = false;
     const topic_t parsed(topic, &ok);
     if (!ok) {
-        // The parser has said so in the same words; the second line tells that the message was dropped.
-        FLOTROFOBUL_LOG(2, "Unknown topic not processing messsage: "_l1 + topic);
+        // The parser has logged the same text; this second line says that the message is dropped.
+        FLOTROFOBUL_LOG(error, "Unknown topic not processing messsage: "_l1 + topic);
         return;
     }
     if (parsed.getSender() == system->getClientid()) {
-        FLOTROFOBUL_LOG(6, "Myself Message topic "_l1 + parsed.getOriginal());
+        FLOTROFOBUL_LOG(detail, "Myself Message topic "_l1 + parsed.getOriginal());
         return;
     }
-    FLOTROFOBUL_LOG(4, "Recieve message topic: "_l1 + topic);
-    // What comes is never decoded: encoded payloads are for consumers of another kind.
+    FLOTROFOBUL_LOG(info, "Recieve message topic: "_l1 + topic);
+    // Incoming payloads are never decoded: encoded ones are meant for consumers that are not engines.
     onMessage(mid, parsed, StringToJsonObject(payload).value(dataKey), qos, retain);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 void protobase_t::on_publish(int mid)
@@ -60,7 +65,7 @@ void protobase_t::on_publish(int mid)
     const char* const function = __func__;
     guarded(function, logSource, [&] {
         if (auto* const record = messages->getPublications(mid)) {
-            FLOTROFOBUL_LOG_AS(4,
+            FLOTROFOBUL_LOG_AS(info,
                                "Publish topic mid "_l1 + QString::number(mid) + " - topic "_l1 + record->getTopic() +
                                    " - qos "_l1 + QString::number(record->getQos()) + " - retain: "_l1 +
                                    QString::number(record->getRetainflag()),
@@ -68,9 +73,10 @@ void protobase_t::on_publish(int mid)
             record->setState(utility::state_acknowledged);
             messages->removePublications(mid);
         } else {
-            FLOTROFOBUL_LOG_AS(3, "Publish topic with mid "_l1 + QString::number(mid) + " not found!"_l1, function);
+            FLOTROFOBUL_LOG_AS(warning, "Publish topic with mid "_l1 + QString::number(mid) + " not found!"_l1,
+                               function);
         }
-        logPending(function);
+        logPending(*messages, function);
     });
     guarded(function, logSource, [&] { onPublish(mid); });
 }
@@ -83,14 +89,15 @@ void protobase_t::on_subscribe(int mid, int qos_count, const int* granted_qos)
         if (auto* const record = messages->getSubsciption(mid)) {
             topic = record->getTopic();
             record->setState(utility::state_acknowledged);
-            FLOTROFOBUL_LOG_AS(4,
+            FLOTROFOBUL_LOG_AS(info,
                                "Subscribe topic mid "_l1 + QString::number(mid) + " - topic "_l1 + topic +
                                    " - qos "_l1 + QString::number(record->getQos()),
                                function);
         } else {
-            FLOTROFOBUL_LOG_AS(3, "Subscribe topic with mid "_l1 + QString::number(mid) + " not found!"_l1, function);
+            FLOTROFOBUL_LOG_AS(warning, "Subscribe topic with mid "_l1 + QString::number(mid) + " not found!"_l1,
+                               function);
         }
-        logPending(function);
+        logPending(*messages, function);
     });
     guarded(function, logSource, [&] { onSubscribe(mid, qos_count, granted_qos, topic); });
 }
@@ -102,55 +109,18 @@ void protobase_t::on_unsubscribe(int mid)
     guarded(function, logSource, [&] {
         if (auto* const record = messages->getSubsciption(mid)) {
             topic = record->getTopic();
-            FLOTROFOBUL_LOG_AS(4,
+            FLOTROFOBUL_LOG_AS(info,
                                "Unsubscribe topic mid "_l1 + QString::number(mid) + " - topic "_l1 + topic +
                                    " - qos "_l1 + QString::number(record->getQos()),
                                function);
             record->setState(utility::state_unsubscribed);
             messages->removeSubsciption(mid);
         } else {
-            FLOTROFOBUL_LOG_AS(3, "Unubscribe topic with mid "_l1 + QString::number(mid) + " not found!"_l1, function);
+            FLOTROFOBUL_LOG_AS(warning, "Unubscribe topic with mid "_l1 + QString::number(mid) + " not found!"_l1,
+                               function);
         }
     });
     guarded(function, logSource, [&] { onUnsubscribe(mid, topic); });
-}
-
-void protobase_t::logPending(const char* function) const
-{
-    FLOTROFOBUL_LOG_AS(6, "Published: "_l1 + QString::number(messages->getPublications()->size()), function);
-    FLOTROFOBUL_LOG_AS(6, "Subscribe: "_l1 + QString::number(messages->getSubscriptions()->size()), function);
-}
-
-// A bridge between servers is called <anything>-<anything>-<server>-<server>; others have shorter names.
-void protobase_t::reportBridgeState(QString const& topic, QString const& payload, const char* source)
-{
-    constexpr const char* function = "onChangeStausBroker";
-    if (!topic.startsWith(bridgeStatePrefix)) {
-        return;
-    }
-    const QPointer<protobase_t> alive(this);
-    const QString name = topic.section(u'/', 3, 3);
-    const bool up = payload == payloadUp;
-    Q_EMIT onBridgeConnectionEvent(topic, name, payload);
-    if (!alive) {
-        return;
-    }
-    const QStringList pieces = name.split(u'-');
-    if (pieces.size() < 4) {
-        // No blank before the second text: readers of logs know it so.
-        FLOTROFOBUL_LOG_AT(3, "Bridging "_l1 + name + (up ? " is UP"_l1 : "is DOWN"_l1), function, source, __LINE__);
-        return;
-    }
-    const QString joined = "server: "_l1 + pieces[2] + " to "_l1 + pieces[3];
-    FLOTROFOBUL_LOG_AT(3, "Bridging with "_l1 + joined + (up ? " is UP"_l1 : " is DOWN"_l1), function, source,
-                       __LINE__);
-    const QString serverPrefix = system->getId_prefix() + service_t::server.ToString() + u'-';
-    const QString master = system->getMasterId();
-    if (payload == payloadDown && (master == serverPrefix + pieces[2] || master == serverPrefix + pieces[3])) {
-        FLOTROFOBUL_LOG_AT(3, "Comunication that bridging with "_l1 + joined + " is DOWN"_l1, function, source,
-                           __LINE__);
-        Q_EMIT onMasterBridgeError();
-    }
 }
 
 } // namespace comunication

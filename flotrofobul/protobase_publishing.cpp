@@ -1,33 +1,32 @@
 // SPDX-License-Identifier: MIT
-// Publishing and subscribing: placeholders, the payload's wrapping and encoding, presentations.
-#include <flotrofobul/define/packet.h>
+// Publishing and subscribing: placeholders, and how payloads are wrapped and encoded.
+#include <flotrofobul/protobase_t.h>
+
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
-#include <flotrofobul/protobase_t.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
-#include <QtCore/QDateTime>
 #include <QtCore/QVector>
 
 #include <algorithm>
+#include <utility>
 
 namespace comunication {
+
+using namespace ::utility::logs;
 
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
 
 const QString packetPrefix = FORWARD_PREFIX + u'/' + PREFIX + u'/';
-const QString presentationTopic = FORWARD_PREFIX + u'/' + topicOf(presentation);
-const qos_t presentationQos = qosOf(presentation);
-const bool presentationRetain = presentation["retain"_l1].toBool();
 const QString performanceTopic = topicOf(performance);
 
 constexpr auto withoutPadding = QByteArray::Base64Encoding | QByteArray::OmitTrailingEquals;
 
-// QString::replace() for a placeholder, which begins with "@": looking for that alone spares the search tables.
+// Does what QString::replace() does. Placeholders begin with "@"; searching for that character needs no search tables.
 void putInPlace(QString& topic, const QString& placeholder, const QString& word)
 {
     int at = topic.indexOf(u'@');
@@ -42,16 +41,21 @@ void putInPlace(QString& topic, const QString& placeholder, const QString& word)
     }
 }
 
+QString payloadText(bool encoding, const QByteArray& bytes, QByteArray::Base64Options options)
+{
+    return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes);
+}
+
 using placeholders_t = QMap<QString, QList<QString>>;
 
-// A topic on its way through the placeholders, with those that it has been through. A replacement may hold a
-// placeholder that is spent already, as the client id of a host called "idclient" does: it stands for itself then.
+// A topic that is being expanded, with the placeholders already replaced in it. A replacement may itself contain one of
+// those, as the client id of a host called "idclient" does; it is then taken literally.
 struct expansion_t {
     QString topic;
     QStringList spent;
 };
 
-// The first placeholder that still has to be replaced in a topic.
+// Finds the first placeholder that remains to be replaced in a topic.
 placeholders_t::const_iterator nextPlaceholder(const expansion_t& one, const placeholders_t& placeholders)
 {
     auto entry = placeholders.cbegin();
@@ -62,7 +66,7 @@ placeholders_t::const_iterator nextPlaceholder(const expansion_t& one, const pla
     return entry;
 }
 
-// One pass: every topic gives way to the replacements of its first placeholder. False when none had any.
+// One pass: replaces every topic by the expansions of its first placeholder; false if no topic had one.
 bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders)
 {
     bool expanded = false;
@@ -86,76 +90,63 @@ bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders
 
 void protobase_t::init_subscription(subscribe_t which)
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Init subscriptions "));
-    const bool on = which == utility::subscribe_topics;
-    const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
+    FLOTROFOBUL_LOG(info, QStringLiteral("Init subscriptions "));
     for (const QJsonValue member : subscriptions) {
-        const QString topic = member["topic"_l1].toString();
-        const auto qos = static_cast<qos_t>(member["qos"_l1].toInt());
-        if (topic == performanceTopic) {
-            if (statusbroker) {
-                FLOTROFOBUL_LOG(6, attempt + topic);
-                subscribeOrNot(which, topic, qos);
-            }
+        const QJsonObject entry = member.toObject();
+        const QString topic = topicOf(entry);
+        const qos_t qos = qosOf(entry);
+        const bool ofBroker = topic == performanceTopic;
+        if (ofBroker && !statusbroker) {
             continue;
         }
-        FLOTROFOBUL_LOG(6, attempt + topic);
-        subscribeOrNot(which, topic, qos);
-        for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
-            subscribeOrNot(which, *bridge + u'/' + topic, qos);
+        FLOTROFOBUL_LOG(detail, clientAttempt(which) + topic);
+        subscribeOrNot(*this, which, topic, qos);
+        if (!ofBroker) {
+            subscribeThrough(*this, which, mainBridges, topic, qos);
         }
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
-void protobase_t::subscribeOrNot(subscribe_t which, QString const& topic, qos_t qos)
-{
-    if (which == utility::subscribe_topics) {
-        subscribe(topic, qos);
-    } else {
-        unsubscribe(topic);
-    }
-}
-
-void protobase_t::subscribe(QString const& topic, qos_t qos)
+void protobase_t::subscribe(const QString& topic, qos_t qos)
 try {
     QList<QString> topics{topic};
     topic_subscribe_resolution(topics);
     for (QString& one : topics) {
-        one.replace(INSTALLATIONID, installationId());
-        FLOTROFOBUL_LOG(6, "Try to subscribe topic: "_l1 + one + " qos: "_l1 + QString::number(qos));
+        one.replace(INSTALLATIONID, shared_t::installationId(*this));
+        FLOTROFOBUL_LOG(detail, "Try to subscribe topic: "_l1 + one + " qos: "_l1 + QString::number(qos));
         int mid = 0;
-        brokerClient().subscribe(&mid, one, qos);
+        shared_t::brokerClient(*this).subscribe(&mid, one, qos);
         messages->addSubscription(mid, one, qos);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText("Handling exception "_l1, "Handling exception"_l1));
+    FLOTROFOBUL_LOG(caught, exceptionText("Handling exception "_l1, "Handling exception"_l1));
 }
 
-void protobase_t::unsubscribe(QString const& topic)
+void protobase_t::unsubscribe(const QString& topic)
 try {
     QList<QString> topics{topic};
     topic_subscribe_resolution(topics);
     for (QString& one : topics) {
-        // Before the installation id is put in: callers pass topics as the registry holds them.
+        // Looked up before the installation id is filled in: callers pass topics as the registry holds them.
         const int held = messages->getMidSubsciption(one);
         if (held == -1) {
-            FLOTROFOBUL_LOG(2, "No mid for "_l1 + one + " in messages"_l1);
+            FLOTROFOBUL_LOG(error, "No mid for "_l1 + one + " in messages"_l1);
             continue;
         }
         const auto* const record = messages->getSubsciption(held);
         const qos_t qos = record != nullptr ? record->getQos() : utility::at_most_once;
-        auto& broker = brokerClient();
+        auto& broker = shared_t::brokerClient(*this);
         messages->removeSubsciption(held);
-        one.replace(INSTALLATIONID, installationId());
-        FLOTROFOBUL_LOG(6, "Try to unsubscribe topic: "_l1 + one);
+        one.replace(INSTALLATIONID, shared_t::installationId(*this));
+        FLOTROFOBUL_LOG(detail, "Try to unsubscribe topic: "_l1 + one);
         int mid = 0;
         broker.unsubscribe(&mid, one);
         messages->addSubscription(mid, one, qos);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText("Handling generic exception."_l1, "Handling generic exception."_l1));
+    FLOTROFOBUL_LOG(caught, exceptionText("Handling generic exception."_l1, "Handling generic exception."_l1));
 }
 
 void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
@@ -170,54 +161,48 @@ void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
     for (const expansion_t& one : qAsConst(expansions)) {
         for (const QString& placeholder : one.spent) {
             if (one.topic.contains(placeholder)) {
-                FLOTROFOBUL_LOG(2, "Placeholder "_l1 + placeholder + " replaced once only in topic: "_l1 + one.topic);
+                FLOTROFOBUL_LOG(error,
+                                "Placeholder "_l1 + placeholder + " replaced once only in topic: "_l1 + one.topic);
             }
         }
         topics.append(one.topic);
     }
 }
 
-void protobase_t::publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain)
+void protobase_t::publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain)
 {
-    send(topic, payload, qos, retain);
+    protobase_t::publish(std::move(topic), QJsonValue(payload), qos, retain);
 }
 
-void protobase_t::publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain)
-{
-    send(topic, payload, qos, retain);
-}
-
-void protobase_t::send(QString& topic, QJsonValue const& payload, qos_t qos, bool retain)
+void protobase_t::publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain)
 try {
     topic_publish_resolution_sender(topic);
-    putInPlace(topic, INSTALLATIONID, installationId());
-    FLOTROFOBUL_LOG_AS(6,
-                       "Try to publish topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
-                           QString::number(retain),
-                       "publish");
+    putInPlace(topic, INSTALLATIONID, shared_t::installationId(*this));
+    FLOTROFOBUL_LOG(detail, "Try to publish topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
+                                QString::number(retain));
     const QString text = Encode(QJsonObject{{dataKey, payload}});
     int mid = 0;
-    brokerClient().publish(&mid, topic, text, qos, retain);
+    shared_t::brokerClient(*this).publish(&mid, topic, text, qos, retain);
     messages->addPublication(mid, topic, text, qos, retain);
 } catch (...) {
-    FLOTROFOBUL_LOG_AS(1, exceptionText("Handling exception."_l1, "Handling exception"_l1), "publish");
+    FLOTROFOBUL_LOG(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1));
 }
 
-void protobase_t::publish(QJsonObject const& packet, qos_t /*qos*/, bool retain)
+void protobase_t::publish(const QJsonObject& packet, qos_t /*qos*/, bool retain)
 try {
     const QJsonValue payload = packet["payload"_l1];
     const QJsonValue value = packet["topic"_l1];
     if (payload.isUndefined() || value.isUndefined()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Packet not compliant!"));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Packet not compliant!"));
         return;
     }
     QString topic = packetPrefix + value.toString();
     if (topic.size() <= topic_t::getTopic_min_len()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Payload or topic not compliant!"));
-        FLOTROFOBUL_LOG(2, "Topic: "_l1 + topic);
-        FLOTROFOBUL_LOG(2, "Payload: "_l1 + (payload.isObject()
-                                                 ? JsonObjectToString(payload.toObject(), QJsonDocument::Compact)
-                                                 : payload.toString()));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Payload or topic not compliant!"));
+        FLOTROFOBUL_LOG(error, "Topic: "_l1 + topic);
+        FLOTROFOBUL_LOG(error, "Payload: "_l1 + (payload.isObject()
+                                                     ? JsonObjectToString(payload.toObject(), QJsonDocument::Compact)
+                                                     : payload.toString()));
         return;
     }
     QString destination = packet["destination"_l1].toString();
@@ -228,10 +213,10 @@ try {
     QJsonObject body = packet;
     body.remove("topic"_l1);
     body.remove("destination"_l1);
-    // Packets of the host always go at QoS 2, and not through an override of a role.
-    protobase_t::publish(topic, body, utility::exactly_once, retain);
+    // The host's packets always go out at QoS 2, and never through a role's override.
+    protobase_t::publish(std::move(topic), body, utility::exactly_once, retain);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText("Handling exception."_l1, "Handling exception"_l1));
+    FLOTROFOBUL_LOG(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1));
 }
 
 void protobase_t::topic_publish_resolution_sender(QString& topic)
@@ -239,13 +224,13 @@ void protobase_t::topic_publish_resolution_sender(QString& topic)
     putInPlace(topic, SENDER, system->getClientid());
 }
 
-void protobase_t::topic_resolution(QString& topic, QString const& sender, QString const& destination)
+void protobase_t::topic_resolution(QString& topic, const QString& sender, const QString& destination)
 {
     putInPlace(topic, SENDER, sender);
     putInPlace(topic, DESTINATION, destination);
 }
 
-void protobase_t::topic_resolution_destination(QString& topic, QString const& destination)
+void protobase_t::topic_resolution_destination(QString& topic, const QString& destination)
 {
     putInPlace(topic, DESTINATION, destination);
     topic_publish_resolution_sender(topic);
@@ -255,61 +240,44 @@ QString protobase_t::getCommandTopic(QString topic)
 try {
     return commandOf(topic);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
     return QString();
 }
 
-QString protobase_t::JsonObjectToString(QJsonObject const& object, QJsonDocument::JsonFormat format)
+QString protobase_t::JsonObjectToString(const QJsonObject& object, QJsonDocument::JsonFormat format)
 try {
     return QString::fromUtf8(QJsonDocument(object).toJson(format));
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return QString();
 }
 
-QJsonObject protobase_t::StringToJsonObject(QString const& text)
+QJsonObject protobase_t::StringToJsonObject(const QString& text)
 try {
     return documentFromForeignJson(text.toUtf8()).object();
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return QJsonObject();
 }
 
-// Padding is left out for JSON and kept for texts, the last will among them: readers know both.
+// Base64 padding is omitted for JSON and kept for texts, including the last will; consumers accept both.
 
-QString protobase_t::Encode(QJsonObject const& object)
+QString protobase_t::Encode(const QJsonObject& object)
 {
-    return encoded(QJsonDocument(object).toJson(QJsonDocument::Compact), withoutPadding);
+    return payloadText(encoding, QJsonDocument(object).toJson(QJsonDocument::Compact), withoutPadding);
 }
 
-QString protobase_t::Encode(QString const& text)
+QString protobase_t::Encode(const QString& text)
 {
-    return encoding ? encoded(text.toUtf8(), QByteArray::Base64Encoding) : text;
+    return encoding ? payloadText(encoding, text.toUtf8(), QByteArray::Base64Encoding) : text;
 }
 
-QString protobase_t::Encode(QJsonValue const& value)
+QString protobase_t::Encode(const QJsonValue& value)
 {
     if (value.isObject()) {
         return Encode(value.toObject());
     }
-    return encoded(value.toString().toUtf8(), withoutPadding);
-}
-
-QString protobase_t::encoded(QByteArray const& bytes, QByteArray::Base64Options options) const
-{
-    return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes);
-}
-
-void protobase_t::sendPresentation(QString const& destination, const char* source)
-{
-    system->setPublishDate(QDateTime::currentDateTime());
-    QJsonObject packet = serializedSystem();
-    QString topic = presentationTopic;
-    topic_resolution_destination(topic, destination);
-    FLOTROFOBUL_LOG_AT(6, "Try to public remote presentation: "_l1 + topic, "publish_presentation", source, __LINE__);
-    packet.insert("publishDate"_l1, system->getPublishDate());
-    packet.insert("connected"_l1, getConnected());
-    publish(topic, packet, presentationQos, presentationRetain);
+    return payloadText(encoding, value.toString().toUtf8(), withoutPadding);
 }
 
 } // namespace comunication

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Construction, configuration, and the broker client with its security and last will.
-#include <flotrofobul/define/define.h>
+// Construction, configuration, and setting up the broker client, TLS and the last will.
+#include <flotrofobul/protobase_t.h>
+
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
-#include <flotrofobul/protobase_t.h>
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
 
@@ -18,23 +18,14 @@
 #include <QtCore/QTimer>
 
 #include <mutex>
-#include <stdexcept>
 
 namespace comunication {
+
+using namespace ::utility::logs;
 
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
-
-QJsonObject cutMasters(QJsonObject record, int levels)
-{
-    const QString key = QStringLiteral("masterData");
-    const QJsonObject inner = record.value(key).toObject();
-    if (!inner.isEmpty()) {
-        record.insert(key, levels > 1 ? cutMasters(inner, levels - 1) : QJsonObject());
-    }
-    return record;
-}
 
 bool isSpecial(const QString& path)
 {
@@ -42,9 +33,9 @@ bool isSpecial(const QString& path)
     return target.exists() && !target.isFile();
 }
 
-// A new file takes the old one's place only when it is complete, so that a panel that loses its power while saving
-// still knows its installation; where the folder cannot be written, the file itself is. What is no file (a device, a
-// pipe) is written as it is and never replaced.
+// The new file replaces the old one only when it is complete, so that a panel that loses power while saving still knows
+// its installation. If the folder is not writable, the file is overwritten in place. Anything but a regular file (a
+// device, a pipe) is written to directly and never replaced.
 std::unique_ptr<QFileDevice> writerFor(const QString& path)
 {
     if (isSpecial(path)) {
@@ -57,7 +48,7 @@ std::unique_ptr<QFileDevice> writerFor(const QString& path)
 
 bool writeWhole(QFileDevice& file, const QByteArray& text)
 {
-    // The text is buffered, and commit() does not look at whether its last flush has reached the medium.
+    // The text is buffered, and commit() ignores a failure of its final flush.
     if (file.write(text) != text.size() || !file.flush()) {
         return false;
     }
@@ -65,18 +56,44 @@ bool writeWhole(QFileDevice& file, const QByteArray& text)
     return saved == nullptr || saved->commit();
 }
 
+// Whatever fails here, the engine still runs on the defaults.
+template <typename Read>
+void configure(Read&& read, const config::mosquittocnf& configuration, bool& logging)
+try {
+    read();
+    const auto* const global = configuration.getMqtt()->getGlobal();
+    topic_t::setInstallationid(global->getInstallation_id());
+    logging = global->getLogging();
+} catch (...) {
+}
+
+// String-based connections: signals and slots are fixed by their signatures, and so is this order.
+void wire(mosquittopp::mosquittoqt* client, protobase_t* engine)
+{
+    QObject::connect(client, SIGNAL(onConnect(int)), engine, SLOT(on_connect(int)));
+    QObject::connect(client, SIGNAL(onConnect_with_flags(int, int)), engine, SLOT(on_connect_with_flags(int, int)));
+    QObject::connect(client, SIGNAL(onDisconnect(int)), engine, SLOT(on_disconnect(int)));
+    QObject::connect(client, SIGNAL(onPublish(int)), engine, SLOT(on_publish(int)));
+    QObject::connect(client, SIGNAL(onSubscribe(int, int, const int*)), engine,
+                     SLOT(on_subscribe(int, int, const int*)));
+    QObject::connect(client, SIGNAL(onUnsubscribe(int)), engine, SLOT(on_unsubscribe(int)));
+    QObject::connect(client, SIGNAL(onLog(int, QString)), engine, SLOT(on_log(int, QString)));
+    QObject::connect(client, SIGNAL(onError()), engine, SLOT(on_error()));
+    QObject::connect(client, SIGNAL(onMessage(int, QString, QString, int, int, bool)), engine,
+                     SLOT(on_message(int, QString, QString, int, int, bool)));
+}
+
 } // namespace
 
-protobase_t::protobase_t(service_t service, QString const& versionApp, QString const& clientId, bool _encoding)
-    : closeDelay(new QTimer(this))
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding)
+    : encoding(encoding), closeDelay(new QTimer(this))
 {
-    FLOTROFOBUL_LOG(4, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
+    FLOTROFOBUL_LOG(info, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
     int major = 0;
     int minor = 0;
     int patch = 0;
     mosquittopp::lib_version(&major, &minor, &patch);
-    FLOTROFOBUL_LOG(4, QStringLiteral("Running on libmosquitto %1.%2.%3").arg(major).arg(minor).arg(patch));
-    encoding = _encoding;
+    FLOTROFOBUL_LOG(info, QStringLiteral("Running on libmosquitto %1.%2.%3").arg(major).arg(minor).arg(patch));
     messages = std::make_unique<message::classmessages>();
     system = new system_t(versionApp, service, clientId, nullptr);
     configuration = new config::mosquittocnf;
@@ -87,58 +104,35 @@ protobase_t::protobase_t(service_t service, QString const& versionApp, QString c
     configMutex = std::make_unique<QRecursiveMutex>();
 
     closeDelay->setSingleShot(true);
-    closeDelay->setTimerType(Qt::PreciseTimer); // a coarse one may take 50 ms off the will's head start
+    closeDelay->setTimerType(Qt::PreciseTimer); // a coarse timer may fire 50 ms early
     QObject::connect(closeDelay, &QTimer::timeout, this, [this] { client->disconnect_sync(); });
 }
 
-protobase_t::protobase_t(service_t service, QString const& versionApp, QString const& _configPath,
-                         QString const& clientId, bool _encoding)
-    : protobase_t(service, versionApp, clientId, _encoding)
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& path, const QString& clientId,
+                         bool encoding)
+    : protobase_t(service, versionApp, clientId, encoding)
 {
-    try {
-        configPath = _configPath;
-        readConfigFromFile(configPath);
-        takeConfiguration();
-    } catch (...) {
-        // An engine without its configuration still runs on the defaults.
-    }
+    configPath = path;
+    configure([this] { readConfigFromFile(configPath); }, *configuration, logging);
 }
 
-protobase_t::protobase_t(service_t service, QString const& versionApp, QJsonObject const& json, QString const& clientId,
-                         bool _encoding)
-    : protobase_t(service, versionApp, clientId, _encoding)
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QJsonObject& json, const QString& clientId,
+                         bool encoding)
+    : protobase_t(service, versionApp, clientId, encoding)
 {
-    try {
-        readConfigFromJson(json);
-        takeConfiguration();
-    } catch (...) {
-        // As above.
-    }
+    configure([&] { readConfigFromJson(json); }, *configuration, logging);
 }
 
 protobase_t::~protobase_t()
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Destroy comunication base ..."));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Destroy comunication base ..."));
+    // In this order: whoever watches destroyed() sees the pending requests go before the node that made them.
     messages.reset();
     delete system.data();
     delete configuration.data();
-    statistics.reset();
-    serializer.reset();
-    configMutex.reset();
     if (client != nullptr) {
-        client->deleteLater(); // on its own thread's event loop, after the signals that are under way
+        client->deleteLater(); // from the event loop, after pending signals
     }
-}
-
-void protobase_t::takeConfiguration()
-{
-    topic_t::setInstallationid(installationId());
-    logging = configuration->getMqtt()->getGlobal()->getLogging();
-}
-
-QString protobase_t::installationId() const
-{
-    return configuration->getMqtt()->getGlobal()->getInstallation_id();
 }
 
 QString protobase_t::getVersion()
@@ -146,77 +140,77 @@ QString protobase_t::getVersion()
     return utility::libraryVersion();
 }
 
-bool protobase_t::readConfigFromFile(QString const& path)
+bool protobase_t::readConfigFromFile(const QString& path)
 try {
-    FLOTROFOBUL_LOG(4, "Read comunication configuration from file: "_l1 + path);
+    FLOTROFOBUL_LOG(info, "Read comunication configuration from file: "_l1 + path);
     QFile file(path);
     if (!file.exists()) {
         if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-            FLOTROFOBUL_LOG(2, "Unable to open file: "_l1 + path + " Error: "_l1 + file.errorString());
+            FLOTROFOBUL_LOG(error, "Unable to open file: "_l1 + path + " Error: "_l1 + file.errorString());
         }
         return false;
     }
-    // A file that cannot be opened reads as nothing, which is no JSON.
+    // A file that cannot be opened counts as empty, which is not JSON.
     const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    QJsonParseError error{};
-    const QJsonDocument document = documentFromForeignJson(text, &error);
-    if (error.error != QJsonParseError::NoError) {
-        FLOTROFOBUL_LOG(2, "Error parsing file: "_l1 + path);
+    QJsonParseError outcome{};
+    const QJsonDocument document = documentFromForeignJson(text, &outcome);
+    if (outcome.error != QJsonParseError::NoError) {
+        FLOTROFOBUL_LOG(error, "Error parsing file: "_l1 + path);
         return false;
     }
     configuration->deserialize(document.object());
     return true;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return false;
 }
 
-bool protobase_t::readConfigFromJson(QJsonObject const& json)
+bool protobase_t::readConfigFromJson(const QJsonObject& json)
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Read comunication configuration from json"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Read comunication configuration from json"));
     if (json.isEmpty()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Error: no valid json object"));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Error: no valid json object"));
         return false;
     }
     configuration->deserialize(json);
     return true;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return false;
 }
 
-bool protobase_t::saveConfigToFile(QString const& path)
+bool protobase_t::saveConfigToFile(const QString& path)
 try {
-    FLOTROFOBUL_LOG(6, "Try to write config comunication: "_l1 + path);
+    FLOTROFOBUL_LOG(detail, "Try to write config comunication: "_l1 + path);
     const std::lock_guard<QRecursiveMutex> lock(*configMutex);
     const QJsonObject json = configuration->serialize();
     if (QFile::exists(path)) {
-        FLOTROFOBUL_LOG(6, "Override file "_l1 + path);
+        FLOTROFOBUL_LOG(detail, "Override file "_l1 + path);
     } else {
-        FLOTROFOBUL_LOG(3, "File not foud write "_l1 + path);
+        FLOTROFOBUL_LOG(warning, "File not foud write "_l1 + path);
     }
     const std::unique_ptr<QFileDevice> file = writerFor(path);
     if (path.isEmpty() || !file->open(QIODevice::WriteOnly)) {
-        FLOTROFOBUL_LOG(2, "Unable to open file: "_l1 + path);
+        FLOTROFOBUL_LOG(error, "Unable to open file: "_l1 + path);
         return false;
     }
     if (!isSpecial(path) && !configuration->getMqtt()->getConnect()->getPassword().isEmpty()) {
         file->setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
     if (!writeWhole(*file, QJsonDocument(json).toJson(QJsonDocument::Indented))) {
-        FLOTROFOBUL_LOG(2, "Unable to write file: "_l1 + path);
+        FLOTROFOBUL_LOG(error, "Unable to write file: "_l1 + path);
         return false;
     }
-    FLOTROFOBUL_LOG(4, "Writed"_l1 + path);
+    FLOTROFOBUL_LOG(info, "Writed"_l1 + path);
     return true;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return false;
 }
 
 int protobase_t::init_comunication()
 try {
-    FLOTROFOBUL_LOG(4, "Init mosquitto clientid: "_l1 + system->getClientid());
+    FLOTROFOBUL_LOG(info, "Init mosquitto clientid: "_l1 + system->getClientid());
     auto* const mqtt = configuration->getMqtt();
     if (client != nullptr) {
         client->disconnect(this);
@@ -233,110 +227,64 @@ try {
     client->setLoopInterval(mqtt->getGlobal()->getInterval());
     const int security = init_security();
     const int will = init_lastWillMessage();
-    wireClient();
+    wire(client, this);
     return credentials != 0 || security != 0 || will != 0 ? 1 : 0;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return 1;
-}
-
-// String-based, because the slots are known by their signature texts and wired in this order.
-void protobase_t::wireClient()
-{
-    QObject::connect(client, SIGNAL(onConnect(int)), this, SLOT(on_connect(int)));
-    QObject::connect(client, SIGNAL(onConnect_with_flags(int, int)), this, SLOT(on_connect_with_flags(int, int)));
-    QObject::connect(client, SIGNAL(onDisconnect(int)), this, SLOT(on_disconnect(int)));
-    QObject::connect(client, SIGNAL(onPublish(int)), this, SLOT(on_publish(int)));
-    QObject::connect(client, SIGNAL(onSubscribe(int, int, const int*)), this, SLOT(on_subscribe(int, int, const int*)));
-    QObject::connect(client, SIGNAL(onUnsubscribe(int)), this, SLOT(on_unsubscribe(int)));
-    QObject::connect(client, SIGNAL(onLog(int, QString)), this, SLOT(on_log(int, QString)));
-    QObject::connect(client, SIGNAL(onError()), this, SLOT(on_error()));
-    QObject::connect(client, SIGNAL(onMessage(int, QString, QString, int, int, bool)), this,
-                     SLOT(on_message(int, QString, QString, int, int, bool)));
 }
 
 int protobase_t::init_security()
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Init security ..."));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Init security ..."));
     const auto* const security = configuration->getMqtt()->getSecurity();
     if (!security->getTls_enable()) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("Tls secure is disabled"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("Tls secure is disabled"));
         return 0;
     }
-    FLOTROFOBUL_LOG(4, QStringLiteral("Tls secure is enabled, try to set it .... "));
-    const int rc = brokerClient().tls_set(security->getCa_file(), QString(), QString(), QString(), nullptr);
+    FLOTROFOBUL_LOG(info, QStringLiteral("Tls secure is enabled, try to set it .... "));
+    const int rc =
+        shared_t::brokerClient(*this).tls_set(security->getCa_file(), QString(), QString(), QString(), nullptr);
     const QString result = u'(' + QString::number(rc) + " TLS-SET) "_l1;
     switch (rc) {
     case 0:
-        FLOTROFOBUL_LOG(4, result + "Tls set on success"_l1);
-        FLOTROFOBUL_LOG(4, security->getTls_insecure() ? QStringLiteral("Tls set insecure")
-                                                       : QStringLiteral("Tls set secure"));
+        FLOTROFOBUL_LOG(info, result + "Tls set on success"_l1);
+        FLOTROFOBUL_LOG(info, security->getTls_insecure() ? QStringLiteral("Tls set insecure")
+                                                          : QStringLiteral("Tls set secure"));
         client->tls_insecure_set(security->getTls_insecure());
         break;
-    case 1: FLOTROFOBUL_LOG(2, result + "Probably file format not correct"_l1); break;
-    case 3: FLOTROFOBUL_LOG(2, result + "Probably file not exist"_l1); break;
-    default: FLOTROFOBUL_LOG(2, result + "Unknown error"_l1); break;
+    case 1: FLOTROFOBUL_LOG(error, result + "Probably file format not correct"_l1); break;
+    case 3: FLOTROFOBUL_LOG(error, result + "Probably file not exist"_l1); break;
+    default: FLOTROFOBUL_LOG(error, result + "Unknown error"_l1); break;
     }
     return rc;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return 1;
 }
 
 int protobase_t::init_lastWillMessage()
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Set last will message"));
-    FLOTROFOBUL_LOG(6, QStringLiteral("Create presentation object"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Set last will message"));
+    FLOTROFOBUL_LOG(detail, QStringLiteral("Create presentation object"));
     system->setConnected(false);
-    const QString payload = JsonObjectToString({{dataKey, serializedSystem()}}, QJsonDocument::Compact);
-    brokerClient().will_clear();
-    QString topic = lastwill["topic"_l1].toString();
-    const int qos = lastwill["qos"_l1].toInt();
+    const QString payload = JsonObjectToString({{dataKey, shared_t::ownRecord(*this)}}, QJsonDocument::Compact);
+    shared_t::brokerClient(*this).will_clear();
+    QString topic = topicOf(lastwill);
+    const int qos = qosOf(lastwill);
     const bool retain = lastwill["retain"_l1].toBool();
     topic_publish_resolution_sender(topic);
     topic = topic_lastwillmessage(topic);
-    topic.replace(INSTALLATIONID, installationId());
-    FLOTROFOBUL_LOG(4, "Params last will message topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) +
-                           " retain: "_l1 + QString::number(retain));
-    FLOTROFOBUL_LOG(6, "payload: "_l1 + payload);
+    topic.replace(INSTALLATIONID, shared_t::installationId(*this));
+    FLOTROFOBUL_LOG(info, "Params last will message topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) +
+                              " retain: "_l1 + QString::number(retain));
+    FLOTROFOBUL_LOG(detail, "payload: "_l1 + payload);
     const int rc = client->will_set(topic, Encode(payload), qos, retain);
-    FLOTROFOBUL_LOG(4, "Set last will: "_l1 + QString::number(rc));
+    FLOTROFOBUL_LOG(info, "Set last will: "_l1 + QString::number(rc));
     return rc;
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
     return -1;
-}
-
-mosquittopp::mosquittoqt& protobase_t::brokerClient() const
-{
-    if (client == nullptr) {
-        throw std::logic_error("no broker client before the first connect");
-    }
-    return *client;
-}
-
-QJsonObject protobase_t::serializedSystem() const
-{
-    return serializer->serialize<system_t*>(system.data());
-}
-
-std::unique_ptr<system_t> protobase_t::deserializedSystem(QJsonObject const& packet) const
-{
-    return std::unique_ptr<system_t>(serializer->deserialize<system_t*>(packet));
-}
-
-void protobase_t::storeMaster(QString const& id, QJsonObject const& data)
-{
-    system->setMaster(id, withoutDeeperMasters(data));
-}
-
-// A master's record holds the record of the master before it, which holds the one before that: each reconnection of
-// a default master would add a level, until receivers refuse the packet as nested too deep (QJsonDocument reads
-// 1,024 levels). Eight tell more than anybody asks for; what lies deeper is cut.
-QJsonObject protobase_t::withoutDeeperMasters(QJsonObject const& record)
-{
-    constexpr int mostLevels = 8;
-    return cutMasters(record, mostLevels);
 }
 
 } // namespace comunication

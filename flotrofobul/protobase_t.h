@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The engine: its public face, its signals, and the hooks of a role. What the two roles add stands in
-// protoclient_t.h and protoserver_t.h.
+// The engine: its public operations, its signals and the hooks of a role. What the two roles add is in protoclient_t.h
+// and protoserver_t.h.
 #pragma once
 
 #include <flotrofobul/define/topic_t.h>
@@ -47,165 +47,176 @@ using utility::subscribe_t;
 using utility::system_t;
 using utility::topic_t;
 
-/// The engine that an application embeds, in the role of a server (protoserver_t) or of a client
-/// (protoclient_t).
+/// The engine that an application embeds, in the role of a server (protoserver_t) or of a client (protoclient_t).
 ///
-/// It lives on the thread of its event loop and all its operations must be called there; nothing blocks that
-/// loop but connect() with async false. It owns its record, configuration model, registry and statistics. The
-/// host may call any operation, or delete the engine, from within any of its signals.
+/// An engine lives on the thread of its event loop, and all its operations must be called there. None of them blocks
+/// the loop, except connect() with async false. The engine owns its record, configuration model, registry and
+/// statistics. In any of its signals the host may call any operation or delete the engine.
 ///
-/// No operation throws. What goes wrong is written to the logger and told by the result: libmosquitto's
-/// integer codes (MOSQ_ERR_*, 0 is success) pass through unchanged. An operation that needs the broker client
-/// before the first connect() has created it logs one line and does nothing.
+/// No operation throws. Failures are logged and reported by the result: libmosquitto's integer codes (MOSQ_ERR_*, 0 is
+/// success) pass through unchanged. Before the first connect() has created the broker client, an operation that needs
+/// it logs one line and does nothing.
 ///
-/// Payloads are wrapped as {"d": value}. With encoding on they are sent as Base64 for consumers that decode;
-/// an engine never decodes what it receives, so engines that talk to each other are built with encoding off.
+/// Payloads are wrapped as {"d": value}. With encoding on they are sent as Base64, for consumers that decode it; an
+/// engine never decodes what it receives, so engines that talk to each other are built with encoding off.
 class FLOTROFOBUL_EXPORT protobase_t : public QObject {
     Q_OBJECT
 
 public:
-    /// Builds an engine from a configuration file. A file that cannot be read is logged and leaves the
-    /// defaults.
+    /// Builds an engine from a configuration file; one that cannot be read is logged, and the defaults stay.
     /// @param service      role of the node
     /// @param versionApp   version of the host application, presented to the other nodes
-    /// @param configPath   JSON file
-    /// @param clientId     MQTT client id, taken as given; when blank it is made from role and host name
+    /// @param path         JSON file
+    /// @param clientId     MQTT client id, taken as given; if blank, it is made from the role and the host name
     /// @param encoding     whether payloads are sent as Base64
-    protobase_t(service_t service, QString const& versionApp, QString const& configPath, QString const& clientId,
+    protobase_t(service_t service, const QString& versionApp, const QString& path, const QString& clientId,
                 bool encoding);
-    /// The same from a configuration object.
-    protobase_t(service_t service, QString const& versionApp, QJsonObject const& configuration, QString const& clientId,
+    /// Builds an engine from a configuration object; an empty one is logged, and the defaults stay.
+    protobase_t(service_t service, const QString& versionApp, const QJsonObject& configuration, const QString& clientId,
                 bool encoding);
-    /// Hands the broker client to deferred deletion, which closes the link.
+    /// Deletes what the engine owns. The broker client is deleted by the event loop, which closes the link.
     ~protobase_t() override;
 
     // Configuration
 
-    /// Reads a configuration file into the model; false when it cannot be opened or is no JSON.
-    bool readConfigFromFile(QString const& path);
-    /// Reads a configuration object into the model; false when it is empty.
-    bool readConfigFromJson(QJsonObject const& json);
-    /// Writes the configuration to a file, indented. An interrupted save leaves the old file; a file with a
-    /// password is readable by its owner only. False when it cannot be written.
-    bool saveConfigToFile(QString const& path);
-    /// Version of the library and its protocol.
+    /// Reads a configuration file into the model. False if it cannot be opened or is not JSON; the model then stays as
+    /// it is.
+    bool readConfigFromFile(const QString& path);
+    /// Reads a configuration object into the model. False if it is empty; the model then stays as it is.
+    bool readConfigFromJson(const QJsonObject& json);
+    /// Writes the configuration to a file, indented. An interrupted save leaves the old file as it was; a file that
+    /// holds a password is readable by its owner only. False if it cannot be written.
+    bool saveConfigToFile(const QString& path);
+    /// Version of the library and of its protocol.
     QString getVersion();
     /// Whether payloads are sent as Base64.
     bool isEncoding() const { return encoding; }
+    /// Switches Base64 on or off, for everything that is published from now on.
     void setEncoding(bool on) { encoding = on; }
 
     // Broker client; called by connect()
 
-    /// Creates and wires the broker client. 0, or 1 when credentials, TLS or last will were refused.
+    /// Creates and wires the broker client, replacing an earlier one. 0, or 1 if credentials, TLS or last will were
+    /// refused.
     int init_comunication();
-    /// Sets TLS up from the configuration; result of the TLS library call, 0 is success.
+    /// Sets up TLS as configured. 0 on success and when TLS is off, the broker client's code if it refuses, 1 on an
+    /// exception.
     int init_security();
-    /// Registers the last will; result of the broker client, -1 on an exception.
+    /// Registers the last will, which takes effect with the next session. The broker client's code, 0 on success; -1 on
+    /// an exception.
     int init_lastWillMessage();
 
     // Link
 
-    /// Whether the broker has accepted the session; connected() writes it to the log too.
+    /// Whether the broker has accepted the session; logged.
     bool connected();
+    /// Whether the broker has accepted the session; false before the first connect().
     bool getConnected() const;
-    /// Switches the logging of libmosquitto, in the configuration as well.
+    /// Switches the logging of libmosquitto's own lines, in the configuration as well.
     void setMosquittoLog(bool on);
 
     // Broker statistics
 
-    /// Switches the recording of $SYS messages; on a live link "$SYS/#" is subscribed for it.
+    /// Switches the recording of $SYS messages. Switching it on subscribes "$SYS/#" if the link is up and nothing is
+    /// subscribed yet; switching it off unsubscribes.
     void setStatusbroker(bool on);
+    /// Whether $SYS messages are recorded.
     bool isStatusbroker() const { return statusbroker; }
-    /// The statistics; owned by the engine. Its own flags choose what is recorded.
+    /// The recorded statistics, owned by the engine. Its own flags choose what is recorded.
     brokerdiagnostic::diagnostic_broker* getStatusBroken() const { return statistics.get(); }
 
     // Role
 
-    /// Sets up (1) or drops (anything else) what comes over the bridges.
+    /// Subscribes (1) or unsubscribes (anything else) what comes over the bridges.
     virtual void init_bridge(subscribe_t which) = 0;
-    /// Presents this node to a destination.
-    virtual void publish_presentation(QString const& destination) = 0;
+    /// Publishes this node's presentation to a destination. A failure is logged; a client disconnects then.
+    virtual void publish_presentation(const QString& destination) = 0;
     /// Subscribes the presentations of other nodes.
     virtual void subscription_presentation() = 0;
-    /// Topic of the last will, made from a template.
+    /// The topic of this role's last will, made from a template's topic.
     virtual QString topic_lastwillmessage(QString topic) = 0;
 
-    // Publishing and subscribing
+    // Publishing and subscribing. These return nothing: a failure is logged, or shows in the missing acknowledgement.
 
     /// Subscribes (1) or unsubscribes (anything else) what both roles listen to.
     virtual void init_subscription(subscribe_t which);
-    /// Subscribes every topic that the placeholders of the given one stand for.
-    virtual void subscribe(QString const& topic, qos_t qos);
-    /// Unsubscribes a topic that the registry holds.
-    virtual void unsubscribe(QString const& topic);
-    /// Publishes {"d": payload}; placeholders of sender and installation id are resolved.
-    virtual void publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain);
-    virtual void publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain);
-    /// Publishes a packet of the host: "topic" (the value levels) and "payload" are required, "destination"
-    /// defaults to the master. Sent over the forward bridge; always at QoS 2, whatever is asked for.
-    virtual void publish(QJsonObject const& packet, qos_t qos, bool retain);
-    /// Puts the own client id in the sender's place.
+    /// Subscribes every topic that the placeholders of the given one stand for. What arrives there causes the signals
+    /// of the role, or on_Unknown().
+    virtual void subscribe(const QString& topic, qos_t qos);
+    /// Unsubscribes every topic that the placeholders of the given one stand for. Logs an error and sends nothing if
+    /// the registry holds no subscription.
+    virtual void unsubscribe(const QString& topic);
+    /// Publishes {"d": payload}, with the placeholders of sender and installation id replaced.
+    virtual void publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain);
+    virtual void publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain);
+    /// Publishes a packet of the host over the forward bridge. "topic" (the levels of the value) and "payload" are
+    /// required, or it is refused and logged; "destination" defaults to the master. The QoS is always 2, whatever is
+    /// asked for.
+    virtual void publish(const QJsonObject& packet, qos_t qos, bool retain);
+    /// Fills in the own client id as the sender.
     virtual void topic_publish_resolution_sender(QString& topic);
-    /// Puts sender and destination in their places.
-    void topic_resolution(QString& topic, QString const& sender, QString const& destination);
-    /// Puts the destination in its place, then the own client id in the sender's.
-    void topic_resolution_destination(QString& topic, QString const& destination);
-    /// Replaces each topic of the list by those that its placeholders stand for.
+    /// Fills in sender and destination.
+    void topic_resolution(QString& topic, const QString& sender, const QString& destination);
+    /// Fills in the destination, and the own client id as the sender.
+    void topic_resolution_destination(QString& topic, const QString& destination);
+    /// Replaces each topic of the list by those that its placeholders stand for. A placeholder that stands for nothing
+    /// stays.
     void topic_subscribe_resolution(QList<QString>& topics);
-    /// The topic without the common prefix: what topic_t::getValue() gives for it.
+    /// The topic without the common prefix, which is what topic_t::getValue() returns for it.
     QString getCommandTopic(QString topic);
 
     /// JSON text of an object; empty on an exception.
-    QString JsonObjectToString(QJsonObject const& object, QJsonDocument::JsonFormat format);
-    /// The object that a JSON text holds; empty when it holds none.
-    QJsonObject StringToJsonObject(QString const& text);
-    /// Payload text: compact JSON, as Base64 without padding when encoding is on.
-    QString Encode(QJsonObject const& object);
-    /// Payload text: the text, as Base64 with padding when encoding is on.
-    QString Encode(QString const& text);
-    /// Payload text of an object, or of a text (anything else is ""), as Base64 without padding.
-    QString Encode(QJsonValue const& value);
+    QString JsonObjectToString(const QJsonObject& object, QJsonDocument::JsonFormat format);
+    /// The object in a JSON text; empty if there is none.
+    QJsonObject StringToJsonObject(const QString& text);
+    /// Payload text of an object: compact JSON, as Base64 without padding while encoding is on.
+    QString Encode(const QJsonObject& object);
+    /// Payload text of a text: the text itself, as Base64 with padding while encoding is on.
+    QString Encode(const QString& text);
+    /// Payload text of an object or a text (anything else is empty), as Base64 without padding while encoding is on.
+    QString Encode(const QJsonValue& value);
 
 public Q_SLOTS:
-    /// Connects to the configured broker. Without async it waits for the broker's answer, at most for the
-    /// configured deadline. While the configuration's autoconnect is on, a link that fails or is lost is made
-    /// again. Returns libmosquitto's code, combined with that of init_comunication() on first use, or -1;
-    /// onBrokerConnection() tells the broker's answer.
-    /// @param _clientid  when not empty, stored as the node's client id (role + "@" + its plain characters)
-    int connect(QString const& _clientid = QString(), bool async = true);
-    /// Ends the session, until the next connect(). With _sendLastWill the last will is published to the other
-    /// nodes, the link is closed one second later and the result is 0; without, it is closed at once and the
-    /// result is libmosquitto's. -1 on an exception.
+    /// Connects to the configured broker. Without async it waits for the broker's answer, but no longer than the
+    /// configured timeout. While the configuration's autoconnect is on, an attempt that fails and a link that is lost
+    /// are tried again. Returns libmosquitto's code, combined with that of init_comunication() on first use; -1 on an
+    /// exception. onBrokerConnection() follows with the broker's answer, or onBrokerDisconnection() if none comes; an
+    /// attempt that fails at once is told by the result only.
+    /// @param _clientid  unless empty, becomes the node's client id (role + "@" + its letters, digits and "-")
+    int connect(const QString& _clientid = QString(), bool async = true);
+    /// Ends the session until the next connect(). With _sendLastWill, publishes the last will to the other nodes,
+    /// closes the link one second later and returns 0. Without, closes the link at once and returns libmosquitto's
+    /// code. -1 on an exception. If there was a link, onBrokerDisconnection() follows.
     int disconnection(bool _sendLastWill = true);
 
 Q_SIGNALS:
-    /// The broker has answered a connection attempt: rc is the CONNACK return code of MQTT 3.1.1 (0 accepted, 1
-    /// to 5 refused), flags bit 0 tells whether the broker kept the session. The role has been served before.
+    /// The broker has answered an attempt to connect: rc is the return code of MQTT 3.1.1's CONNACK (0 accepted, 1 to 5
+    /// refused), bit 0 of flags tells whether the broker kept the session. The role has handled it already.
     void onBrokerConnection(int rc, int flags);
-    /// The link is gone: rc is 0 when the engine closed it, else libmosquitto's code (7 connection lost). All
+    /// The link is down: rc is 0 if the engine closed it, otherwise libmosquitto's code (7 is a lost connection). All
     /// pending requests are forgotten.
     void onBrokerDisconnection(int rc);
-    /// A bridge has gone up (payload "1") or down ("0").
+    /// A bridge came up (payload "1") or went down ("0").
     void onBridgeConnectionEvent(QString _topic, QString bridge, QString payload);
-    /// The cloud bridge of the bridge key has gone up or down; clients only.
+    /// The cloud bridge with the bridge key came up or went down; clients only.
     void onBridgeConnectionCloudEvent(QString _topic, QString bridge, QString payload, bool connected);
     /// A packet was not published because no master is known; clients only.
     void onMasterIdError(QJsonObject _packet);
-    /// A bridge that joins the master has gone down; known for masters whose client id is "tarnel-server-" and the
-    /// third or fourth piece of the bridge's name (the pieces stand between hyphens).
+    /// A bridge to the master went down. Recognised for masters whose client id is "tarnel-server-" followed by the
+    /// third or fourth hyphen-separated part of the bridge's name.
     void onMasterBridgeError();
-    /// A node has come or gone. At a client: its master. At a master: a client that comes or goes, a server that goes,
-    /// and the server whose presentation has made this one the master.
+    /// A node came or went. At a client: its master. At a master: a client that came or went, a server that went, and
+    /// the server whose presentation made this one the master.
     void on_Presentation(QString sender, QString destination, bool status, QJsonObject payload);
-    /// A status packet, with "topic" (from "status" on), "sender" and "destination" added; clients only.
+    /// A status packet, with "topic" (from "status" onwards), "sender" and "destination" added; clients only.
     void onDatabasePersistentStatus(QJsonObject _package);
     void onDatabaseRealtimeStatus(QJsonObject _package);
     void onDatabasePresenceSimulationStatus(QJsonObject _package);
-    /// A packet of the topic grammar that the role does not handle.
+    /// A packet that matches the topic grammar, but that the role does not handle.
     void on_Unknown(QString topic, QJsonValue payload, int qos, bool retain);
 
 protected Q_SLOTS:
-    // What the broker client reports.
+    // What the broker client reports; each calls its hook below.
     void on_connect(int rc);
     void on_connect_with_flags(int rc, int flags);
     void on_disconnect(int rc);
@@ -217,37 +228,20 @@ protected Q_SLOTS:
     void on_error();
 
 protected:
-    // Hooks of a role, called by the slots above after the base has done its part.
+    // Hooks of a role, called by the slots above when the base has done its part.
     virtual void onConnect(int rc) = 0;
     virtual void onConnect_with_flags(int rc, int flags) = 0;
     virtual void onDisconnect(int rc) = 0;
     virtual void onPublish(int mid) = 0;
-    /// A message of the topic grammar that another node has sent; value is what stood under "d", undefined when
-    /// the payload was no such object.
+    /// A message from another node whose topic matches the grammar. value is what the payload holds under "d",
+    /// undefined if it holds none.
     virtual void onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain) = 0;
-    virtual void onSubscribe(int mid, int qos_count, int const* granted_qos, QString topic) = 0;
+    virtual void onSubscribe(int mid, int qos_count, const int* granted_qos, QString topic) = 0;
     virtual void onUnsubscribe(int mid, QString topic) = 0;
     virtual void onLog(int level, QString str) = 0;
     virtual void onError() = 0;
-    /// A message of the broker about itself ($SYS).
+    /// A message from the broker about itself ($SYS).
     virtual void onChangeStausBroker(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain) = 0;
-
-    // What both roles share.
-
-    /// Subscribes (1) or unsubscribes (anything else) a topic.
-    void subscribeOrNot(subscribe_t which, QString const& topic, qos_t qos);
-    /// Puts the presentation of this node on its way; exceptions pass to the role.
-    void sendPresentation(QString const& destination, const char* logSource);
-    /// Reports a bridge state topic and whether it concerns the master; nothing for any other topic.
-    void reportBridgeState(QString const& topic, QString const& payload, const char* logSource);
-    /// Stores the master and its record. The record's signal of it must not be used to delete the engine.
-    void storeMaster(QString const& id, QJsonObject const& data);
-    /// A record in which the master records nested below the eighth level are cut.
-    static QJsonObject withoutDeeperMasters(QJsonObject const& record);
-    /// This node's record as a presentation packet holds it.
-    QJsonObject serializedSystem() const;
-    /// A record out of a presentation packet; throws QJsonSerializerException when a value does not fit.
-    std::unique_ptr<system_t> deserializedSystem(QJsonObject const& packet) const;
 
     const QString dataKey = QStringLiteral("d");
     std::unique_ptr<brokerdiagnostic::diagnostic_broker> statistics;
@@ -258,24 +252,17 @@ protected:
     std::unique_ptr<QRecursiveMutex> configMutex;
     QString configPath;
     std::unique_ptr<QJsonSerializer> serializer;
-    QMap<QString, QList<QString>> placeholders; ///< placeholder to the texts that replace it in subscriptions
+    QMap<QString, QList<QString>> placeholders; ///< texts that replace each placeholder in subscriptions
     std::unique_ptr<message::classmessages> messages;
     QPointer<config::mosquittocnf> configuration;
     QPointer<system_t> system;
 
 private:
-    protobase_t(service_t service, QString const& versionApp, QString const& clientId, bool encoding);
-    void takeConfiguration();
-    void send(QString& topic, QJsonValue const& payload, qos_t qos, bool retain);
-    QString installationId() const;
-    mosquittopp::mosquittoqt& brokerClient() const;
-    void wireClient();
-    void followClientId(QString const& former);
-    QString brokerAddress() const;
-    QString encoded(QByteArray const& bytes, QByteArray::Base64Options options) const;
-    void logPending(const char* function) const;
+    friend struct shared_t; // what the engine's files share with the roles
 
-    QTimer* closeDelay; ///< lets the last will leave before the link is closed
+    protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding);
+
+    QTimer* closeDelay; ///< gives the last will time to leave before the link is closed
 };
 
 } // namespace comunication

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
-// What arrives at a client.
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/logs/log_line.h>
+// What a client does with incoming packets and broker events.
 #include <flotrofobul/protoclient_t.h>
+
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QRegExp>
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_client_t;
 using utility::destination_subscription_t;
 
@@ -16,12 +17,10 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclient_t";
 
-const QString presentationCommand = commandOf(topicOf(presentation));
-const QString electionCommand = commandOf(topicOf(masterelection));
 const QString readyTopic = FORWARD_PREFIX + u'/' + topicOf(pkgClientReady);
 const QString statusWord = QStringLiteral("status");
 
-// The kinds of status packet, in the order in which they are tried.
+// The kinds of status packets, tried in this order.
 const struct {
     QString command;
     void (protobase_t::*report)(QJsonObject);
@@ -52,7 +51,7 @@ void protoclient_t::onConnect_with_flags(int rc, int /*flags*/)
 
 void protoclient_t::onDisconnect(int /*rc*/)
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Clear server id and status"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Clear server id and status"));
     forgetMaster();
     serverPresentations.clear();
 }
@@ -64,40 +63,39 @@ void protoclient_t::forgetMaster()
 
 void protoclient_t::onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain)
 {
-    FLOTROFOBUL_LOG(6, "Processing message => mid: "_l1 + QString::number(mid) + " topic: "_l1 + topic.getOriginal() +
-                           " qos: "_l1 + QString::number(qos) + " retain: "_l1 + QString::number(retain));
+    FLOTROFOBUL_LOG(detail, "Processing message => mid: "_l1 + QString::number(mid) + " topic: "_l1 +
+                                topic.getOriginal() + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
+                                QString::number(retain));
     if (processPresentation(topic, value.toObject()) || processMasterElection(topic, value.toObject()) ||
         processStatusDB(topic, value)) {
         return;
     }
-    FLOTROFOBUL_LOG(3, "Message unknown: "_l1 + topic.getOriginal());
-    Q_EMIT on_Unknown(topic.getOriginal(), value, qos, retain);
+    reportUnknown(*this, topic, value, qos, retain, logSource);
 }
 
-bool protoclient_t::processPresentation(topic_t topic, QJsonObject const& packet)
+bool protoclient_t::processPresentation(topic_t topic, const QJsonObject& packet)
 {
-    if (topic.getValue() != presentationCommand) {
+    if (!isPresentation(topic)) {
         return false;
     }
-    const auto node = deserializedSystem(packet);
+    const auto node = shared_t::recordOf(*this, packet);
     const QString id = node->getClientid();
-    if (topic.getSender() != id || !packet.contains("connected"_l1) || !packet.contains("clientid"_l1) ||
-        !packet.contains("type"_l1)) {
-        FLOTROFOBUL_LOG(3, "Internal error not complient packet for "_l1 + id);
+    if (!isCompliant(topic, *node, packet)) {
+        FLOTROFOBUL_LOG(warning, "Internal error not complient packet for "_l1 + id);
         return true;
     }
-    // By the text: getServiceType() takes everything that is no server for a client.
+    // The text decides: getServiceType() takes every node that is not a server for a client.
     if (node->getType() == service_t::client.ToString()) {
-        FLOTROFOBUL_LOG(2, "Anomaly, the client should not receive messages presentation from another client "_l1 +
-                               topic.getOriginal());
+        FLOTROFOBUL_LOG(error, "Anomaly, the client should not receive messages presentation from another client "_l1 +
+                                   topic.getOriginal());
         return true;
     }
     if (node->getType() != service_t::server.ToString()) {
-        FLOTROFOBUL_LOG(2, "non-compliant type (no client - no server) :"_l1 + node->getTypeStr());
+        FLOTROFOBUL_LOG(error, "non-compliant type (no client - no server) :"_l1 + node->getTypeStr());
         return false;
     }
     if (knownClient(packet)) {
-        FLOTROFOBUL_LOG(4, "Ignored same message as last: "_l1 + topic.getOriginal());
+        FLOTROFOBUL_LOG(info, "Ignored same message as last: "_l1 + topic.getOriginal());
         return true;
     }
     const QPointer<protobase_t> alive(this);
@@ -107,116 +105,95 @@ bool protoclient_t::processPresentation(topic_t topic, QJsonObject const& packet
         serverIsOffline(topic, id, packet);
     }
     if (alive) {
-        logServers();
+        logNodes("Servers connected: "_l1, serverPresentations, logSource,
+                 [](const QString& number, auto server) -> QString { return number + ". server: "_l1 + server.key(); });
     }
     return true;
 }
 
-void protoclient_t::serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet)
+void protoclient_t::serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
     const QPointer<protobase_t> alive(this);
-    FLOTROFOBUL_LOG_AS(4, "Receive last will - The server is OFFLINE id: "_l1 + id, "processPresentation");
+    FLOTROFOBUL_LOG_AS(info, "Receive last will - The server is OFFLINE id: "_l1 + id, inPresentation);
     if (id == system->getMasterId()) {
         init_subscription(utility::unsubscribe_topics); // while the master is still known
         forgetMaster();
-        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), false, packet);
+        reportPresentation(*this, topic, false, packet);
     }
     if (alive) {
         serverPresentations.remove(id);
     }
 }
 
-void protoclient_t::serverIsOnline(topic_t const& topic, system_t const& server, QJsonObject const& packet)
+void protoclient_t::serverIsOnline(const topic_t& topic, const system_t& server, const QJsonObject& packet)
 {
     const QString id = server.getClientid();
-    FLOTROFOBUL_LOG_AS(4, "Receive presentation "_l1 + id + " from server is ONLINE - "_l1 + topic.getOriginal(),
-                       "processPresentation");
+    FLOTROFOBUL_LOG_AS(info, "Receive presentation "_l1 + id + " from server is ONLINE - "_l1 + topic.getOriginal(),
+                       inPresentation);
     const bool declaresItself = server.getMasterId() == id && !id.isEmpty();
     if (id != system->getMasterId() && declaresItself && !adoptMaster(topic, id, packet)) {
         return;
     }
     serverPresentations[id] = packet;
-    // What was sent to this client alone is an answer already; answering it again would never end.
+    // A presentation addressed to this client is an answer; answering that would go on forever.
     if (topic.getDestination() != system->getClientid()) {
         publish_presentation(id);
     }
 }
 
-// False when the host has deleted the engine on hearing of its master.
-bool protoclient_t::adoptMaster(topic_t const& topic, QString const& id, QJsonObject const& packet)
+// False if the host deleted the engine when it heard of the new master.
+bool protoclient_t::adoptMaster(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
-    constexpr const char* function = "processPresentation";
     const QPointer<protobase_t> alive(this);
-    FLOTROFOBUL_LOG_AS(4, "My master is online: "_l1 + id, function);
+    FLOTROFOBUL_LOG_AS(info, "My master is online: "_l1 + id, inPresentation);
     init_subscription(utility::unsubscribe_topics);
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Add/Update backup my server presentation"), function);
-    storeMaster(id, packet);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Add/Update backup my server presentation"), inPresentation);
+    shared_t::storeMaster(*this, id, packet);
     placeholders[destination_subscription_t::idserver.ToString()] = {system->getMasterId()};
     init_subscription(utility::subscribe_topics);
-    Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(),
-                           system->getMasterData().value("connected"_l1).toBool(), packet);
+    reportPresentation(*this, topic, system->getMasterData().value("connected"_l1).toBool(), packet);
     return !alive.isNull();
 }
 
-void protoclient_t::logServers() const
-{
-    constexpr const char* function = "processPresentation";
-    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
-        return;
-    }
-    FLOTROFOBUL_LOG_AS(4, "Servers connected: "_l1 + QString::number(serverPresentations.size()), function);
-    int number = 0;
-    for (auto server = serverPresentations.keyBegin(); server != serverPresentations.keyEnd(); ++server) {
-        FLOTROFOBUL_LOG_AS(4, QString::number(number++) + ". server: "_l1 + *server, function);
-    }
-}
-
-// The comparison with the last presentation is left out on purpose: a presentation that repeats itself still asks
-// for an answer.
-bool protoclient_t::knownClient(QJsonObject const& /*packet*/)
+// Deliberately not compared with the last presentation: a repeated one still needs an answer.
+bool protoclient_t::knownClient(const QJsonObject& /*packet*/)
 {
     return false;
 }
 
-bool protoclient_t::processMasterElection(topic_t topic, QJsonObject const& packet)
+bool protoclient_t::processMasterElection(topic_t topic, const QJsonObject& packet)
 {
-    if (topic.getValue() != electionCommand) {
+    if (!isElection(topic)) {
         return false;
     }
-    const QJsonValue named = packet.value("masterid"_l1);
-    if (named.isUndefined()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Master id is void"));
+    const std::optional<QString> named = electedMaster(packet, logSource);
+    if (!named) {
         return true;
     }
-    if (named.toString() == system->getMasterId()) {
-        // A master names itself when it gives the role away: wait for the next one's presentation.
+    if (*named == system->getMasterId()) {
+        // A master that gives up the role names itself; the next master will present itself.
         init_subscription(utility::unsubscribe_topics);
         forgetMaster();
     } else {
-        FLOTROFOBUL_LOG(4, "Ignore my master is "_l1 + system->getMasterId());
+        FLOTROFOBUL_LOG(info, "Ignore my master is "_l1 + system->getMasterId());
     }
     return true;
 }
 
-bool protoclient_t::processStatusDB(topic_t topic, QJsonValue const& value)
+bool protoclient_t::processStatusDB(topic_t topic, const QJsonValue& value)
 {
-    const QString command = topic.getValue();
-    for (const auto& kind : statusKinds) {
-        if (!command.startsWith(kind.command)) {
-            continue;
-        }
-        FLOTROFOBUL_LOG(4, QStringLiteral("Status Message"));
-        QJsonObject packet = value.toObject();
-        addAddress(packet, topic, statusWord);
-        Q_EMIT(this->*kind.report)(packet);
-        return true;
+    const auto* const kind = kindOf(statusKinds, topic);
+    if (kind == nullptr) {
+        return false;
     }
-    return false;
+    FLOTROFOBUL_LOG(info, QStringLiteral("Status Message"));
+    Q_EMIT(this->*kind->report)(withAddress(value.toObject(), topic, statusWord));
+    return true;
 }
 
-// The master learns that this client is ready when the broker has confirmed the subscription of its status topic.
+// This client tells the master that it is ready once the broker has confirmed the subscription of its status topic.
 
-void protoclient_t::onSubscribe(int /*mid*/, int /*qos_count*/, int const* /*granted_qos*/, QString topic)
+void protoclient_t::onSubscribe(int /*mid*/, int /*qos_count*/, const int* /*granted_qos*/, QString topic)
 {
     if (!clientReady && isOwnStatusTopic(topic, QStringLiteral("/"))) {
         clientReady = true;
@@ -226,15 +203,15 @@ void protoclient_t::onSubscribe(int /*mid*/, int /*qos_count*/, int const* /*gra
 
 void protoclient_t::onUnsubscribe(int /*mid*/, QString topic)
 {
-    // Without the "/" among the characters, unlike above: only a topic of one level before the destination ends
-    // the readiness.
+    // Unlike above, without "/" among the characters: only a topic with a single level before the destination ends the
+    // readiness.
     if (clientReady && isOwnStatusTopic(topic, QString())) {
         clientReady = false;
         publishReady(QStringLiteral("0"));
     }
 }
 
-bool protoclient_t::isOwnStatusTopic(QString const& topic, QString const& furtherCharacters) const
+bool protoclient_t::isOwnStatusTopic(const QString& topic, const QString& furtherCharacters) const
 {
     const QRegExp pattern("^["_l1 + topic_t::getAdmitedword() + furtherCharacters + "]+/("_l1 +
                               destination_subscription_t::all.ToString() + u'|' + system->getClientid() +
@@ -243,7 +220,7 @@ bool protoclient_t::isOwnStatusTopic(QString const& topic, QString const& furthe
     return pattern.exactMatch(topic);
 }
 
-void protoclient_t::publishReady(QString const& text)
+void protoclient_t::publishReady(const QString& text)
 {
     QString topic = readyTopic;
     topic_resolution_destination(topic, system->getMasterId());
@@ -259,7 +236,7 @@ void protoclient_t::onChangeStausBroker(int /*mid*/, QString topic, QString payl
     } else if (topic.endsWith(cloud + "/disconnected"_l1)) {
         Q_EMIT onBridgeConnectionCloudEvent(topic, bridge_key, payload, false);
     } else {
-        reportBridgeState(topic, payload, logSource);
+        shared_t::reportBridgeState(*this, topic, payload, logSource);
     }
 }
 

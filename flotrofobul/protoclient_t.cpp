@@ -1,49 +1,42 @@
 // SPDX-License-Identifier: MIT
 // Start-up, presentation and subscriptions of a client.
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/config/mosquittocnf.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/protoclient_t.h>
+
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_client_t;
 using utility::destination_subscription_t;
 
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoclient_t";
+constexpr bridges_t clientBridges{&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2};
 
 } // namespace
 
-protoclient_t::protoclient_t(QString const& versionApp, QString const& _configPath, QString const& clientId,
-                             bool _encoding)
-    : protobase_t(service_t::client, versionApp, _configPath, clientId, _encoding)
+protoclient_t::protoclient_t(const QString& versionApp, const QString& configPath, const QString& clientId,
+                             bool encoding)
+    : protobase_t(service_t::client, versionApp, configPath, clientId, encoding)
 {
     startUp();
 }
 
-protoclient_t::protoclient_t(QString const& versionApp, QJsonObject const& _configuration, QString const& clientId,
-                             bool _encoding)
-    : protobase_t(service_t::client, versionApp, _configuration, clientId, _encoding)
+protoclient_t::protoclient_t(const QString& versionApp, const QJsonObject& configuration, const QString& clientId,
+                             bool encoding)
+    : protobase_t(service_t::client, versionApp, configuration, clientId, encoding)
 {
     startUp();
 }
 
 void protoclient_t::startUp()
 {
-    constexpr const char* function = "protoclient_t";
     broadcastWord = QStringLiteral("broadcast");
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Init protocol for client "), function);
-    const QString id = configuration->getMqtt()->getGlobal()->getInstallation_id();
-    if (id.isEmpty()) {
-        FLOTROFOBUL_LOG_AS(3, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
-                           function);
-        FLOTROFOBUL_LOG_AS(3, QStringLiteral("Installation id is empty  ..."), function);
-    } else {
-        FLOTROFOBUL_LOG_AS(4, "Installation id is: "_l1 + id, function);
-    }
+    shared_t::logStart(*this, "Init protocol for client "_l1, "Installation id is empty  ..."_l1, "protoclient_t",
+                       logSource);
     const QString idclient = destination_subscription_t::idclient.ToString();
     const QString idserver = destination_subscription_t::idserver.ToString();
     placeholders[DESTINATION] = {destination_subscription_t::all.ToString(), idclient};
@@ -54,15 +47,15 @@ void protoclient_t::startUp()
 
 protoclient_t::~protoclient_t()
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Destroy comunication client ..."));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Destroy comunication client ..."));
     serverPresentations.clear();
 }
 
-void protoclient_t::setBridgeKey(QString const& key)
+void protoclient_t::setBridgeKey(const QString& key)
 {
     bridge_key = key;
     if (bridge_key.isEmpty()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Unable to subrscibe/unsubscribe bridge because bridge_key is empty!"));
+        FLOTROFOBUL_LOG(error, QStringLiteral("Unable to subrscibe/unsubscribe bridge because bridge_key is empty!"));
     }
 }
 
@@ -71,7 +64,7 @@ try {
     const QString up = topicOf(bridge_state_cloud_connection).replace(BRIDGEKEY, bridge_key);
     const QString down = topicOf(bridge_state_cloud_disconnection).replace(BRIDGEKEY, bridge_key);
     if (isStatusbroker()) {
-        const qos_t qos = qosOf(bridge_state_cloud_connection); // of both topics
+        const qos_t qos = qosOf(bridge_state_cloud_connection); // for both topics
         subscribe(up, qos);
         subscribe(down, qos);
     } else {
@@ -79,7 +72,7 @@ try {
         unsubscribe(down);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 QString protoclient_t::getServerId() const
@@ -87,17 +80,17 @@ QString protoclient_t::getServerId() const
     return system->getMasterId();
 }
 
-// Bridges are a matter of the servers.
+// Only servers deal with bridges.
 void protoclient_t::init_bridge(subscribe_t /*which*/)
 {}
 
-void protoclient_t::publish_presentation(QString const& destination)
+void protoclient_t::publish_presentation(const QString& destination)
 try {
-    sendPresentation(destination, logSource);
+    shared_t::sendPresentation(*this, destination, logSource);
 } catch (...) {
-    // A node that cannot present itself is of no use to the others: it goes, and they are told.
-    FLOTROFOBUL_LOG(0, exceptionText("Handling exception in presentation: disconnect. "_l1,
-                                     "Handling exception in presentation "_l1));
+    // A node that cannot present itself is useless to the others: it leaves, and its last will tells them.
+    FLOTROFOBUL_LOG(fatal, exceptionText("Handling exception in presentation: disconnect. "_l1,
+                                         "Handling exception in presentation "_l1));
     disconnection(true);
 }
 
@@ -108,14 +101,12 @@ try {
     const QString jolly = destination_subscription_t::jolly.ToString();
     for (const QString& destination : {destination_subscription_t::all.ToString(), system->getClientid(),
                                        destination_subscription_t::all_clients.ToString()}) {
-        QString topic = topicOf(presentation);
-        topic_resolution(topic, jolly, destination);
-        subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, topic, qosOf(presentation),
-                         utility::subscribe_topics);
+        subscribeThrough(*this, utility::subscribe_topics, mainBridges,
+                         resolvedTopic(*this, presentation, jolly, destination), qosOf(presentation));
     }
     subscribe(topicOf(bridge_state), qosOf(bridge_state));
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }
 
 QString protoclient_t::topic_lastwillmessage(QString topic)
@@ -126,77 +117,68 @@ QString protoclient_t::topic_lastwillmessage(QString topic)
 void protoclient_t::init_subscription(subscribe_t which)
 try {
     placeholders[destination_subscription_t::idclient.ToString()] = {system->getClientid()};
-    FLOTROFOBUL_LOG(4, QStringLiteral("Init subscription client"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Init subscription client"));
     const QString server = getServerId();
     if (which == utility::unsubscribe_topics || server.isEmpty()) {
         clientReady = false;
     }
     if (server.isEmpty()) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("No init subscription because server id is null"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("No init subscription because server id is null"));
         return;
     }
-    // Nothing follows this banner: the presentation topics belong to subscription_presentation().
-    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------PRESENTATION-----------------------------"));
+    // Only the banner: subscription_presentation() subscribes these topics.
+    FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------PRESENTATION-----------------------------"));
 
-    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------MASTER-----------------------------"));
-    QString master = topicOf(masterelection);
-    topic_resolution(master, server, destination_subscription_t::all_clients.ToString());
-    subscribeThrough({&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}, master, qosOf(masterelection), which);
+    FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------MASTER-----------------------------"));
+    subscribeThrough(*this, which, mainBridges,
+                     resolvedTopic(*this, masterelection, server, destination_subscription_t::all_clients.ToString()),
+                     qosOf(masterelection));
 
-    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------ALL BASE-----------------------------"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------ALL BASE-----------------------------"));
     protobase_t::init_subscription(which);
 
-    FLOTROFOBUL_LOG(4, QStringLiteral("-----------------------------ONLY CLIENT-----------------------------"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("-----------------------------ONLY CLIENT-----------------------------"));
     for (const QJsonValue entry : subscriptions_client) {
         subscribeClientTopic(entry.toObject(), which);
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling generic exception."));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling generic exception."));
 }
 
-// Topics of the broker go through the forward, remote and first cloud bridge, all others through the forward and
-// both cloud bridges and never through the remote one.
-void protoclient_t::subscribeClientTopic(QJsonObject const& entry, subscribe_t which)
+// The broker's own topics go through the forward, remote and first cloud bridge; all others go through the forward and
+// both cloud bridges, never through the remote one.
+void protoclient_t::subscribeClientTopic(const QJsonObject& entry, subscribe_t which)
 {
-    const bool on = which == utility::subscribe_topics;
     constexpr const char* function = "init_subscription";
     const QString topic = topicOf(entry);
-    const QLatin1String attempt = on ? "Try to subscribe client "_l1 : "Try to unsubscribe client "_l1;
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("-----------------------------SYS-----------------------------"), function);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("-----------------------------SYS-----------------------------"), function);
     if (topic.startsWith(PREFIX_PERFORMANCE)) {
         if (!isStatusbroker()) {
             return;
         }
-        for (const QString* const bridge : {&FORWARD_PREFIX, &REMOTE_PREFIX, &CLOUD_PREFIX_1}) {
-            FLOTROFOBUL_LOG_AS(6, attempt + *bridge + u'/' + topic, function);
-            subscribeThrough({bridge}, topic, qosOf(entry), which);
+        for (const QString* const bridge : mainBridges) {
+            FLOTROFOBUL_LOG_AS(detail, clientAttempt(which) + *bridge + u'/' + topic, function);
+            subscribeOrNot(*this, which, *bridge + u'/' + topic, qosOf(entry));
         }
         return;
     }
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("-----------------------------NON SYS-----------------------------"),
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("-----------------------------NON SYS-----------------------------"),
                        function);
-    FLOTROFOBUL_LOG_AS(6, on ? QString(attempt + FORWARD_PREFIX + u'/' + topic) : QString(attempt + topic), function);
-    subscribeThrough({&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2}, topic, qosOf(entry), which);
-}
-
-void protoclient_t::subscribeThrough(std::initializer_list<const QString*> bridges, QString const& topic, qos_t qos,
-                                     subscribe_t which)
-{
-    for (const QString* const bridge : bridges) {
-        subscribeOrNot(which, *bridge + u'/' + topic, qos);
-    }
+    const bool on = which == utility::subscribe_topics;
+    FLOTROFOBUL_LOG_AS(detail, clientAttempt(which) + (on ? QString(FORWARD_PREFIX + u'/' + topic) : topic), function);
+    subscribeThrough(*this, which, clientBridges, topic, qosOf(entry));
 }
 
 void protoclient_t::publish(QJsonObject _packet)
 try {
     if (getServerId().isEmpty()) {
-        FLOTROFOBUL_LOG(3, QStringLiteral("No master id"));
+        FLOTROFOBUL_LOG(warning, QStringLiteral("No master id"));
         Q_EMIT onMasterIdError(_packet);
         return;
     }
     protobase_t::publish(_packet, utility::exactly_once, false);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 } // namespace comunication

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The engine of a user-facing application: it follows the one server that is master.
+// The engine of a user-facing application, which follows the one server that is master.
 #pragma once
 
 #include <flotrofobul/protobase_t.h>
@@ -8,42 +8,45 @@ namespace comunication {
 
 /// A client: a wall panel or a phone.
 ///
-/// It presents itself to the servers when it is connected, adopts the first server that presents itself as
-/// master, subscribes that master's packets, and forgets it when its last will arrives, when an election names
-/// it, or when the link is lost. In the order of a life: onBrokerConnection(), on_Presentation() of the master,
-/// then the status signals; publish() works while getServerId() is not empty.
+/// Once connected, it presents itself to the servers, adopts the first server that presents itself as master and
+/// subscribes that master's packets. It forgets the master when the master's last will arrives, when an election packet
+/// names it, or when the link is lost. The usual order of signals: onBrokerConnection(), on_Presentation() of the
+/// master, then the status signals. publish() works while getServerId() is not empty.
 ///
-/// Of the signals of protobase_t a client emits all; for ownership, threads and failures see there.
+/// A client emits all signals of protobase_t; see there for ownership, threads and failures.
 class FLOTROFOBUL_EXPORT protoclient_t : public protobase_t {
     Q_OBJECT
 
 public:
-    /// The arguments are those of protobase_t. Use an installation id of letters and digits: with an empty one
-    /// no packet is recognised.
-    protoclient_t(QString const& versionApp, QString const& configPath, QString const& clientId, bool encoding);
-    protoclient_t(QString const& versionApp, QJsonObject const& configuration, QString const& clientId, bool encoding);
+    /// The arguments are those of protobase_t. Use an installation id of letters and digits: without one, no packet is
+    /// recognised.
+    protoclient_t(const QString& versionApp, const QString& configPath, const QString& clientId, bool encoding);
+    protoclient_t(const QString& versionApp, const QJsonObject& configuration, const QString& clientId, bool encoding);
     ~protoclient_t() override;
 
-    /// Key that names the cloud bridge of this installation. Setting it subscribes nothing.
+    /// Key that names the cloud bridge of this installation.
     QString getBridge_key() const { return bridge_key; }
-    void setBridgeKey(QString const& key);
-    /// Follows the cloud bridge of the bridge key while isStatusbroker() is on, else stops following it. For the
-    /// host to call after setBridgeKey() on a live link.
+    /// Sets the bridge key, without subscribing anything; an empty key is stored too, and logged as an error.
+    void setBridgeKey(const QString& key);
+    /// Subscribes the state of the cloud bridge with the bridge key if isStatusbroker() is on, otherwise unsubscribes
+    /// it. The host calls it after setBridgeKey() while connected; onBridgeConnectionCloudEvent() follows.
     void subscribe_bridge();
-    /// Client id of the master; empty when none is known.
+    /// Client id of the master; empty if none is known.
     QString getServerId() const;
 
+    /// Does nothing: only servers deal with bridges.
     void init_bridge(subscribe_t which) override;
-    void publish_presentation(QString const& destination) override;
+    void publish_presentation(const QString& destination) override;
     void subscription_presentation() override;
     QString topic_lastwillmessage(QString topic) override;
+    /// Subscribes (1) or unsubscribes (anything else) the packets of the master; without a master, only logs.
     void init_subscription(subscribe_t which) override;
 
     using protobase_t::publish;
 
 public Q_SLOTS:
-    /// Publishes a packet at QoS 2 to its "destination", by default the master (see protobase_t::publish). With
-    /// no master known it is not sent and onMasterIdError() tells so.
+    /// Publishes a packet at QoS 2 to its "destination", by default the master (see protobase_t::publish()). If no
+    /// master is known, the packet is not sent and onMasterIdError() is emitted.
     void publish(QJsonObject _packet);
 
 protected:
@@ -52,32 +55,29 @@ protected:
     void onDisconnect(int rc) override;
     void onPublish(int mid) override;
     void onMessage(int mid, topic_t topic, QJsonValue value, int qos, bool retain) override;
-    void onSubscribe(int mid, int qos_count, int const* granted_qos, QString topic) override;
+    void onSubscribe(int mid, int qos_count, const int* granted_qos, QString topic) override;
     void onUnsubscribe(int mid, QString topic) override;
     void onLog(int level, QString str) override;
     void onError() override;
     void onChangeStausBroker(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain) override;
 
-    // Each returns true when the packet was of its kind. A presentation with a value of a
+    // Handlers of incoming packets; each returns whether the packet was of its kind. A presentation with a value of the
     // wrong type throws QJsonSerializerException, which on_message() logs.
-    bool processPresentation(topic_t topic, QJsonObject const& packet);
-    bool processMasterElection(topic_t topic, QJsonObject const& packet);
-    bool processStatusDB(topic_t topic, QJsonValue const& value);
-    /// Whether a presentation repeats the last one of its node: never, so that each is processed in full.
-    bool knownClient(QJsonObject const& packet);
+    bool processPresentation(topic_t topic, const QJsonObject& packet);
+    bool processMasterElection(topic_t topic, const QJsonObject& packet);
+    bool processStatusDB(topic_t topic, const QJsonValue& value);
+    /// Whether a presentation repeats the last one from its node. Always false, so that each is processed in full.
+    bool knownClient(const QJsonObject& packet);
 
 private:
     void startUp();
-    void subscribeThrough(std::initializer_list<const QString*> bridges, QString const& topic, qos_t qos,
-                          subscribe_t which);
-    void subscribeClientTopic(QJsonObject const& entry, subscribe_t which);
-    void serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet);
-    void serverIsOnline(topic_t const& topic, system_t const& server, QJsonObject const& packet);
-    bool adoptMaster(topic_t const& topic, QString const& id, QJsonObject const& packet);
+    void subscribeClientTopic(const QJsonObject& entry, subscribe_t which);
+    void serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet);
+    void serverIsOnline(const topic_t& topic, const system_t& server, const QJsonObject& packet);
+    bool adoptMaster(const topic_t& topic, const QString& id, const QJsonObject& packet);
     void forgetMaster();
-    void logServers() const;
-    void publishReady(QString const& text);
-    bool isOwnStatusTopic(QString const& topic, QString const& furtherCharacters) const;
+    void publishReady(const QString& text);
+    bool isOwnStatusTopic(const QString& topic, const QString& furtherCharacters) const;
 
     QString broadcastWord;
     QMap<QString, QJsonObject> serverPresentations;

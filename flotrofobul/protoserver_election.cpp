@@ -1,21 +1,18 @@
 // SPDX-License-Identifier: MIT
-// Who is master. Nothing is compared and nobody votes: the last announcement wins.
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/logs/log_line.h>
+// Who is master: nobody votes and nothing is compared, the last announcement wins.
 #include <flotrofobul/protoserver_t.h>
+
+#include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_server_t;
 
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
-
-const QString electionTopic = topicOf(masterelection);
-const qos_t electionQos = qosOf(masterelection);
-const QString electionCommand = commandOf(electionTopic);
 
 } // namespace
 
@@ -23,61 +20,60 @@ bool protoserver_t::isMaster()
 {
     const QString master = system->getMasterId();
     if (master == system->getClientid()) {
-        FLOTROFOBUL_LOG(6, "I'm master -"_l1 + master + u'-');
+        FLOTROFOBUL_LOG(detail, "I'm master -"_l1 + master + u'-');
         return true;
     }
-    FLOTROFOBUL_LOG(4, master.trimmed().isEmpty() ? QStringLiteral("Master is not set!")
-                                                  : QString("Master id is -"_l1 + master + u'-'));
+    FLOTROFOBUL_LOG(info, master.trimmed().isEmpty() ? QStringLiteral("Master is not set!")
+                                                     : QString("Master id is -"_l1 + master + u'-'));
     return false;
 }
 
 void protoserver_t::setMaster()
 try {
-    FLOTROFOBUL_LOG(4, QStringLiteral("I'm default master"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("I'm default master"));
     if (!connected()) {
         defaultMaster = true;
         return;
     }
-    storeMaster(system->getClientid(), serializedSystem());
+    shared_t::storeMaster(*this, system->getClientid(), shared_t::ownRecord(*this));
     becomeMaster(__func__);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 void protoserver_t::becomeMaster(const char* function)
 {
     subscription_presentation(service_t::client, utility::subscribe_topics);
-    FLOTROFOBUL_LOG_AS(3, QStringLiteral("Publish that i'm a master"), function);
+    FLOTROFOBUL_LOG_AS(warning, QStringLiteral("Publish that i'm a master"), function);
     publish_presentation(destination_publish_server_t::all.ToString());
 }
 
-bool protoserver_t::processMasterElection(topic_t topic, QJsonObject const& packet)
+bool protoserver_t::processMasterElection(topic_t topic, const QJsonObject& packet)
 {
-    if (topic.getValue() != electionCommand) {
+    if (!isElection(topic)) {
         return false;
     }
-    const QJsonValue named = packet.value("masterid"_l1);
-    if (named.isUndefined()) {
-        FLOTROFOBUL_LOG(2, QStringLiteral("Master id is void"));
+    const std::optional<QString> named = electedMaster(packet, logSource);
+    if (!named) {
         return true;
     }
-    const QString id = named.toString();
+    const QString& id = *named;
     const QString old = system->getMasterId();
-    FLOTROFOBUL_LOG(3, "Master election "_l1 + old + " - "_l1 + id);
+    FLOTROFOBUL_LOG(warning, "Master election "_l1 + old + " - "_l1 + id);
     if (id == old) {
-        FLOTROFOBUL_LOG(4, "Ignore same masterid: "_l1 + old);
+        FLOTROFOBUL_LOG(info, "Ignore same masterid: "_l1 + old);
         return true;
     }
-    FLOTROFOBUL_LOG(4, "New masterid: "_l1 + id + " old: "_l1 + old);
+    FLOTROFOBUL_LOG(info, "New masterid: "_l1 + id + " old: "_l1 + old);
     if (old == system->getClientid()) {
-        publish_undomaster(); // while this server still is the master it speaks of
+        publish_undomaster(); // while the record still names this server
     }
-    storeMaster(id, packet);
+    shared_t::storeMaster(*this, id, packet);
     if (isMaster()) {
         becomeMaster(__func__);
     } else if (!old.isEmpty()) {
-        // Also when this server never was the master: dropping what is not subscribed does no harm.
-        FLOTROFOBUL_LOG(4, "Unsubscribe all message from client and bridge old master: -"_l1 + old + u'-');
+        // Even if this server was never the master: unsubscribing an unknown topic does no harm.
+        FLOTROFOBUL_LOG(info, "Unsubscribe all message from client and bridge old master: -"_l1 + old + u'-');
         subscription_presentation(service_t::client, utility::unsubscribe_topics);
     }
     return true;
@@ -85,14 +81,14 @@ bool protoserver_t::processMasterElection(topic_t topic, QJsonObject const& pack
 
 void protoserver_t::publish_undomaster()
 try {
-    QString topic = electionTopic;
-    topic_resolution(topic, system->getClientid(), destination_publish_server_t::all_clients.ToString());
-    topic.prepend(FORWARD_PREFIX + u'/');
-    FLOTROFOBUL_LOG(4, QStringLiteral("I advise only client who are no longer the master"));
-    FLOTROFOBUL_LOG(6, topic);
-    publish(topic, QJsonObject{{QStringLiteral("masterid"), system->getClientid()}}, electionQos, false);
+    const QString topic = FORWARD_PREFIX + u'/' +
+                          resolvedTopic(*this, masterelection, system->getClientid(),
+                                        destination_publish_server_t::all_clients.ToString());
+    FLOTROFOBUL_LOG(info, QStringLiteral("I advise only client who are no longer the master"));
+    FLOTROFOBUL_LOG(detail, topic);
+    publish(topic, QJsonObject{{QStringLiteral("masterid"), system->getClientid()}}, qosOf(masterelection), false);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 } // namespace comunication

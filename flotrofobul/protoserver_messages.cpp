@@ -1,25 +1,25 @@
 // SPDX-License-Identifier: MIT
-// What arrives at a server, and what the broker's link brings.
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/logs/log_line.h>
+// What a server does with incoming packets and broker events.
 #include <flotrofobul/protoserver_t.h>
-#include <flotrofobul/utility/system_t.h>
+
+#include <flotrofobul/protobase_shared.h>
+#include <flotrofobul/protoserver_nodes.h>
 
 #include <utility>
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_server_t;
 
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserver_t";
 
-const QString presentationCommand = commandOf(topicOf(presentation));
 const QString readyCommand = commandOf(topicOf(pkgClientReady));
 const QString requestWord = QStringLiteral("request");
 
-// The kinds of request, in the order in which they are tried.
+// The kinds of requests, tried in this order.
 const struct {
     QString command;
     QString announcement;
@@ -36,18 +36,13 @@ const struct {
      &protoserver_t::onRequestCmd},
 };
 
-bool isServer(system_t const& node)
-{
-    return node.getType() == service_t::server.ToString();
-}
-
 } // namespace
 
 void protoserver_t::onConnect(int /*rc*/)
 {}
 void protoserver_t::onPublish(int /*mid*/)
 {}
-void protoserver_t::onSubscribe(int /*mid*/, int /*qos_count*/, int const* /*granted_qos*/, QString /*topic*/)
+void protoserver_t::onSubscribe(int /*mid*/, int /*qos_count*/, const int* /*granted_qos*/, QString /*topic*/)
 {}
 void protoserver_t::onUnsubscribe(int /*mid*/, QString /*topic*/)
 {}
@@ -62,13 +57,13 @@ void protoserver_t::onConnect_with_flags(int rc, int /*flags*/)
         return;
     }
     if (defaultMaster) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("I'm default master"));
-        storeMaster(system->getClientid(), serializedSystem());
+        FLOTROFOBUL_LOG(info, QStringLiteral("I'm default master"));
+        shared_t::storeMaster(*this, system->getClientid(), shared_t::ownRecord(*this));
     }
     if (system->getMasterId().isEmpty()) {
-        FLOTROFOBUL_LOG(4, QStringLiteral("Master is not assigned"));
+        FLOTROFOBUL_LOG(info, QStringLiteral("Master is not assigned"));
     }
-    FLOTROFOBUL_LOG(6, QStringLiteral("Subscribe presentation and my client for all other servers"));
+    FLOTROFOBUL_LOG(detail, QStringLiteral("Subscribe presentation and my client for all other servers"));
     subscription_presentation(service_t::server, utility::subscribe_topics);
     if (isMaster()) {
         subscription_presentation(service_t::client, utility::subscribe_topics);
@@ -79,80 +74,69 @@ void protoserver_t::onConnect_with_flags(int rc, int /*flags*/)
 
 void protoserver_t::onDisconnect(int /*rc*/)
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Clear all client"));
-    // The records stay: the host may hold the map that getClients() gave it.
-    for (auto client = clients.cbegin(); client != clients.cend(); ++client) {
-        formerClients.insert(client.key(), client.value());
-    }
-    clients.clear();
+    FLOTROFOBUL_LOG(info, QStringLiteral("Clear all client"));
+    // The records are kept: the host may hold the map that getClients() returned.
+    nodes->formerClients.takeAll(nodes->clients);
 }
 
 void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain)
 {
-    FLOTROFOBUL_LOG(6, "Processing message => mid: "_l1 + QString::number(mid) + " _topic: "_l1 + topic.getOriginal() +
-                           " qos: "_l1 + QString::number(qos) + " retain: "_l1 + QString::number(retain));
+    FLOTROFOBUL_LOG(detail, "Processing message => mid: "_l1 + QString::number(mid) + " _topic: "_l1 +
+                                topic.getOriginal() + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
+                                QString::number(retain));
     if (processPresentation(topic, payload.toObject()) || processMasterElection(topic, payload.toObject()) ||
         processRequestDB(topic, payload) || processClientReady(topic, payload)) {
         return;
     }
-    FLOTROFOBUL_LOG(3, "Message unknown: "_l1 + topic.getOriginal());
-    Q_EMIT on_Unknown(topic.getOriginal(), payload, qos, retain);
+    reportUnknown(*this, topic, payload, qos, retain, logSource);
 }
 
-bool protoserver_t::knownClient(QJsonObject const& packet)
+bool protoserver_t::knownClient(const QJsonObject& packet)
 {
-    return isKnown(*deserializedSystem(packet));
+    return nodes->know(*shared_t::recordOf(*this, packet));
 }
 
-bool protoserver_t::isKnown(system_t const& node) const
+bool protoserver_t::processPresentation(topic_t topic, const QJsonObject& packet)
 {
-    const system_t* const known = (isServer(node) ? servers : clients).value(node.getClientid(), nullptr);
-    return known != nullptr && known->getClientid() == node.getClientid() &&
-           known->getConnected() == node.getConnected() && known->getMasterId() == node.getMasterId();
-}
-
-bool protoserver_t::processPresentation(topic_t topic, QJsonObject const& packet)
-{
-    if (topic.getValue() != presentationCommand) {
+    if (!isPresentation(topic)) {
         return false;
     }
-    auto node = deserializedSystem(packet);
+    auto node = shared_t::recordOf(*this, packet);
     const QString sender = topic.getSender();
-    if (sender != node->getClientid() || !packet.contains("connected"_l1) || !packet.contains("clientid"_l1) ||
-        !packet.contains("type"_l1)) {
+    if (!isCompliant(topic, *node, packet)) {
         refusePresentation(sender);
     } else if (isServer(*node)) {
         processServer(topic, std::move(node), packet);
     } else if (node->getType() == service_t::client.ToString()) {
         processClient(topic, std::move(node), packet);
     } else {
-        FLOTROFOBUL_LOG(2, "non-compliant type (no client - no server) from: "_l1 + sender);
+        FLOTROFOBUL_LOG(error, "non-compliant type (no client - no server) from: "_l1 + sender);
     }
     return true;
 }
 
-void protoserver_t::refusePresentation(QString const& sender)
+void protoserver_t::refusePresentation(const QString& sender)
 {
-    FLOTROFOBUL_LOG_AS(2, "Internal error not complient packet from: "_l1 + sender, "processPresentation");
-    remove(clients, sender);
-    remove(servers, sender);
+    FLOTROFOBUL_LOG_AS(error, "Internal error not complient packet from: "_l1 + sender, inPresentation);
+    nodes->clients.remove(sender);
+    nodes->servers.remove(sender);
     if (sender != system->getClientid()) {
         publish_presentation(sender);
     }
     logClients();
 }
 
-void protoserver_t::processServer(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet)
+void protoserver_t::processServer(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
-    if (isKnown(*server)) {
-        FLOTROFOBUL_LOG_AS(4, "Ignored same message as last: "_l1 + topic.getOriginal(), "processPresentation");
+    if (nodes->know(*server)) {
+        FLOTROFOBUL_LOG_AS(info, "Ignored same message as last: "_l1 + topic.getOriginal(), inPresentation);
         return;
     }
     if (isRefusedOrigin(topic, server->getConnected())) {
         return;
     }
     const QPointer<protobase_t> alive(this);
-    // From any other origin nothing is stored.
+    // Presentations from any other origin are not stored.
     if (topic.getOrigin() == REMOTE_PREFIX) {
         if (server->getConnected()) {
             serverIsOnline(topic, std::move(server), packet);
@@ -165,8 +149,8 @@ void protoserver_t::processServer(topic_t const& topic, std::unique_ptr<system_t
     }
 }
 
-// Servers are to meet over the remote bridge alone. The blanks before the topics differ on purpose.
-bool protoserver_t::isRefusedOrigin(topic_t const& topic, bool online) const
+// Servers may meet through the remote bridge only. The blanks before the topics differ on purpose.
+bool protoserver_t::isRefusedOrigin(const topic_t& topic, bool online) const
 {
     const QString origin = topic.getOrigin();
     QLatin1String refusal;
@@ -179,154 +163,117 @@ bool protoserver_t::isRefusedOrigin(topic_t const& topic, bool online) const
     } else {
         return false;
     }
-    FLOTROFOBUL_LOG_AS(2, refusal + topic.getOriginal(), "processPresentation");
+    FLOTROFOBUL_LOG_AS(error, refusal + topic.getOriginal(), inPresentation);
     return true;
 }
 
-void protoserver_t::serverIsOnline(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet)
+void protoserver_t::serverIsOnline(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet)
 {
-    constexpr const char* function = "processPresentation";
-    FLOTROFOBUL_LOG_AS(
-        4, "Receive presentation "_l1 + server->getClientid() + " server is ONLINE - "_l1 + topic.getOriginal(),
-        function);
-    FLOTROFOBUL_LOG_AS(6, QStringLiteral("Add/Update server presentation"), function);
+    const QString id = server->getClientid();
+    FLOTROFOBUL_LOG_AS(info, "Receive presentation "_l1 + id + " server is ONLINE - "_l1 + topic.getOriginal(),
+                       inPresentation);
+    FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update server presentation"), inPresentation);
     const QString master = server->getMasterId();
     const bool online = server->getConnected();
-    store(servers, std::move(server));
+    nodes->servers.put(id, std::move(server));
     if (master.isEmpty() || master == system->getMasterId()) {
         publish_presentation(destination_publish_server_t::all_servers.ToString());
         return;
     }
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Update masterid"), function);
-    storeMaster(master, packet);
+    FLOTROFOBUL_LOG_AS(info, QStringLiteral("Update masterid"), inPresentation);
+    shared_t::storeMaster(*this, master, packet);
     subscription_presentation(service_t::client, utility::subscribe_topics);
     if (isMaster()) {
         publish_presentation(destination_publish_server_t::all.ToString());
-        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), online, packet);
+        reportPresentation(*this, topic, online, packet);
     }
 }
 
-void protoserver_t::serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet)
+void protoserver_t::serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet)
 {
-    constexpr const char* function = "processPresentation";
-    FLOTROFOBUL_LOG_AS(4, "Receive last will from "_l1 + id + " server is OFFLINE"_l1, function);
+    FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " server is OFFLINE"_l1, inPresentation);
     const QPointer<protobase_t> alive(this);
     if (isMaster()) {
-        FLOTROFOBUL_LOG_AS(6, QStringLiteral("E' master allora aggiorno il payload"), function);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("E' master allora aggiorno il payload"), inPresentation);
         system->setMasterData(withoutDeeperMasters(packet));
-        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), false, packet);
+        reportPresentation(*this, topic, false, packet);
     }
     if (alive) {
-        remove(servers, id);
+        nodes->servers.remove(id);
     }
 }
 
-// A client that presents itself again is served again, whatever is known of it: it may have missed the answer.
-void protoserver_t::processClient(topic_t const& topic, std::unique_ptr<system_t> node, QJsonObject const& packet)
+// A client that presents itself again is answered again, whatever is known about it: it may have missed the answer.
+void protoserver_t::processClient(const topic_t& topic, std::unique_ptr<system_t> node, const QJsonObject& packet)
 {
-    constexpr const char* function = "processPresentation";
     const QString id = node->getClientid();
     const bool online = node->getConnected();
     if (online) {
-        FLOTROFOBUL_LOG_AS(
-            4, "Receive presentation from local: "_l1 + id + " client is ONLINE "_l1 + topic.getOriginal(), function);
-        FLOTROFOBUL_LOG_AS(6, QStringLiteral("Add/Update client presentation"), function);
-        remove(formerClients, id);
-        store(clients, std::move(node));
+        FLOTROFOBUL_LOG_AS(info,
+                           "Receive presentation from local: "_l1 + id + " client is ONLINE "_l1 + topic.getOriginal(),
+                           inPresentation);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Add/Update client presentation"), inPresentation);
+        nodes->formerClients.remove(id);
+        nodes->clients.put(id, std::move(node));
         if (topic.getDestination() != system->getClientid()) {
             publish_presentation(id);
         }
     } else {
-        FLOTROFOBUL_LOG_AS(4, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, function);
-        FLOTROFOBUL_LOG_AS(6, QStringLiteral("Remove client presentation"), function);
-        remove(clients, id);
-        remove(formerClients, id);
+        FLOTROFOBUL_LOG_AS(info, "Receive last will from "_l1 + id + " client is OFFLINE"_l1, inPresentation);
+        FLOTROFOBUL_LOG_AS(detail, QStringLiteral("Remove client presentation"), inPresentation);
+        nodes->clients.remove(id);
+        nodes->formerClients.remove(id);
     }
     const QPointer<protobase_t> alive(this);
     if (isMaster()) {
-        Q_EMIT on_Presentation(topic.getSender(), topic.getDestination(), online, packet);
+        reportPresentation(*this, topic, online, packet);
     }
     if (alive) {
         logClients();
     }
 }
 
-void protoserver_t::store(nodes_t& nodes, std::unique_ptr<system_t> node)
-{
-    system_t*& place = nodes[node->getClientid()];
-    delete std::exchange(place, node.release());
-}
-
-void protoserver_t::remove(nodes_t& nodes, QString const& id)
-{
-    delete nodes.take(id);
-}
-
-// The lists are walked only for somebody who reads them: with 500 panels they cost more than all the rest.
-
 void protoserver_t::logServers() const
 {
-    constexpr const char* function = "processPresentation";
-    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
-        return;
-    }
-    FLOTROFOBUL_LOG_AS(4, "Server known: "_l1 + QString::number(servers.size()), function);
-    int number = 0;
-    for (auto server = servers.cbegin(); server != servers.cend(); ++server) {
-        FLOTROFOBUL_LOG_AS(4,
-                           QString::number(number++) + ". "_l1 + server.key() + " - master id-"_l1 +
-                               server.value()->getMasterId() + u'-',
-                           function);
-    }
+    logNodes("Server known: "_l1, nodes->servers.map(), logSource, [](const QString& number, auto server) -> QString {
+        return number + ". "_l1 + server.key() + " - master id-"_l1 + server.value()->getMasterId() + u'-';
+    });
 }
 
 void protoserver_t::logClients() const
 {
-    constexpr const char* function = "processPresentation";
-    if (!::utility::logs::classlogs::getInstance()->isEnabled(4)) {
-        return;
-    }
-    FLOTROFOBUL_LOG_AS(4, "Client connected: "_l1 + QString::number(clients.size()), function);
-    int number = 0;
-    for (auto client = clients.cbegin(); client != clients.cend(); ++client) {
-        FLOTROFOBUL_LOG_AS(4, QString::number(number++) + ". "_l1 + client.key(), function);
-    }
+    logNodes("Client connected: "_l1, nodes->clients.map(), logSource,
+             [](const QString& number, auto client) -> QString { return number + ". "_l1 + client.key(); });
 }
 
-bool protoserver_t::processRequestDB(topic_t topic, QJsonValue const& payload)
+bool protoserver_t::processRequestDB(topic_t topic, const QJsonValue& payload)
 {
-    const QString command = topic.getValue();
-    for (const auto& kind : requestKinds) {
-        if (!command.startsWith(kind.command)) {
-            continue;
-        }
-        FLOTROFOBUL_LOG(6, kind.announcement);
-        QJsonObject packet = payload.toObject();
-        addAddress(packet, topic, requestWord);
-        FLOTROFOBUL_LOG(6, "Request Message "_l1 + topicOf(packet));
-        FLOTROFOBUL_LOG(6, "Payload "_l1 + payload.toString());
-        Q_EMIT(this->*kind.report)(packet);
-        return true;
+    const auto* const kind = kindOf(requestKinds, topic);
+    if (kind == nullptr) {
+        return false;
     }
-    return false;
+    FLOTROFOBUL_LOG(detail, kind->announcement);
+    const QJsonObject packet = withAddress(payload.toObject(), topic, requestWord);
+    FLOTROFOBUL_LOG(detail, "Request Message "_l1 + topicOf(packet));
+    FLOTROFOBUL_LOG(detail, "Payload "_l1 + payload.toString());
+    Q_EMIT(this->*kind->report)(packet);
+    return true;
 }
 
-bool protoserver_t::processClientReady(topic_t topic, QJsonValue const& payload)
+bool protoserver_t::processClientReady(topic_t topic, const QJsonValue& payload)
 {
     if (topic.getValue() != readyCommand) {
         return false;
     }
-    FLOTROFOBUL_LOG(4, QStringLiteral("Client ready message"));
-    QJsonObject packet{{QStringLiteral("payload"), payload}};
-    addAddress(packet, topic, requestWord);
-    Q_EMIT onClientReady(packet);
+    FLOTROFOBUL_LOG(info, QStringLiteral("Client ready message"));
+    Q_EMIT onClientReady(withAddress({{QStringLiteral("payload"), payload}}, topic, requestWord));
     return true;
 }
 
 void protoserver_t::onChangeStausBroker(int /*mid*/, QString topic, QString payload, int /*payloadlen*/, int /*qos*/,
                                         bool /*retain*/)
 {
-    reportBridgeState(topic, payload, logSource);
+    shared_t::reportBridgeState(*this, topic, payload, logSource);
 }
 
 } // namespace comunication

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Start-up, bridges and subscriptions of a server.
-#include <flotrofobul/define/packet.h>
-#include <flotrofobul/platform/config/mosquittocnf.h>
-#include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/protoserver_t.h>
-#include <flotrofobul/utility/system_t.h>
+
+#include <flotrofobul/protobase_shared.h>
+#include <flotrofobul/protoserver_nodes.h>
 
 namespace comunication {
 
+using namespace ::utility::logs;
 using utility::destination_publish_client_t;
 using utility::destination_publish_server_t;
 using utility::destination_subscription_t;
@@ -18,35 +18,28 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserv
 
 } // namespace
 
-protoserver_t::protoserver_t(QString const& versionApp, QString const& _configPath, bool _defaultMaster,
-                             QString const& clientId, bool _encoding)
-    : protobase_t(service_t::server, versionApp, _configPath, clientId, _encoding), defaultMaster(_defaultMaster)
+protoserver_t::protoserver_t(const QString& versionApp, const QString& configPath, bool defaultMaster,
+                             const QString& clientId, bool encoding)
+    : protobase_t(service_t::server, versionApp, configPath, clientId, encoding), defaultMaster(defaultMaster),
+      nodes(std::make_unique<known_nodes_t>())
 {
     startUp();
 }
 
-protoserver_t::protoserver_t(QString const& versionApp, QJsonObject const& _configuration, bool _defaultMaster,
-                             QString const& clientId, bool _encoding)
-    : protobase_t(service_t::server, versionApp, _configuration, clientId, _encoding), defaultMaster(_defaultMaster)
+protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& configuration, bool defaultMaster,
+                             const QString& clientId, bool encoding)
+    : protobase_t(service_t::server, versionApp, configuration, clientId, encoding), defaultMaster(defaultMaster),
+      nodes(std::make_unique<known_nodes_t>())
 {
     startUp();
 }
 
 void protoserver_t::startUp()
 {
-    constexpr const char* function = "protoserver_t";
-    FLOTROFOBUL_LOG_AS(4, QStringLiteral("Init protocol for server "), function);
-    const QString id = configuration->getMqtt()->getGlobal()->getInstallation_id();
-    if (id.isEmpty()) {
-        FLOTROFOBUL_LOG_AS(3, QStringLiteral("WARNING WARNING WARNING WARNING WARNING WARNING WARNING WARNING"),
-                           function);
-        FLOTROFOBUL_LOG_AS(3,
-                           QStringLiteral("Installation id is empty  ... with this configuration it is not possible "
-                                          "to communicate with the cloud ....."),
-                           function);
-    } else {
-        FLOTROFOBUL_LOG_AS(4, "Installation id is: "_l1 + id, function);
-    }
+    shared_t::logStart(*this, "Init protocol for server "_l1,
+                       "Installation id is empty  ... with this configuration it is not possible to communicate with "
+                       "the cloud ....."_l1,
+                       "protoserver_t", logSource);
     placeholders[DESTINATION] = {CLIENTID, destination_publish_server_t::all_servers.ToString(),
                                  destination_publish_server_t::all.ToString()};
     placeholders[CLIENTID] = {system->getClientid()};
@@ -55,39 +48,41 @@ void protoserver_t::startUp()
 
 protoserver_t::~protoserver_t()
 {
-    FLOTROFOBUL_LOG(4, QStringLiteral("Destroy comunication base ..."));
-    qDeleteAll(clients);
-    qDeleteAll(servers);
-    qDeleteAll(formerClients);
+    FLOTROFOBUL_LOG(info, QStringLiteral("Destroy comunication base ..."));
 }
 
-int protoserver_t::connect(QString const& clientId, bool async)
+QMap<QString, system_t*> protoserver_t::getClients() const
+{
+    return nodes->clients.map();
+}
+
+int protoserver_t::connect(const QString& clientId, bool async)
 {
     const int rc = protobase_t::connect(clientId, async);
     return rc == 0 ? 0 : 1;
 }
 
-void protoserver_t::subscribe(QString const& topic, qos_t qos)
+void protoserver_t::subscribe(const QString& topic, qos_t qos)
 {
     protobase_t::subscribe(topic, qos);
 }
 
-void protoserver_t::unsubscribe(QString const& topic)
+void protoserver_t::unsubscribe(const QString& topic)
 {
     protobase_t::unsubscribe(topic);
 }
 
-void protoserver_t::publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain)
+void protoserver_t::publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain)
 {
     protobase_t::publish(topic, payload, qos, retain);
 }
 
-void protoserver_t::publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain)
+void protoserver_t::publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain)
 {
     protobase_t::publish(topic, payload, qos, retain);
 }
 
-void protoserver_t::publish(QJsonObject const& packet, qos_t qos, bool retain)
+void protoserver_t::publish(const QJsonObject& packet, qos_t qos, bool retain)
 {
     protobase_t::publish(packet, qos, retain);
 }
@@ -99,9 +94,9 @@ void protoserver_t::eventPublish(QJsonObject _packet, qos_t qos, bool retain)
 
 void protoserver_t::init_subscription(subscribe_t mode)
 try {
-    placeholders[CLIENTID] = {system->getClientid()}; // connecting may have changed it
+    placeholders[CLIENTID] = {system->getClientid()}; // connect() may have changed it
     protobase_t::init_subscription(mode);
-    FLOTROFOBUL_LOG(4, QStringLiteral("Init subscription server"));
+    FLOTROFOBUL_LOG(info, QStringLiteral("Init subscription server"));
     const QLatin1String attempt =
         mode == utility::subscribe_topics ? "Try to subscribe server "_l1 : "Try to unsubscribe server "_l1;
     for (const QJsonValue value : subscriptions_server) {
@@ -110,23 +105,23 @@ try {
         if (topic.startsWith(PREFIX_PERFORMANCE) && !isStatusbroker()) {
             continue;
         }
-        FLOTROFOBUL_LOG(6, attempt + topic);
-        subscribeOrNot(mode, topic, qosOf(entry));
+        FLOTROFOBUL_LOG(detail, attempt + topic);
+        subscribeOrNot(*this, mode, topic, qosOf(entry));
     }
 } catch (...) {
-    FLOTROFOBUL_LOG(1, exceptionText());
+    FLOTROFOBUL_LOG(caught, exceptionText());
 }
 
 void protoserver_t::init_bridge(subscribe_t mode)
 {
     for (const QJsonObject* const bridge : {&bridge_forward_sub, &bridge_remote_sub, &bridge_cloud_sub}) {
-        subscribeOrNot(mode, topicOf(*bridge), qosOf(*bridge));
+        subscribeOrNot(*this, mode, topicOf(*bridge), qosOf(*bridge));
     }
 }
 
 void protoserver_t::subscription_presentation()
 {
-    FLOTROFOBUL_LOG(0, QStringLiteral("Function not implemented"));
+    FLOTROFOBUL_LOG(fatal, QStringLiteral("Function not implemented"));
 }
 
 void protoserver_t::subscription_presentation(service_t service, subscribe_t mode)
@@ -140,32 +135,28 @@ try {
     }
     const QString any = destination_subscription_t::jolly.ToString();
     const QString anyOrigin = any + u'/';
-    QString topic = topicOf(presentation);
-    topic_resolution(topic, any, any);
-    FLOTROFOBUL_LOG(6, "Try to subcription presentation: "_l1 + topic);
+    FLOTROFOBUL_LOG(detail, "Try to subcription presentation: "_l1 + resolvedTopic(*this, presentation, any, any));
     for (const QString& destination :
          {destination_publish_client_t::own_server.ToString(), destination_publish_server_t::all.ToString(),
           destination_publish_server_t::all_servers.ToString(), system->getClientid()}) {
-        topic = topicOf(presentation);
-        topic_resolution(topic, any, destination);
-        subscribeOrNot(mode, anyOrigin + topic, qosOf(presentation));
+        subscribeOrNot(*this, mode, anyOrigin + resolvedTopic(*this, presentation, any, destination),
+                       qosOf(presentation));
     }
-    topic = topicOf(masterelection);
-    topic_resolution(topic, any, any);
-    FLOTROFOBUL_LOG(6, "Try to subcription masterelection: "_l1 + topic);
-    subscribeOrNot(mode, anyOrigin + topic, qosOf(masterelection));
-    subscribeOrNot(mode, topic, qosOf(masterelection));
-    subscribeOrNot(mode, topicOf(bridge_state), qosOf(bridge_state));
+    const QString election = resolvedTopic(*this, masterelection, any, any);
+    FLOTROFOBUL_LOG(detail, "Try to subcription masterelection: "_l1 + election);
+    subscribeOrNot(*this, mode, anyOrigin + election, qosOf(masterelection));
+    subscribeOrNot(*this, mode, election, qosOf(masterelection));
+    subscribeOrNot(*this, mode, topicOf(bridge_state), qosOf(bridge_state));
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }
 
-// Always on the forward bridge: servers of the same broker see it as any origin, and the bridge carries it on.
-void protoserver_t::publish_presentation(QString const& destination)
+// Always on the forward bridge: it carries the packet to other brokers, and servers on this one subscribe any origin.
+void protoserver_t::publish_presentation(const QString& destination)
 try {
-    sendPresentation(destination, logSource);
+    shared_t::sendPresentation(*this, destination, logSource);
 } catch (...) {
-    FLOTROFOBUL_LOG(1, QStringLiteral("Handling exception"));
+    FLOTROFOBUL_LOG(caught, QStringLiteral("Handling exception"));
 }
 
 QString protoserver_t::topic_lastwillmessage(QString topic)

@@ -1,76 +1,80 @@
 // SPDX-License-Identifier: MIT
-// The engine of a service that owns data: it answers requests and may be the master of the installation.
+// The engine of a service that owns data, answers requests and may be the master of the installation.
 #pragma once
 
 #include <flotrofobul/protobase_t.h>
 
 namespace comunication {
 
+struct known_nodes_t;
+
 /// A server.
 ///
-/// On every accepted connection it subscribes the presence of the other nodes, takes the master role when it is a
-/// default master, presents itself to all, and emits onConnection(); the host then calls init_subscription(1) to
-/// receive what is addressed to it on its own broker. The requests of clients arrive over the bridges, which only
-/// the master listens to.
+/// On every accepted connection it subscribes the presence of the other nodes, takes the master role if it is a default
+/// master, presents itself to all and emits onConnection(). The host then calls init_subscription(1) to receive what is
+/// addressed to it on its own broker. The requests of clients arrive over the bridges, which only the master
+/// subscribes.
 ///
-/// Of the signals of protobase_t a server emits the two of the link, onBridgeConnectionEvent(),
-/// onMasterBridgeError(), on_Unknown() and, while it is master, on_Presentation(); for ownership, threads and
-/// failures see there.
+/// Of the signals of protobase_t, a server emits the two of the link, onBridgeConnectionEvent(), onMasterBridgeError(),
+/// on_Unknown() and, while it is master, on_Presentation(); see there for ownership, threads and failures.
 class FLOTROFOBUL_EXPORT protoserver_t : public protobase_t {
     Q_OBJECT
 
 public:
-    /// @param defaultMaster  take the master role at every accepted connection; the other arguments are those of
-    ///                       protobase_t
-    protoserver_t(QString const& versionApp, QString const& configPath, bool defaultMaster, QString const& clientId,
+    /// @param defaultMaster  whether to take the master role at every accepted connection; the other arguments are
+    /// those
+    ///                       of protobase_t
+    protoserver_t(const QString& versionApp, const QString& configPath, bool defaultMaster, const QString& clientId,
                   bool encoding);
-    protoserver_t(QString const& versionApp, QJsonObject const& configuration, bool defaultMaster,
-                  QString const& clientId, bool encoding);
+    protoserver_t(const QString& versionApp, const QJsonObject& configuration, bool defaultMaster,
+                  const QString& clientId, bool encoding);
     ~protoserver_t() override;
 
-    /// Like protobase_t::connect(), with every failure folded to 1.
-    int connect(QString const& clientId = QString(), bool async = true);
+    /// Like protobase_t::connect(), but returns 1 for every failure.
+    int connect(const QString& clientId = QString(), bool async = true);
 
     /// Whether this server is the master; logged.
     bool isMaster();
-    /// Makes this server the master: at once on a live link, else at the next connection.
+    /// Makes this server the master and presents it to all: at once if it is connected, otherwise at the next
+    /// connection.
     void setMaster();
-    /// Tells the clients, and only them, that this server is no longer master.
+    /// Tells the clients, and only them, that this server is no longer the master.
     void publish_undomaster();
 
-    /// The clients that have presented themselves since the link is up, by client id. The records belong to the
-    /// engine: one goes when its client presents itself again or leaves, or when a faulty presentation arrives in its
-    /// name, at the latest with the engine.
-    QMap<QString, system_t*> getClients() const { return clients; }
+    /// The clients that have presented themselves since the link came up, by client id. The records belong to the
+    /// engine. One is deleted when its client presents itself again or leaves, when an invalid presentation arrives in
+    /// its name, or with the engine.
+    QMap<QString, system_t*> getClients() const;
 
     void init_bridge(subscribe_t which) override;
-    void publish_presentation(QString const& destination) override;
-    /// Not for servers: logs so and does nothing.
+    void publish_presentation(const QString& destination) override;
+    /// Not for servers: only logs that it is not implemented.
     void subscription_presentation() override;
-    /// Subscribes (1) or unsubscribes the presence of servers, elections and bridge states (service_t::server), or
-    /// what comes over the bridges (service_t::client).
+    /// Subscribes (1) or unsubscribes (anything else) presentations, elections and bridge states (service_t::server),
+    /// or what comes over the bridges (service_t::client).
     void subscription_presentation(service_t service, subscribe_t mode);
     QString topic_lastwillmessage(QString topic) override;
+    /// Subscribes (1) or unsubscribes (anything else) what is addressed to this server on its own broker.
     void init_subscription(subscribe_t mode) override;
-    void subscribe(QString const& topic, qos_t qos) override;
-    void unsubscribe(QString const& topic) override;
-    void publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain) override;
-    void publish(QString topic, QJsonValue const& payload, qos_t qos, bool retain) override;
-    void publish(QJsonObject const& packet, qos_t qos, bool retain) override;
+    void subscribe(const QString& topic, qos_t qos) override;
+    void unsubscribe(const QString& topic) override;
+    void publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain) override;
+    void publish(QString topic, const QJsonValue& payload, qos_t qos, bool retain) override;
+    void publish(const QJsonObject& packet, qos_t qos, bool retain) override;
 
 public Q_SLOTS:
-    /// Publishes a packet (see protobase_t::publish); for a host that answers with signals.
+    /// Publishes a packet (see protobase_t::publish()), for hosts that answer by signals.
     void eventPublish(QJsonObject _packet, qos_t qos, bool retain);
 
 Q_SIGNALS:
-    /// A request of a client, with "topic" (from "request" on), "sender" and "destination" added.
+    /// A request from a client, with "topic" (from "request" onwards), "sender" and "destination" added.
     void onRequestPersistentRequest(QJsonObject _package);
     void onRequestRealtimeRequest(QJsonObject _package);
     void onRequestPresenceSimulationRequest(QJsonObject _package);
     void onRequestCmd(QJsonObject _package);
-    /// A client is ready ("payload" is "1") or no longer ("0"); with "topic", "sender" and "destination".
+    /// A client is ready ("payload" is "1") or no longer ready ("0"); with "topic", "sender" and "destination".
     void onClientReady(QJsonObject _package);
-    /// The link is up and this server has presented itself; before onBrokerConnection().
+    /// The link is up and this server has presented itself; emitted before onBrokerConnection().
     void onConnection();
 
 protected:
@@ -79,42 +83,35 @@ protected:
     void onDisconnect(int rc) override;
     void onPublish(int mid) override;
     void onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain) override;
-    void onSubscribe(int mid, int qos_count, int const* granted_qos, QString topic) override;
+    void onSubscribe(int mid, int qos_count, const int* granted_qos, QString topic) override;
     void onUnsubscribe(int mid, QString topic) override;
     void onLog(int level, QString str) override;
     void onError() override;
     void onChangeStausBroker(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain) override;
 
-    // Each returns true when the packet was of its kind, also when it was then refused. A presentation with a value of
-    // a wrong type throws QJsonSerializerException, which on_message() logs.
-    bool processPresentation(topic_t topic, QJsonObject const& packet);
-    bool processMasterElection(topic_t topic, QJsonObject const& packet);
-    bool processRequestDB(topic_t topic, QJsonValue const& payload);
-    bool processClientReady(topic_t topic, QJsonValue const& payload);
-    /// Whether a presentation says exactly what is known of its node.
-    bool knownClient(QJsonObject const& packet);
+    // Handlers of incoming packets; each returns whether the packet was of its kind, even if it was then refused. A
+    // presentation with a value of the wrong type throws QJsonSerializerException, which on_message() logs.
+    bool processPresentation(topic_t topic, const QJsonObject& packet);
+    bool processMasterElection(topic_t topic, const QJsonObject& packet);
+    bool processRequestDB(topic_t topic, const QJsonValue& payload);
+    bool processClientReady(topic_t topic, const QJsonValue& payload);
+    /// Whether a presentation says exactly what is already known about its node.
+    bool knownClient(const QJsonObject& packet);
 
 private:
-    using nodes_t = QMap<QString, system_t*>;
-
     void startUp();
     void becomeMaster(const char* function);
-    bool isKnown(system_t const& node) const;
-    void processServer(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet);
-    bool isRefusedOrigin(topic_t const& topic, bool online) const;
-    void serverIsOnline(topic_t const& topic, std::unique_ptr<system_t> server, QJsonObject const& packet);
-    void serverIsOffline(topic_t const& topic, QString const& id, QJsonObject const& packet);
-    void processClient(topic_t const& topic, std::unique_ptr<system_t> node, QJsonObject const& packet);
-    void refusePresentation(QString const& sender);
+    void processServer(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet);
+    bool isRefusedOrigin(const topic_t& topic, bool online) const;
+    void serverIsOnline(const topic_t& topic, std::unique_ptr<system_t> server, const QJsonObject& packet);
+    void serverIsOffline(const topic_t& topic, const QString& id, const QJsonObject& packet);
+    void processClient(const topic_t& topic, std::unique_ptr<system_t> node, const QJsonObject& packet);
+    void refusePresentation(const QString& sender);
     void logServers() const;
     void logClients() const;
-    static void store(nodes_t& nodes, std::unique_ptr<system_t> node);
-    static void remove(nodes_t& nodes, QString const& id);
 
     bool defaultMaster;
-    nodes_t clients;
-    nodes_t servers;
-    nodes_t formerClients; ///< of links that were lost: a host may still hold them
+    std::unique_ptr<known_nodes_t> nodes;
 };
 
 } // namespace comunication

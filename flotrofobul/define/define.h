@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The vocabulary of the protocol: placeholders, bridge names, topic prefixes and packet templates.
-// Nothing here is exported: every module that includes the header holds equal constants, which are
-// created in this order when it is loaded and never change.
+// Nothing here is exported: every module that includes this header has its own equal constants, which are created in
+// this order when the module is loaded and never change.
 #pragma once
 
 #include <flotrofobul/define/types.h>
@@ -47,14 +47,14 @@ inline const QString CLOUD_PREFIX_1 = QStringLiteral("cloud-bridge");
 inline const QString CLOUD_PREFIX_2 = QStringLiteral("other-cloud-bridge");
 inline const QString LOCAL_PREFIX = QStringLiteral("local");
 
-// State of the bridges, as the broker tells it.
+// State of the bridges, as published by the broker.
 inline const QJsonObject bridge_state = define_detail::packet(QStringLiteral("$SYS/broker/connection/#"), false);
 inline const QJsonObject bridge_state_cloud_connection =
     define_detail::packet(QStringLiteral("$SYS/brokers/+/clients/") + BRIDGEKEY + QStringLiteral("/connected"), false);
 inline const QJsonObject bridge_state_cloud_disconnection = define_detail::packet(
     QStringLiteral("$SYS/brokers/+/clients/") + BRIDGEKEY + QStringLiteral("/disconnected"), false);
 
-// What comes over the bridges; these templates carry no retain flag.
+// What comes over the bridges; these templates have no retain flag.
 inline const QJsonObject bridge_forward_sub =
     define_detail::packet(FORWARD_PREFIX + u'/' + LOCAL_PREFIX + u'/' + INSTALLATIONID + QStringLiteral("/#"));
 inline const QJsonObject bridge_remote_sub =
@@ -68,7 +68,7 @@ inline const QString PREFIX_DB_REALTIME = QStringLiteral("DB/realtime");
 inline const QString PREFIX_DB_PRESENCESIMULATION = QStringLiteral("DB/presencesimulation");
 inline const QString PREFIX_DB_COMAMND = QStringLiteral("DB/command");
 
-// Topic prefixes. The command kind has a request topic and no status topic.
+// Topic prefixes. The command kind has a request topic, but no status topic.
 inline const QString PREFIX = LOCAL_PREFIX + u'/' + INSTALLATIONID + u'/' + SENDER + u'/' + DESTINATION;
 inline const QString PREFIX_PERFORMANCE = QStringLiteral("$SYS");
 inline const QString PREFIX_CONNECTIONS = PREFIX + QStringLiteral("/connection");
@@ -85,7 +85,7 @@ inline const QString PREFIX_REQUEST_COMMAND_DB = PREFIX_REQUEST + u'/' + PREFIX_
 inline const QString PREFIX_NOTIFICATION = PREFIX + QStringLiteral("/notification");
 inline const QString PREFIX_COMMAND = PREFIX + QStringLiteral("/command");
 
-// Packet templates. The last will goes to the presentation topic; the status template alone retains.
+// Packet templates. The last will goes to the presentation topic; only the status template is retained.
 inline const QJsonObject masterelection = define_detail::packet(PREFIX_MASTER, false);
 inline const QJsonObject presentation =
     define_detail::packet(PREFIX_CONNECTIONS + QStringLiteral("/presentation"), false);
@@ -102,7 +102,7 @@ inline const QJsonObject subscriptions_server{{QStringLiteral("request"), reques
                                               {QStringLiteral("performance"), performance}};
 inline const QJsonObject subscriptions_client{{QStringLiteral("notification"), notification}};
 
-/// Tells the master that a client has its subscriptions.
+/// Tells the master that a client has made its subscriptions.
 inline const QJsonObject pkgClientReady = define_detail::with(
     define_detail::packet(PREFIX_COMMAND + QStringLiteral("/client/ready"), false), QStringLiteral("payload"), true);
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <flotrofobul/define/define.h>
+// Parsing of topics: by hand where that gives the same result, by the regular expression everywhere else.
 #include <flotrofobul/define/topic_t.h>
+
+#include <flotrofobul/define/define.h>
 #include <flotrofobul/platform/logs/log_line.h>
 
 #include <QtCore/QRegExp>
@@ -10,6 +12,8 @@
 
 namespace comunication {
 namespace utility {
+
+using namespace ::utility::logs;
 
 namespace {
 
@@ -23,21 +27,24 @@ QString groupOf(const QString& characterClass)
     return QStringLiteral("/([") + characterClass + QStringLiteral("]+)");
 }
 
+QString patternWith(const QString& groupOfId)
+{
+    const QString& word = topic_t::admitedword;
+    return u'^' + groupOfBridges + QStringLiteral("[/]?(") + LOCAL_PREFIX + u')' + groupOfId + groupOf(word) +
+           groupOf(word) + QStringLiteral("/([") + word + QStringLiteral("/]+$)");
+}
+
 } // namespace
 
 qint32 topic_t::topic_min_len = 5;
 QString topic_t::admitedword = QStringLiteral("\\w-_{}\\[\\]\\(\\)\\?\\^\\$£!:.,=;@+'");
 QString topic_t::installation_id;
-QString topic_t::regex_allowed_topic_plain = u'^' + groupOfBridges + QStringLiteral("[/]?(") + LOCAL_PREFIX + u')' +
-                                             groupOf(INSTALLATIONID) + groupOf(admitedword) + groupOf(admitedword) +
-                                             QStringLiteral("/([") + admitedword + QStringLiteral("/]+$)");
+QString topic_t::regex_allowed_topic_plain = patternWith(groupOf(INSTALLATIONID));
 QString topic_t::tmp_regex_allowed_topic_plain = regex_allowed_topic_plain;
 
 namespace {
 
-const QString patternWithoutId = u'^' + groupOfBridges + QStringLiteral("[/]?(") + LOCAL_PREFIX + u')' +
-                                 groupOf(topic_t::admitedword) + groupOf(topic_t::admitedword) + QStringLiteral("/([") +
-                                 topic_t::admitedword + QStringLiteral("/]+$)");
+const QString patternWithoutId = patternWith(QString());
 
 constexpr bool isAsciiWord(ushort c)
 {
@@ -57,11 +64,11 @@ constexpr std::array<bool, 128> admittedAscii()
     return admitted;
 }
 
-// What parsing needs of an installation id, worked out once when the id is set.
+// What parsing needs to know about an installation id, computed once when the id is set.
 struct grammar_t {
-    QRegExp expression;           // decides whatever the hand-written way cannot know
-    bool plainId = false;         // the id means in a character class just its own characters
-    std::array<bool, 128> ofId{}; // the characters of a plain id
+    QRegExp expression;           // decides what the parser by hand cannot
+    bool plainId = false;         // in a character class the id stands for its own characters only
+    std::array<bool, 128> ofId{}; // characters of a plain id
 
     explicit grammar_t(const QString& pattern) : expression(pattern, Qt::CaseSensitive, QRegExp::RegExp) {}
 
@@ -80,7 +87,7 @@ struct grammar_t {
 
 grammar_t grammar(topic_t::tmp_regex_allowed_topic_plain);
 
-// Length of the run of characters at the start of text that are in the class.
+// Number of leading characters of the text that belong to the class.
 int runOf(const std::array<bool, 128>& characterClass, QStringView text)
 {
     int length = 0;
@@ -90,7 +97,7 @@ int runOf(const std::array<bool, 128>& characterClass, QStringView text)
     return length;
 }
 
-// Takes the run and the "/" behind it off the text; false when either is missing.
+// Moves a level out of the text and drops the "/" behind it; false if either is missing.
 bool takeLevel(const std::array<bool, 128>& characterClass, QStringView& text, QStringView& level)
 {
     const int length = runOf(characterClass, text);
@@ -113,31 +120,31 @@ void topic_t::setInstallationid(const QString& id)
 
 topic_t::topic_t(const QString& topic, bool* ok) : original(topic), pattern(patternWithoutId)
 {
-    verdict result = parseByHand();
-    if (result == verdict::unknown) {
+    verdict_t result = parseByHand();
+    if (result == verdict_t::unknown) {
         result = parseByExpression();
     }
-    *ok = result == verdict::matches;
-    if (result == verdict::differs) {
-        // The line number is part of the text that the system's readers of logs know.
-        FLOTROFOBUL_LOG_AT(2, "Unknown topic not processing messsage: "_l1 + topic, "topic_t", logSource, 67);
+    *ok = result == verdict_t::matches;
+    if (result == verdict_t::differs) {
+        // The line number is fixed: log readers know it.
+        FLOTROFOBUL_LOG_AT(error, "Unknown topic not processing messsage: "_l1 + topic, "topic_t", logSource, 67);
     }
 }
 
-// Six times faster than the expression. It knows ASCII topics under an id of letters, digits and "_"; what
-// counts as a word character beyond ASCII, or what another id does to its character class, only the
-// expression tells.
-topic_t::verdict topic_t::parseByHand()
+// Six times faster than the expression. Handles ASCII topics when the id consists of letters, digits and "_". Only the
+// expression knows which characters beyond ASCII count as word characters, and how other ids change its character
+// classes.
+topic_t::verdict_t topic_t::parseByHand()
 {
     static constexpr std::array<bool, 128> admitted = admittedAscii();
 
     if (!grammar.plainId) {
-        return verdict::unknown;
+        return verdict_t::unknown;
     }
     QStringView rest(original);
     for (const QChar c : rest) {
         if (c.unicode() >= 128) {
-            return verdict::unknown;
+            return verdict_t::unknown;
         }
     }
     QStringView bridge;
@@ -152,7 +159,7 @@ topic_t::verdict topic_t::parseByHand()
         rest = rest.mid(1);
     }
     if (!rest.startsWith(LOCAL_PREFIX) || rest.size() == LOCAL_PREFIX.size() || rest[LOCAL_PREFIX.size()] != u'/') {
-        return verdict::differs;
+        return verdict_t::differs;
     }
     rest = rest.mid(LOCAL_PREFIX.size() + 1);
     QStringView ofPlain;
@@ -160,11 +167,11 @@ topic_t::verdict topic_t::parseByHand()
     QStringView ofDestination;
     if (!takeLevel(grammar.ofId, rest, ofPlain) || !takeLevel(admitted, rest, ofSender) ||
         !takeLevel(admitted, rest, ofDestination) || rest.isEmpty()) {
-        return verdict::differs;
+        return verdict_t::differs;
     }
     for (const QChar c : rest) {
         if (c != u'/' && !admitted[c.unicode()]) {
-            return verdict::differs;
+            return verdict_t::differs;
         }
     }
     origin = bridge.toString();
@@ -173,17 +180,17 @@ topic_t::verdict topic_t::parseByHand()
     sender = ofSender.toString();
     destination = ofDestination.toString();
     value = rest.toString();
-    return verdict::matches;
+    return verdict_t::matches;
 }
 
-topic_t::verdict topic_t::parseByExpression()
+topic_t::verdict_t topic_t::parseByExpression()
 {
-    QRegExp expression = grammar.expression; // its captures belong to this topic alone
+    QRegExp expression = grammar.expression; // a copy, because matching stores the captures in it
     if (!expression.exactMatch(original)) {
-        return verdict::differs;
+        return verdict_t::differs;
     }
     if (expression.captureCount() < topic_min_len) {
-        return verdict::unknown;
+        return verdict_t::unknown;
     }
     origin = expression.cap(1);
     int next = 2;
@@ -195,7 +202,7 @@ topic_t::verdict topic_t::parseByExpression()
     sender = expression.cap(next + 1);
     destination = expression.cap(next + 2);
     value = expression.cap(next + 3);
-    return verdict::matches;
+    return verdict_t::matches;
 }
 
 } // namespace utility

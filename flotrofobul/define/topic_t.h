@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The topic grammar: what a topic of the system is made of.
+// The topic grammar: what the topics of the system are made of.
 #pragma once
 
 #include <flotrofobul/define/types.h>
@@ -9,45 +9,45 @@
 namespace comunication {
 namespace utility {
 
-/// A topic of the system, taken apart:
+/// A topic of the system, split into its parts:
 ///
 ///     [bridge/]local/<installation id>/<sender>/<destination>/<value, any number of levels>
 ///
-/// A value made for one message. The installation id is shared by all engines of the process and is
-/// set by the constructor of an engine, before anything is parsed; it is not protected by a lock.
+/// A value for one message. The installation id is shared by all engines of the process; the constructor of an engine
+/// sets it before anything is parsed. It is not protected by a lock.
 ///
-/// The installation id stands inside a character class of the grammar, so its level matches any run of
-/// the id's characters (4321 and 11 with the id 1234). With an empty id the class swallows what
-/// follows it and no topic is recognised as one of the system: always set an id.
+/// The installation id is used as a character class, so its level matches any sequence of the id's characters (4321 and
+/// 11 with the id 1234). With an empty id the class swallows what follows it and no topic is recognised: always set an
+/// id.
 class FLOTROFOBUL_EXPORT topic_t {
 public:
-    static qint32 topic_min_len;                  ///< least number of levels of a topic, and of capture groups
-    static QString admitedword;                   ///< body of the class of admitted characters
+    static qint32 topic_min_len;                  ///< minimum number of topic levels, and of capture groups
+    static QString admitedword;                   ///< body of the character class of admitted characters
     static QString installation_id;               ///< as given to setInstallationid()
-    static QString regex_allowed_topic_plain;     ///< pattern with the placeholder of the installation id
-    static QString tmp_regex_allowed_topic_plain; ///< pattern that parsing uses, in the syntax of QRegExp
+    static QString regex_allowed_topic_plain;     ///< pattern with a placeholder for the installation id
+    static QString tmp_regex_allowed_topic_plain; ///< pattern used for parsing, in QRegExp syntax
 
-    /// Sets the installation id for every topic parsed from now on.
+    /// Sets the installation id for all topics parsed from now on.
     static void setInstallationid(const QString& id);
     static int getTopic_min_len() { return topic_min_len; }
     static QString getAdmitedword() { return admitedword; }
 
-    /// Parses a topic. Writes to *ok, which must not be null, whether it is one of the system; if not, one
-    /// line is logged at level 2 and every part but the original stays empty.
+    /// Parses a topic. *ok, which must not be null, tells whether it matches the grammar; if not, one line is logged at
+    /// level 2 and every part except the original stays empty.
     topic_t(const QString& topic, bool* ok);
 
     QString getOrigin() const { return origin; }           ///< bridge name, or empty
     QString getLocal() const { return local; }             ///< "local"
-    QString getPlain() const { return plain; }             ///< installation id level
+    QString getPlain() const { return plain; }             ///< level of the installation id
     QString getSender() const { return sender; }           ///< client id of the publishing node
-    QString getDestination() const { return destination; } ///< whom it is for
+    QString getDestination() const { return destination; } ///< the node or nodes that it is for
     QString getValue() const { return value; }             ///< all levels after the destination
     QString getOriginal() const { return original; }       ///< the whole topic as received
 
 private:
-    enum class verdict { matches, differs, unknown };
-    [[nodiscard]] verdict parseByHand();
-    [[nodiscard]] verdict parseByExpression();
+    enum class verdict_t { matches, differs, unknown };
+    [[nodiscard]] verdict_t parseByHand();
+    [[nodiscard]] verdict_t parseByExpression();
 
     QString origin;
     QString local;
@@ -56,7 +56,7 @@ private:
     QString destination;
     QString value;
     QString original;
-    QString pattern; ///< kept with the topic, never matched against; it has no group for the installation id
+    QString pattern; ///< only stored, never used for matching; lacks the group of the installation id
 };
 
 } // namespace utility

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The words of the protocol, in the order that gives them their indexes.
+// The words of the protocol; the order of their creation determines their indexes.
 #include <flotrofobul/define/types.h>
 
 namespace comunication {
@@ -28,8 +28,8 @@ const destination_subscription_t destination_subscription_t::idclient(QStringLit
 
 namespace {
 
-// The signatures of slots and properties name these types without their namespace, so that queued
-// connections and property writes look them up under the short names too.
+// Slots and properties name these types without their namespace, so queued connections and property writes look them up
+// under their short names as well.
 template <typename T>
 void registerUnder(const char* shortName)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The small value types of the protocol: roles of nodes, destination words, and the enumerations of
-// quality of service, subscription direction and request state.
+// The small value types of the protocol: node roles, destination words, and the enumerations for quality of service,
+// direction of a subscription and state of a request.
 #pragma once
 
 #include <flotrofobul/export.h>
@@ -11,13 +11,13 @@
 namespace comunication {
 namespace utility {
 
-/// MQTT 3.1.1 quality of service; handed to the broker client as it is.
+/// MQTT 3.1.1 quality of service; passed to the broker client unchanged.
 enum qos_t : int { at_most_once = 0, at_least_once = 1, exactly_once = 2 };
 
-/// Direction of the operations that set up or drop subscriptions; anything but 1 unsubscribes.
+/// Tells an operation whether to subscribe or unsubscribe; anything but 1 unsubscribes.
 enum subscribe_t : int { unsubscribe_topics = 0, subscribe_topics = 1 };
 
-/// How far a request to the broker has come.
+/// State of a request to the broker.
 enum state_req_t : int {
     state_none = 0,         ///< not sent yet
     state_registered = 1,   ///< sent, not acknowledged
@@ -25,7 +25,7 @@ enum state_req_t : int {
     state_unsubscribed = 3  ///< unsubscribe acknowledged
 };
 
-/// A word of the protocol. What counts is the text; the index only tells the order of creation.
+/// A word of the protocol. Only the text matters; the index tells the order of creation.
 class FLOTROFOBUL_EXPORT word_t {
 public:
     quint32 index; ///< number of the word among those of its type
@@ -57,13 +57,13 @@ public:
     explicit destination_publish_client_t(const QString& word) : word_t(maxI, word) {}
     bool operator==(const destination_publish_client_t& other) const { return text == other.text; }
 
-    static quint32 maxI; ///< index of the next word, a server's included
+    static quint32 maxI; ///< index of the next word, including a server's
     static const destination_publish_client_t idserver;
     static const destination_publish_client_t own_server;
 };
 
-/// Destinations that a server publishes to. They go on with the numbers of the client's words; the
-/// type's own counter is declared and never used.
+/// Destinations that a server publishes to. They continue the indexes of the client's words; the type's own counter is
+/// declared, but never used.
 class FLOTROFOBUL_EXPORT destination_publish_server_t : public destination_publish_client_t {
 public:
     using destination_publish_client_t::destination_publish_client_t;
@@ -75,7 +75,7 @@ public:
     static const destination_publish_server_t all_clients;
 };
 
-/// Destinations that subscriptions listen on.
+/// Destinations that subscriptions listen to.
 class FLOTROFOBUL_EXPORT destination_subscription_t : public word_t {
 public:
     destination_subscription_t() : word_t(maxI) {}

@@ -1,46 +1,29 @@
 // SPDX-License-Identifier: MIT
+// The records of pending requests and their registry.
 #include <flotrofobul/messages/messages.h>
-#include <flotrofobul/platform/logs/log_line.h>
 
+#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/platform/owning_map.h>
+
+#include <QtCore/QPointer>
+
+#include <deque>
 #include <utility>
 
 namespace comunication {
 namespace message {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/messages/messages";
 
-// The line numbers are part of the texts that the system's readers of logs know.
-#define LOG_EXCEPTION_AT(line) FLOTROFOBUL_LOG_AT(1, QStringLiteral("Handling exception"), __func__, logSource, line)
+// The line numbers are fixed: log readers know them.
+#define LOG_EXCEPTION_AT(line) \
+    FLOTROFOBUL_LOG_AT(caught, QStringLiteral("Handling exception"), __func__, logSource, line)
 
-template <typename Record>
-Record* find(const QMap<int, Record*>& records, int mid)
-{
-    return records.value(mid, nullptr);
-}
-
-// Puts the record under its mid; returns the one that stood there.
-template <typename Record>
-Record* insert(QMap<int, Record*>& records, std::unique_ptr<Record> record)
-{
-    Record*& place = records[record->getMid()];
-    return std::exchange(place, record.release());
-}
-
-template <typename Record>
-int remove(QMap<int, Record*>& records, int mid)
-{
-    const std::unique_ptr<Record> record(find(records, mid));
-    return record ? records.remove(mid) : 0;
-}
-
-template <typename Record>
-void clear(QMap<int, Record*>& records)
-{
-    qDeleteAll(records);
-    records.clear();
-}
+constexpr std::size_t keptRecords = 64; // replaced records that a host may still hold
 
 } // namespace
 
@@ -50,70 +33,87 @@ classmessage::classmessage() : timeCreation(QDateTime::currentMSecsSinceEpoch())
 classsubscribe::classsubscribe(QObject* /*parent*/)
 {}
 
-classsubscribe::classsubscribe(const QString& _topic, qos_t _qos, int _mid, state_req_t _state, QObject* parent)
+classsubscribe::classsubscribe(const QString& topic, qos_t qos, int mid, state_req_t state, QObject* parent)
     : classsubscribe(parent)
 {
-    setTopic(_topic);
-    setQos(_qos);
-    setMid(_mid);
-    setState(_state);
+    setTopic(topic);
+    setQos(qos);
+    setMid(mid);
+    setState(state);
 }
 
 classpublish::classpublish(QObject* /*parent*/)
 {}
 
-classpublish::classpublish(const QString& _topic, const QString& _payload, int _mid, qos_t _qos, bool _retainflag,
-                           state_req_t _state, QObject* parent)
+classpublish::classpublish(const QString& topic, const QString& payload, int mid, qos_t qos, bool retainflag,
+                           state_req_t state, QObject* parent)
     : classpublish(parent)
 {
-    setTopic(_topic);
-    setPayload(_payload);
-    setQos(_qos);
-    setRetainflag(_retainflag);
-    setMid(_mid);
-    setState(_state);
+    setTopic(topic);
+    setPayload(payload);
+    setQos(qos);
+    setRetainflag(retainflag);
+    setMid(mid);
+    setState(state);
 }
 
-classmessages::classmessages()
-    : subscriptions(std::make_unique<QMap<int, classsubscribe*>>()),
-      publications(std::make_unique<QMap<int, classpublish*>>())
+struct classmessages::requests_t {
+    owning_map_t<int, classsubscribe> subscriptions;
+    owning_map_t<int, classpublish> publications;
+    std::deque<QPointer<QObject>> replaced; // a host may hold such a record, or may have deleted it
+
+    ~requests_t() { clear(); }
+
+    template <typename Record>
+    void add(owning_map_t<int, Record>& map, std::unique_ptr<Record> record)
+    {
+        const int mid = record->getMid();
+        if (auto former = map.put(mid, std::move(record))) {
+            replaced.emplace_back(former.get());
+            static_cast<void>(former.release());
+            deleteReplaced(keptRecords);
+        }
+    }
+
+    void clear()
+    {
+        publications.clear();
+        subscriptions.clear();
+        deleteReplaced(0);
+    }
+
+private:
+    void deleteReplaced(std::size_t remaining)
+    {
+        while (replaced.size() > remaining) {
+            delete replaced.front();
+            replaced.pop_front();
+        }
+    }
+};
+
+classmessages::classmessages() : requests(std::make_unique<requests_t>())
 {}
 
-classmessages::~classmessages()
-{
-    clear(*publications);
-    clear(*subscriptions);
-}
-
-void classmessages::retire(QObject* replaced)
-{
-    constexpr std::size_t kept = 64;
-    if (replaced == nullptr) {
-        return;
-    }
-    replacedRecords.emplace_back(replaced);
-    if (replacedRecords.size() > kept) {
-        replacedRecords.pop_front();
-    }
-}
+classmessages::~classmessages() = default;
 
 bool classmessages::addSubscription(int mid, const QString& topic, qos_t qos)
 {
-    retire(
-        insert(*subscriptions, std::make_unique<classsubscribe>(topic, qos, mid, utility::state_registered, nullptr)));
+    requests->add(requests->subscriptions,
+                  std::make_unique<classsubscribe>(topic, qos, mid, utility::state_registered, nullptr));
     return true;
 }
 
 bool classmessages::addPublication(int mid, const QString& topic, const QString& payload, qos_t qos, bool retain)
 {
-    retire(insert(*publications, std::make_unique<classpublish>(topic, payload, mid, qos, retain,
-                                                                utility::state_registered, nullptr)));
+    requests->add(requests->publications,
+                  std::make_unique<classpublish>(topic, payload, mid, qos, retain, utility::state_registered, nullptr));
     return true;
 }
 
 classsubscribe* classmessages::getSubsciption(int mid)
 try {
-    return find(*subscriptions, mid);
+    return requests->subscriptions.find(mid);
 } catch (...) {
     LOG_EXCEPTION_AT(73);
     return nullptr;
@@ -121,16 +121,17 @@ try {
 
 classpublish* classmessages::getPublications(int mid)
 try {
-    return find(*publications, mid);
+    return requests->publications.find(mid);
 } catch (...) {
     LOG_EXCEPTION_AT(87);
     return nullptr;
 }
 
-// The topic is not compared: callers ask whether, and from which mid on, anything is subscribed.
+// The topic is deliberately not compared: the lowest mid tells whether anything is subscribed.
 int classmessages::getMidSubsciption(const QString& /*topic*/)
 try {
-    return subscriptions->isEmpty() ? -1 : subscriptions->firstKey();
+    const auto& subscriptions = requests->subscriptions.map();
+    return subscriptions.isEmpty() ? -1 : subscriptions.firstKey();
 } catch (...) {
     LOG_EXCEPTION_AT(105);
     return -2;
@@ -138,7 +139,7 @@ try {
 
 int classmessages::removePublications(int mid)
 try {
-    return remove(*publications, mid);
+    return requests->publications.remove(mid);
 } catch (...) {
     LOG_EXCEPTION_AT(122);
     return -2;
@@ -146,7 +147,7 @@ try {
 
 int classmessages::removeSubsciption(int mid)
 try {
-    return remove(*subscriptions, mid);
+    return requests->subscriptions.remove(mid);
 } catch (...) {
     LOG_EXCEPTION_AT(138);
     return -2;
@@ -154,13 +155,21 @@ try {
 
 int classmessages::reset()
 try {
-    clear(*publications);
-    clear(*subscriptions);
-    replacedRecords.clear();
+    requests->clear();
     return 0;
 } catch (...) {
     LOG_EXCEPTION_AT(157);
     return -2;
+}
+
+QMap<int, classsubscribe*>* classmessages::getSubscriptions() const
+{
+    return &requests->subscriptions.map();
+}
+
+QMap<int, classpublish*>* classmessages::getPublications() const
+{
+    return &requests->publications.map();
 }
 
 } // namespace message

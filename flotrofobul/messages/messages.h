@@ -9,7 +9,6 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-#include <deque>
 #include <memory>
 
 namespace comunication {
@@ -18,32 +17,32 @@ namespace message {
 using utility::qos_t;
 using utility::state_req_t;
 
-/// What every tracked request has.
+/// What all tracked requests have in common.
 class FLOTROFOBUL_EXPORT classmessage {
 public:
     classmessage();
 
-    /// Local time at which the record was made.
+    /// Local time at which the record was created.
     QDateTime getTimeCreation() const { return QDateTime::fromMSecsSinceEpoch(timeCreation); }
     QString getTopic() const { return topic; }
-    void setTopic(const QString& _topic) { topic = _topic; }
+    void setTopic(const QString& value) { topic = value; }
     qos_t getQos() const { return qos; }
-    void setQos(const qos_t& _qos) { qos = _qos; }
+    void setQos(const qos_t& value) { qos = value; }
     state_req_t getState() const { return state; }
-    void setState(const state_req_t& _state) { state = _state; }
+    void setState(const state_req_t& value) { state = value; }
     int getMid() const { return mid; }
-    void setMid(int _mid) { mid = _mid; }
+    void setMid(int value) { mid = value; }
 
 private:
-    qint64 timeCreation; ///< since the epoch: reading the local zone costs more than all the rest of a record
+    qint64 timeCreation; ///< ms since the epoch; finding the local time costs more than the rest of a record
     QString topic;
     qos_t qos = utility::at_most_once;
     state_req_t state = utility::state_none;
     int mid = 0;
 };
 
-/// A subscription, or an unsubscription that waits for its acknowledgement. Records have no QObject parent,
-/// the argument is ignored: whoever made a record owns it.
+/// A subscription, or an unsubscription that waits for its acknowledgement. A record never has a QObject parent, the
+/// argument is ignored: whoever creates a record owns it.
 class FLOTROFOBUL_EXPORT classsubscribe : public QObject, public classmessage {
     Q_OBJECT
     Q_PROPERTY(QString topic READ getTopic WRITE setTopic)
@@ -53,7 +52,7 @@ class FLOTROFOBUL_EXPORT classsubscribe : public QObject, public classmessage {
 
 public:
     explicit classsubscribe(QObject* parent);
-    classsubscribe(const QString& _topic, qos_t _qos, int _mid, state_req_t _state, QObject* parent);
+    classsubscribe(const QString& topic, qos_t qos, int mid, state_req_t state, QObject* parent);
 
     /// Null: no operation of the registry sets it.
     QDateTime getTimeSubsciption() const { return timeSubscription; }
@@ -75,17 +74,17 @@ class FLOTROFOBUL_EXPORT classpublish : public QObject, public classmessage {
 
 public:
     explicit classpublish(QObject* parent);
-    classpublish(const QString& _topic, const QString& _payload, int _mid, qos_t _qos, bool _retainflag,
-                 state_req_t _state, QObject* parent);
+    classpublish(const QString& topic, const QString& payload, int mid, qos_t qos, bool retainflag, state_req_t state,
+                 QObject* parent);
 
     /// Null: no operation of the registry sets it.
     QDateTime getTimePublication() const { return timePublication; }
     QString getPayload() const { return payload; }
-    void setPayload(const QString& _payload) { payload = _payload; }
+    void setPayload(const QString& value) { payload = value; }
     bool getRetainflag() const { return retainflag; }
-    void setRetainflag(bool _retainflag) { retainflag = _retainflag; }
+    void setRetainflag(bool value) { retainflag = value; }
     bool getDubflag() const { return dubflag; } ///< the MQTT duplicate flag
-    void setDubflag(bool _dubflag) { dubflag = _dubflag; }
+    void setDubflag(bool value) { dubflag = value; }
 
 private:
     QDateTime timePublication;
@@ -94,9 +93,9 @@ private:
     bool dubflag = false;
 };
 
-/// The registry: owns its records and deletes them when they are removed, on reset and with itself. All calls
-/// must come from one thread. The lookups, removals and reset catch everything, log "Handling exception" at
-/// level 1 and return null or -2; the additions let an exception pass.
+/// The registry. It owns its records, and deletes them when they are removed, on reset() and in its destructor. All
+/// calls must come from one thread. Lookups, removals and reset() log an exception as "Handling exception" at level 1
+/// and return null or -2; additions let it pass.
 class FLOTROFOBUL_EXPORT classmessages {
 public:
     classmessages();
@@ -104,35 +103,33 @@ public:
     classmessages(const classmessages&) = delete;
     classmessages& operator=(const classmessages&) = delete;
 
-    /// Registers a request under its mid, in state 1; always true. A record that already stands under the
-    /// mid leaves the map but is not deleted at once, because a host may hold it: the last 64 of those live
-    /// until reset().
+    /// Registers a request under its mid, in state 1; always true. A record that it replaces is not deleted at once,
+    /// because a host may hold it: the last 64 of them are kept until reset(), unless the host deletes them itself.
     bool addSubscription(int mid, const QString& topic, qos_t qos);
     bool addPublication(int mid, const QString& topic, const QString& payload, qos_t qos, bool retain);
 
-    /// The record under the mid, or null.
+    /// The record with the mid, or null.
     classsubscribe* getSubsciption(int mid);
     classpublish* getPublications(int mid);
 
-    /// The lowest mid that holds a subscription, whatever the topic; -1 when there is none.
+    /// The lowest mid of all subscriptions, whatever the topic; -1 if there are none.
     int getMidSubsciption(const QString& topic);
 
-    /// Removes and deletes a record: 1, or 0 when there is none.
+    /// Removes and deletes a record; returns 1, or 0 if there is none.
     int removePublications(int mid);
     int removeSubsciption(int mid);
 
-    /// Removes and deletes every record: 0.
+    /// Removes and deletes every record; returns 0.
     int reset();
 
-    QMap<int, classsubscribe*>* getSubscriptions() const { return subscriptions.get(); }
-    QMap<int, classpublish*>* getPublications() const { return publications.get(); }
+    /// The maps themselves, which live as long as the registry.
+    QMap<int, classsubscribe*>* getSubscriptions() const;
+    QMap<int, classpublish*>* getPublications() const;
 
 private:
-    void retire(QObject* replaced);
+    struct requests_t;
 
-    std::unique_ptr<QMap<int, classsubscribe*>> subscriptions;
-    std::unique_ptr<QMap<int, classpublish*>> publications;
-    std::deque<std::unique_ptr<QObject>> replacedRecords;
+    std::unique_ptr<requests_t> requests;
 };
 
 } // namespace message

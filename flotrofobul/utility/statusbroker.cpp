@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The statistics of a broker: what topic fills what field, as tables, and the records' construction.
+// The broker statistics: tables of which topic fills which field, and the construction of the records.
 #include <flotrofobul/utility/statusbroker.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -11,20 +11,22 @@
 namespace comunication {
 namespace brokerdiagnostic {
 
+using namespace ::utility::logs;
+
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/utility/statusbroker";
 
 struct statistic_t {
-    QLatin1String levels; // the compared levels, up to the end of the topic
+    QLatin1String levels; // compared exactly, up to the end of the topic
     QString& (*field)(diagnostic_broker&);
 };
 
-// A pattern ignores case where the compared levels do not: "$SYS/broker/HEAP/current" is taken,
+// The pattern ignores case, the compared levels do not: "$SYS/broker/HEAP/current" is stored, but
 // "$SYS/broker/heap/CURRENT" is not.
 struct group_t {
     QRegularExpression pattern;
-    int firstCompared; // number of the level at which the comparison begins
+    int firstCompared; // index of the first compared level
     std::vector<statistic_t> statistics;
 };
 
@@ -38,7 +40,7 @@ bool matches(const QRegularExpression& pattern, const QString& topic)
     return pattern.match(topic).hasMatch();
 }
 
-// A row of a group, and the three rows of a load average.
+// One row of a group, and the three rows of a load average.
 #define STATISTIC(levels, path)                                                         \
     statistic_t                                                                         \
     {                                                                                   \
@@ -48,7 +50,7 @@ bool matches(const QRegularExpression& pattern, const QString& topic)
     STATISTIC(levels "/1min", path->min1), STATISTIC(levels "/5min", path->min5), \
         STATISTIC(levels "/15min", path->min15)
 
-// In the order in which they are tried. Made once, when statistics are first asked for.
+// Tried in this order. Built once, when statistics are first recorded.
 const std::vector<group_t>& groups()
 {
     static const std::vector<group_t> table = {
@@ -139,23 +141,18 @@ bool isLogTopic(const QString& topic)
     return matches(pattern, topic);
 }
 
-// Runs the body of an operation; what it throws ends here.
-template <class Body>
-void guarded(const char* function, Body body)
+// Like guarded(), but without the exception's own words in the log line.
+template <typename Body>
+void guardedWithoutWords(const char* function, Body&& body)
 {
-    try {
-        body();
-    } catch (...) {
-        FLOTROFOBUL_LOG_AT(::utility::logs::caught, QStringLiteral("Handling exception"), function, logSource,
-                           __LINE__);
-    }
+    guarded(function, logSource, body, [] { return QStringLiteral("Handling exception"); });
 }
 
 } // namespace
 
 diagnostic_messages::diagnostic_messages()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         message = new diagnostic_message;
         publish = new diagnostic_publish_message;
         publishBytes = new diagnostic_bytes;
@@ -173,7 +170,7 @@ diagnostic_messages::~diagnostic_messages()
 
 diagnostic_average_bytes::diagnostic_average_bytes()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         received = new diagnostic_average;
         sent = new diagnostic_average;
     });
@@ -187,7 +184,7 @@ diagnostic_average_bytes::~diagnostic_average_bytes()
 
 diagnostic_avarage_publish::diagnostic_avarage_publish()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         dropped = new diagnostic_average;
         received = new diagnostic_average;
         sent = new diagnostic_average;
@@ -203,7 +200,7 @@ diagnostic_avarage_publish::~diagnostic_avarage_publish()
 
 diagnostic_load::diagnostic_load()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         connections = new diagnostic_average;
         bytes = new diagnostic_average_bytes;
         sockets = new diagnostic_average;
@@ -227,7 +224,7 @@ diagnostic_load::~diagnostic_load()
 
 diagnostic_logging::diagnostic_logging()
 {
-    guarded(__func__, [this] { lines = new QList<QString>; });
+    guardedWithoutWords(__func__, [this] { lines = new QList<QString>; });
 }
 
 diagnostic_logging::~diagnostic_logging()
@@ -237,7 +234,7 @@ diagnostic_logging::~diagnostic_logging()
 
 diagnostic_broker::diagnostic_broker()
 {
-    guarded(__func__, [this] {
+    guardedWithoutWords(__func__, [this] {
         bytes = new diagnostic_bytes;
         heap = new diagnostic_heap;
         clients = new diagnostic_clients;
@@ -264,13 +261,12 @@ diagnostic_broker::~diagnostic_broker()
 void diagnostic_broker::updateMessage(const QString& topic, const QString& payload)
 {
     const char* const function = __func__;
-    guarded(function, [&] {
+    guardedWithoutWords(function, [&] {
         if (storeBrokerMessage) {
             rawMessages[topic] = payload;
         }
         if (!isBrokerTopic(topic)) {
-            FLOTROFOBUL_LOG_AT(::utility::logs::warning, QStringLiteral("No match generic topic"), function, logSource,
-                               __LINE__);
+            FLOTROFOBUL_LOG_AT(warning, QStringLiteral("No match generic topic"), function, logSource, __LINE__);
             return;
         }
         if ((storeBrokerBridgeConnection && storeBridge(*this, topic, payload)) ||
@@ -281,9 +277,8 @@ void diagnostic_broker::updateMessage(const QString& topic, const QString& paylo
         if (storeBrokerLogs && isLogTopic(topic)) {
             logging->lines->append(payload);
         }
-        // Log lines are reported too: they are no statistics.
-        FLOTROFOBUL_LOG_AT(::utility::logs::warning, topic % " .......... NO REGISTER"_l1, function, logSource,
-                           __LINE__);
+        // Log lines get this line too, because they are not statistics.
+        FLOTROFOBUL_LOG_AT(warning, topic % " .......... NO REGISTER"_l1, function, logSource, __LINE__);
     });
 }
 

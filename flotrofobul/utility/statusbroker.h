@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The model of what a broker says of itself under $SYS: its records and the one operation that fills
-// them. Subscribing $SYS is the engine's business.
+// A model of what the broker publishes about itself under $SYS: the records, and the one operation that fills them.
+// Subscribing $SYS is up to the engine.
 #pragma once
 
 #include <flotrofobul/export.h>
@@ -13,10 +13,9 @@
 namespace comunication {
 namespace brokerdiagnostic {
 
-// Every value is the text that the broker published, null until it published one. A record owns the
-// records that it points to.
+// Every value is the text that the broker published, and null until then. A record owns the records it points to.
 
-/// Bytes that came in and went out.
+/// Bytes received and sent.
 struct FLOTROFOBUL_EXPORT diagnostic_bytes {
     QString received;
     QString sent;
@@ -46,14 +45,14 @@ struct FLOTROFOBUL_EXPORT diagnostic_clients {
     QString expired;
 };
 
-/// MQTT messages of every kind.
+/// All MQTT messages.
 struct FLOTROFOBUL_EXPORT diagnostic_message {
     QString stored;
     QString received;
     QString sent;
 };
 
-/// PUBLISH messages alone.
+/// PUBLISH messages only.
 struct FLOTROFOBUL_EXPORT diagnostic_publish_message {
     QString dropped;
     QString received;
@@ -136,7 +135,7 @@ struct FLOTROFOBUL_EXPORT diagnostic_logging {
     diagnostic_logging();
     ~diagnostic_logging();
 
-    QList<QString>* lines = nullptr; ///< in the order of arrival; only grows, trimming it is up to the host
+    QList<QString>* lines = nullptr; ///< in order of arrival; grows until the host trims it
 
 private:
     Q_DISABLE_COPY(diagnostic_logging)
@@ -151,15 +150,15 @@ struct FLOTROFOBUL_EXPORT diagnostic_bridges {
     bool connected = false;
 };
 
-/// The whole model. An engine owns one and fills it; a host reads the fields, on the engine's thread.
+/// The whole model. An engine owns one and fills it; a host reads the fields on the engine's thread.
 ///
-/// Values are overwritten, never cleared, and a bridge once seen stays. Nothing is recorded until a flag
-/// says so; a flag acts from the next message on.
+/// Values are overwritten, never cleared, and a bridge that was seen once stays. Nothing is recorded until a flag is
+/// set; a flag takes effect with the next message.
 struct FLOTROFOBUL_EXPORT diagnostic_broker {
     diagnostic_broker();
     ~diagnostic_broker();
 
-    QDateTime lastUpdate; ///< local time at which a statistics value or the state of a bridge came last
+    QDateTime lastUpdate; ///< local time of the last statistics value or bridge state
     QString version;
     QString timestamp;
     QString uptime;
@@ -170,8 +169,8 @@ struct FLOTROFOBUL_EXPORT diagnostic_broker {
     diagnostic_load* load = nullptr;
     diagnostic_storage* storage = nullptr;
     diagnostic_logging* logging = nullptr;
-    QMap<QString, QString> rawMessages;                   ///< last payload of every topic that was passed in
-    QMap<QString, diagnostic_bridges>* bridges = nullptr; ///< by the name of the connection
+    QMap<QString, QString> rawMessages;                   ///< last payload of every topic
+    QMap<QString, diagnostic_bridges>* bridges = nullptr; ///< by connection name
     bool storeBrokerLogs = false;
     bool storeBrokerMessage = false;
     bool storeBrokerStatistics = false;
@@ -181,7 +180,7 @@ struct FLOTROFOBUL_EXPORT diagnostic_broker {
     [[nodiscard]] bool getStoreBrokerLogs() const noexcept { return storeBrokerLogs; }
     void setStoreBrokerLogs(bool on) noexcept { storeBrokerLogs = on; }
 
-    /// Whether every message is kept as it came.
+    /// Whether every message is kept unchanged.
     [[nodiscard]] bool getStoreBrokerMessage() const noexcept { return storeBrokerMessage; }
     void setStoreBrokerMessage(bool on) noexcept { storeBrokerMessage = on; }
 
@@ -193,9 +192,9 @@ struct FLOTROFOBUL_EXPORT diagnostic_broker {
     [[nodiscard]] bool getStoreBrokerBridgeConnection() const noexcept { return storeBrokerBridgeConnection; }
     void setStoreBrokerBridgeConnection(bool on) noexcept { storeBrokerBridgeConnection = on; }
 
-    /// Records one message of the broker, as far as the flags ask for it. A topic outside $SYS/broker/
-    /// and one that no statistics value or bridge took are logged with level 3. Nothing is thrown: a
-    /// failure is logged with level 1, and what was stored before it stays.
+    /// Records one message of the broker, as far as the flags ask for it. Topics outside $SYS/broker/, and those that
+    /// are neither a recorded statistics value nor a bridge state, are logged at level 3. Throws nothing: an exception
+    /// is logged at level 1, and what was stored before it stays.
     void updateMessage(const QString& topic, const QString& payload);
 
 private:

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <flotrofobul/platform/logs/log_line.h>
+// How a node finds out who it is: client id, machine, network and file digests.
 #include <flotrofobul/utility/system_t.h>
+
+#include <flotrofobul/platform/logs/log_line.h>
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QFile>
@@ -11,6 +13,8 @@
 
 namespace comunication {
 namespace utility {
+
+using namespace ::utility::logs;
 
 namespace {
 
@@ -55,11 +59,11 @@ system_t::system_t(const QString& _versionApp, service_t _servicetype, const QSt
 {
     versionApp = _versionApp;
     type = _servicetype.ToString();
-    // A given id says that the host knows who it is; the machine is not asked then.
+    // A host that gives an id knows which node it is, so the machine is not examined.
     clientid = _clientId.trimmed().isEmpty() ? calculateId() : _clientId;
 }
 
-// The line numbers below are part of the texts that the system's readers of logs know.
+// The line numbers below are fixed: log readers know them.
 
 QString system_t::calculateId()
 try {
@@ -68,14 +72,14 @@ try {
              .join(u'/');
     hostname = QSysInfo::machineHostName();
     versionLib = libraryVersion();
-    // A random identity was once part of the id; its kind is still determined and plays no role.
+    // A random identity was once part of the id; it is still created, but unused.
     const QUuid uuid = QUuid::createUuid();
     Q_UNUSED(uuid.variant())
     Q_UNUSED(uuid.version())
     setClientId(hostname);
     return clientid;
 } catch (...) {
-    FLOTROFOBUL_LOG_AT(1, QStringLiteral("Handling generic exception."), __func__, logSource, 177);
+    FLOTROFOBUL_LOG_AT(caught, QStringLiteral("Handling generic exception."), __func__, logSource, 177);
     return clientid;
 }
 
@@ -88,7 +92,7 @@ void system_t::setClientId(QString id)
 bool system_t::checkNetwork()
 try {
     networkUp = false;
-    FLOTROFOBUL_LOG_AT(6, QStringLiteral("Check network"), __func__, logSource, 190);
+    FLOTROFOBUL_LOG_AT(detail, QStringLiteral("Check network"), __func__, logSource, 190);
     const auto all = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface& interface : all) {
         if (interface.hardwareAddress() == "00:00:00:00:00:00"_l1) {
@@ -101,7 +105,7 @@ try {
                 continue;
             }
             networkUp = networkUp || interface.flags().testFlag(QNetworkInterface::IsUp);
-            FLOTROFOBUL_LOG_AT(4,
+            FLOTROFOBUL_LOG_AT(info,
                                typeText(interface.type()) + " -- "_l1 + flagsText(interface.flags()) + " > "_l1 +
                                    interface.humanReadableName() + " - "_l1 + ip + " - "_l1 +
                                    interface.hardwareAddress(),
@@ -111,7 +115,7 @@ try {
     }
     return networkUp;
 } catch (...) {
-    FLOTROFOBUL_LOG_AT(1, QStringLiteral("Handling generic exception."), __func__, logSource, 218);
+    FLOTROFOBUL_LOG_AT(caught, QStringLiteral("Handling generic exception."), __func__, logSource, 218);
     return networkUp;
 }
 
@@ -122,7 +126,7 @@ QString system_t::calculateHash(const QString& path)
         return QString();
     }
     QCryptographicHash digest(QCryptographicHash::Md5);
-    // As Qt turns bytes into a text: it ends before a zero byte.
+    // The conversion stops at the first zero byte.
     return digest.addData(&file) ? QString::fromUtf8(digest.result()) : QString();
 }
 
@@ -136,19 +140,19 @@ service_t system_t::getServiceType() const
     return type == service_t::server.ToString() ? service_t::server : service_t::client;
 }
 
-void system_t::setMasterId(const QString& _masterid)
+void system_t::setMasterId(const QString& id)
 {
     const QString old = masterid;
-    masterid = _masterid;
+    masterid = id;
     if (old != masterid) {
         Q_EMIT changeMasterIdEvent(masterid);
     }
 }
 
-void system_t::setMaster(const QString& _masterid, const QJsonObject& _masterData)
+void system_t::setMaster(const QString& id, const QJsonObject& data)
 {
-    masterData = _masterData;
-    setMasterId(_masterid);
+    masterData = data;
+    setMasterId(id);
 }
 
 void system_t::setPublishDate(const QDateTime& date)

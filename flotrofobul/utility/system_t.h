@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Who a node is: the record that every node presents to the others.
+// Who a node is: the record with which every node presents itself to the others.
 #pragma once
 
 #include <flotrofobul/define/types.h>
@@ -17,9 +17,9 @@ namespace utility {
 
 /// Identity of one node: its role, client id, versions, machine, broker, and the master that it follows.
 ///
-/// The eleven properties are the keys of a presentation packet. Writing one through the Qt property system, as
-/// reading a presentation does, stores the value and emits nothing. Each engine owns one record of itself;
-/// records of other nodes belong to the map that holds them. A record may be used on one thread only.
+/// The eleven properties are the keys of a presentation packet. Setting one through the Qt property system, as happens
+/// when a presentation is read, stores the value and emits nothing. Each engine owns one record of itself; records of
+/// other nodes belong to the map that holds them. A record may be used on one thread only.
 class FLOTROFOBUL_EXPORT system_t : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString clientid MEMBER clientid)
@@ -35,31 +35,31 @@ class FLOTROFOBUL_EXPORT system_t : public QObject {
     Q_PROPERTY(QJsonObject masterData MEMBER masterData)
 
 public:
-    /// A record of this node. With a client id of blanks only the id is computed (calculateId()); any other is
-    /// taken exactly as given, and then os, hostname and versionLib stay empty.
+    /// A record of this node. If the client id is blank, calculateId() computes it; otherwise it is taken exactly as
+    /// given, and os, hostname and versionLib stay empty.
     Q_INVOKABLE system_t(const QString& _versionApp, service_t _servicetype, const QString& _clientId,
                          QObject* parent = nullptr);
     /// An empty record.
     Q_INVOKABLE explicit system_t(QObject* parent = nullptr);
 
-    /// Fills os, hostname, versionLib and the client id from the machine; returns the client id.
+    /// Reads os, hostname, versionLib and the client id from the machine; returns the client id, also after a failure.
     QString calculateId();
-    /// Client id = type + "@" + id without anything but ASCII letters, digits and "-".
+    /// Sets the client id to type + "@" + id, of which only ASCII letters, digits and "-" are kept.
     void setClientId(QString id);
-    /// Logs every interface that has a hardware address and an IPv4 address; returns whether one is up. The
-    /// interfaces found are added to those of earlier calls.
+    /// Logs every interface that has a hardware address and an IPv4 address; returns whether one of them is up. The
+    /// interfaces are added to those of earlier calls.
     bool checkNetwork();
-    /// MD5 digest of a file, its raw bytes read as UTF-8 up to the first zero byte (what is not valid is replaced);
-    /// empty when the file cannot be read.
+    /// MD5 digest of a file: its raw bytes read as UTF-8 up to the first zero byte, with invalid ones replaced. Empty
+    /// if the file cannot be read.
     QString calculateHash(const QString& path);
-    /// Remembers the digest of a file.
+    /// Stores the digest of a file, for getHash().
     void AddHash(const QString& path);
 
-    /// Server when the type is "server", else client; the type's text may hold anything (getType()).
+    /// service_t::server if the type is "server", otherwise service_t::client, although getType() may be any text.
     service_t getServiceType() const;
-    /// Sets the master; emits changeMasterIdEvent() when the id changes.
-    void setMasterId(const QString& _masterid);
-    void setMaster(const QString& _masterid, const QJsonObject& _masterData);
+    /// Sets the master, and its record; emits changeMasterIdEvent() if the id changes.
+    void setMasterId(const QString& id);
+    void setMaster(const QString& id, const QJsonObject& data);
     /// Stores the time of a presentation as text (Qt::TextDate).
     void setPublishDate(const QDateTime& date);
 
@@ -78,12 +78,12 @@ public:
     QMap<QString, QString> getHash() const { return hash; }
     QString getId_prefix() const { return id_prefix; }
 
-    void setConnected(bool _connected) { connected = _connected; }
+    void setConnected(bool on) { connected = on; }
     void setBrokerip(const QString& ip) { brokerip = ip; }
     void setMasterData(const QJsonObject& data) { masterData = data; }
 
 Q_SIGNALS:
-    /// The master has changed; the id is empty when there is none any more.
+    /// The master has changed; the id is empty if there is no master any more.
     void changeMasterIdEvent(QString _masterid);
 
 private:

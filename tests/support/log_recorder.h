@@ -8,6 +8,8 @@
 
 #include <utility>
 
+using comunication::literals::operator""_l1;
+
 /// A QString of a literal, short enough for tables.
 inline QString operator""_s(const char* text, std::size_t length)
 {
@@ -29,7 +31,7 @@ public:
     ~log_recorder_t()
     {
         ::utility::logs::classlogs::getInstance()->setSink({});
-        ::utility::logs::classlogs::getInstance()->setLevel(4);
+        ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::info);
     }
     log_recorder_t(const log_recorder_t&) = delete;
     log_recorder_t& operator=(const log_recorder_t&) = delete;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Where log lines go: to the sink of the host, or to the Qt logging category.
 #include <flotrofobul/platform/logs/classlogs.h>
 
 #include <QtCore/QLoggingCategory>
@@ -24,16 +25,16 @@ QtMsgType messageType(int level)
     return level < detail ? QtInfoMsg : QtDebugMsg;
 }
 
-// The sink is shared, so that a thread that is just logging keeps the one it took while another
-// thread sets a new one. Never destroyed: an engine with static storage logs from its destructor.
-struct sink_holder {
+// The sink is shared, so that a thread in the middle of logging keeps its sink while another thread sets a new one.
+// Never destroyed: an engine with static storage duration logs from its destructor.
+struct sink_holder_t {
     std::mutex mutex;
     std::shared_ptr<const classlogs::Sink> sink;
 };
 
-sink_holder& holder()
+sink_holder_t& holder()
 {
-    static auto* const only = new sink_holder;
+    static auto* const only = new sink_holder_t;
     return *only;
 }
 
@@ -77,7 +78,7 @@ void classlogs::log(const QString& message, int level, const QString& function, 
             writeToCategory(record);
         }
     } catch (...) {
-        // A sink that fails must not take the engine with it, and there is nobody left to tell.
+        // A failing sink must not bring the engine down, and there is nobody left to tell.
     }
 }
 
@@ -92,7 +93,7 @@ void classlogs::setSink(Sink sink)
         holder().sink.swap(next);
         hasSink.store(holder().sink != nullptr, std::memory_order_release);
     }
-    // The former sink ends here, outside the lock: what it holds may log.
+    // The former sink is destroyed here, outside the lock, because its destructor may log.
 }
 
 } // namespace logs

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The logger of the library: one filter level and one sink for the process. How a line of the
-// engine names its place stands in log_line.h, which is not installed.
+// The logger of the library: one filter level and one sink for the whole process. The macros that the engine logs with
+// are in log_line.h, which is not installed.
 #pragma once
 
 #include <flotrofobul/export.h>
@@ -13,15 +13,15 @@
 namespace utility {
 namespace logs {
 
-/// Weight of a log line; the lower the number, the graver the line.
+/// Severity of a log line; the lower the number, the more severe.
 enum LogLevel : int {
     fatal = 0,   ///< an exception that ends in a disconnection, an operation that does not exist
     caught = 1,  ///< a caught exception
     error = 2,   ///< an error or an anomaly of the protocol
     warning = 3, ///< a warning, a change of role, a bridge that goes up or down
-    info = 4,    ///< what goes on
+    info = 4,    ///< what is going on
     notice = 5,  ///< reserved, written like info
-    detail = 6   ///< every message
+    detail = 6   ///< details, and every message
 };
 
 /// One log line as the sink receives it.
@@ -35,32 +35,31 @@ struct LogRecord {
 
 /// The process-wide logger.
 ///
-/// A line is written when its level is not above the filter level (default 4) and when somebody
-/// takes it: the sink, or without one the Qt logging category "flotrofobul" (levels 0 to 2 critical,
-/// 3 warning, 4 and 5 info, 6 debug). All operations may be called from any thread; a sink runs on
-/// the thread that logs, may itself log or set another sink, and must not delete an engine (deleteLater() is safe).
-/// What it throws is lost.
+/// A line is written if its level is not above the filter level (default 4) and somebody receives it: the sink or,
+/// without a sink, the Qt logging category "flotrofobul" (levels 0 to 2 critical, 3 warning, 4 and 5 info, 6 debug).
+/// All operations may be called from any thread. A sink runs on the thread that logs; it may log or set another sink,
+/// but must not delete an engine (deleteLater() is safe). What it throws is dropped.
 class FLOTROFOBUL_EXPORT classlogs {
 public:
     using Sink = std::function<void(const LogRecord&)>;
 
-    /// The one logger; valid from the loading of the library until the process ends.
+    /// The only logger; valid from when the library is loaded until the process ends.
     static classlogs* getInstance() noexcept { return &instance; }
 
-    /// Hands one line to the sink, if its level is enabled.
+    /// Passes a line to the sink if its level is enabled.
     void log(const QString& message, int level, const QString& function, const QString& file, int line);
 
     /// Sets the highest level that is written.
     void setLevel(int highest) noexcept { highestLevel.store(highest, std::memory_order_relaxed); }
 
-    /// Whether a line of this level would reach anybody. Ask before building an expensive text: a
-    /// level above the filter costs one comparison.
+    /// Whether a line of this level would reach anybody. Ask before building an expensive text: for a level above the
+    /// filter this costs one comparison.
     [[nodiscard]] bool isEnabled(int level) const noexcept
     {
         return level <= highestLevel.load(std::memory_order_relaxed) && reachesSomebody(level);
     }
 
-    /// Sets who receives the lines; an empty function restores the Qt logging category.
+    /// Sets the receiver of the lines; an empty function restores the Qt logging category.
     void setSink(Sink sink);
 
     classlogs(const classlogs&) = delete;

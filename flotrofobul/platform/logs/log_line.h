@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: MIT
-// How the library writes a log line: with the bare name of the operation it stands in, a source name
-// and a line number. Internal.
+// How the library writes a log line: with the bare name of the operation it stands in, a source name and a line
+// number. Internal.
 #pragma once
 
 #include <flotrofobul/platform/logs/classlogs.h>
+#include <flotrofobul/platform/text.h>
 
 #include <exception>
-
-constexpr QLatin1String operator""_l1(const char* text, std::size_t length) noexcept
-{
-    return QLatin1String(text, static_cast<int>(length));
-}
 
 /// Writes a line for a named operation; the text is only built when the level is enabled.
 #define FLOTROFOBUL_LOG_AT(level, text, function, source, line)                            \
@@ -27,8 +23,10 @@ constexpr QLatin1String operator""_l1(const char* text, std::size_t length) noex
 /// The same for another operation than the enclosing one (a lambda, a shared helper).
 #define FLOTROFOBUL_LOG_AS(level, text, function) FLOTROFOBUL_LOG_AT(level, text, function, logSource, __LINE__)
 
+namespace comunication {
+
 /// Log text of the exception that is being handled: known + its words for a std::exception, other for anything
-/// else. To be called inside a catch block only.
+/// else. May be called inside a catch block only.
 inline QString exceptionText(QLatin1String known, QLatin1String other)
 {
     try {
@@ -45,13 +43,22 @@ inline QString exceptionText()
     return exceptionText("Handling exception: "_l1, "Handling exception"_l1);
 }
 
-/// Runs a body; what it throws is logged as an exception of the named operation and goes no further.
-template <typename Body>
-void guarded(const char* function, const char* source, Body&& body) noexcept
+/// Runs a body. What it throws goes no further: the text is logged for it, as a line of the named operation.
+template <typename Body, typename Text>
+void guarded(const char* function, const char* source, Body&& body, Text&& text) noexcept
 {
     try {
         body();
     } catch (...) {
-        FLOTROFOBUL_LOG_AT(1, exceptionText(), function, source, __LINE__);
+        FLOTROFOBUL_LOG_AT(::utility::logs::caught, text(), function, source, __LINE__);
     }
 }
+
+/// The same with the words of the exception as the text.
+template <typename Body>
+void guarded(const char* function, const char* source, Body&& body) noexcept
+{
+    guarded(function, source, body, [] { return exceptionText(); });
+}
+
+} // namespace comunication
