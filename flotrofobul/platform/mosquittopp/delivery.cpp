@@ -38,7 +38,7 @@ bool delivery_t::deliver()
         const event_t event = std::move(events.front());
         events.pop_front();
         deliverLater();
-        emitSignal(event);
+        receiver(event);
         if (!alive) {
             return false;
         }
@@ -51,31 +51,6 @@ bool delivery_t::deliver()
         drained();
     }
     return true;
-}
-
-void delivery_t::emitSignal(const event_t& event)
-{
-    switch (event.kind) {
-    case event_t::connected: {
-        const QPointer<mosquittoppqt> alive(owner);
-        Q_EMIT owner->onConnect(event.number);
-        if (alive) {
-            Q_EMIT alive->onConnect_with_flags(event.number, event.flags);
-        }
-        break;
-    }
-    case event_t::disconnected: Q_EMIT owner->onDisconnect(event.number); break;
-    case event_t::published: Q_EMIT owner->onPublish(event.number); break;
-    case event_t::message:
-        Q_EMIT owner->onMessage(event.number, event.topic, event.text, event.payloadlen, event.flags, event.retain);
-        break;
-    case event_t::subscribed:
-        Q_EMIT owner->onSubscribe(event.number, static_cast<int>(event.granted.size()), event.granted.data());
-        break;
-    case event_t::unsubscribed: Q_EMIT owner->onUnsubscribe(event.number); break;
-    case event_t::log: Q_EMIT owner->onLog(event.number, event.text); break;
-    case event_t::error: Q_EMIT owner->onError(); break;
-    }
 }
 
 } // namespace mosquittopp

@@ -3,9 +3,9 @@
 // signals of the adapter. Internal.
 #pragma once
 
-#include <flotrofobul/platform/mosquittopp/mosquittoppqt.h>
-
 #include <QtCore/QBasicTimer>
+#include <QtCore/QObject>
+#include <QtCore/QString>
 
 #include <deque>
 #include <functional>
@@ -33,7 +33,10 @@ struct event_t {
 
 class delivery_t : public QObject {
 public:
-    explicit delivery_t(mosquittoppqt* owner) : owner(owner) {}
+    /// Takes one event to the host, who may delete the delivery meanwhile.
+    using receiver_t = std::function<void(const event_t&)>;
+
+    explicit delivery_t(receiver_t receiver) : receiver(std::move(receiver)) {}
 
     /// Adds an event; somebody has to call deliver() or deliverLater().
     void push(event_t event) { events.push_back(std::move(event)); }
@@ -49,9 +52,8 @@ public:
 
 private:
     void timerEvent(QTimerEvent* event) override;
-    void emitSignal(const event_t& event);
 
-    mosquittoppqt* const owner;
+    const receiver_t receiver;
     std::deque<event_t> events;
     QBasicTimer nextTurn;
 };

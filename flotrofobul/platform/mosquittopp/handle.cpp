@@ -118,8 +118,8 @@ bool handle_t::handshakeWantsWrite() const
 
 void handle_t::listenToLog(bool on)
 {
-    using log_callback = void (*)(::mosquitto*, void*, int, const char*);
-    const log_callback note = [](::mosquitto*, void* self, int level, const char* text) {
+    using log_callback_t = void (*)(::mosquitto*, void*, int, const char*);
+    const log_callback_t note = [](::mosquitto*, void* self, int level, const char* text) {
         static_cast<handle_t*>(self)->listener->lineWritten(level, text);
     };
     mosquitto_log_callback_set(handle, on ? note : nullptr);

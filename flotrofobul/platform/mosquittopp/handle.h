@@ -2,8 +2,8 @@
 // Owner of one libmosquitto handle and of what is registered in it. Internal.
 #pragma once
 
-#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
 #include <flotrofobul/platform/mosquittopp/tls_context.h>
+#include <flotrofobul/platform/mosquittopp/types.h>
 
 #include <memory>
 

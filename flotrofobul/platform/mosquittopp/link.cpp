@@ -49,8 +49,8 @@ int refuse(const verdict_t& verdict, const char* what, const QString& value)
     return verdict.code;
 }
 
-link_t::link_t(mosquittoppqt* owner, const QString& clientId, bool cleanSession, bool autoconnect)
-    : cleanSession(cleanSession), autoconnect(autoconnect), delivery(owner)
+link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect)
+    : cleanSession(cleanSession), autoconnect(autoconnect), delivery(std::move(receiver))
 {
     identity.clientId = clientId;
     delivery.drained = [this] {

@@ -8,6 +8,7 @@
 #include <flotrofobul/platform/mosquittopp/delivery.h>
 #include <flotrofobul/platform/mosquittopp/handle.h>
 #include <flotrofobul/platform/mosquittopp/outbox.h>
+#include <flotrofobul/platform/mosquittopp/values.h>
 
 #include <QtCore/QBasicTimer>
 #include <QtCore/QDeadlineTimer>
@@ -26,7 +27,7 @@ constexpr const char logSource[] = "libscomunication/libmosquittoqt/mosquittoqt"
 class link_t : public QObject, private handle_listener_t {
     Q_OBJECT
 public:
-    link_t(mosquittoppqt* owner, const QString& clientId, bool cleanSession, bool autoconnect);
+    link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect);
     ~link_t() override;
 
     int connectAsync(const QString& host, int port, int keepalive);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <flotrofobul/export.h>
+#include <flotrofobul/platform/mosquittopp/types.h>
 
 #include <QtCore/QObject>
 #include <QtCore/QString>
@@ -28,9 +29,6 @@ FLOTROFOBUL_EXPORT int lib_version(int* major, int* minor, int* revision);
 class FLOTROFOBUL_EXPORT mosquittoppqt : public QObject {
     Q_OBJECT
 public:
-    /// Writes the password of a key file into buffer (at most size bytes), returns its length.
-    using password_callback = int (*)(char* buffer, int size, int rwflag, void* userdata);
-
     ~mosquittoppqt() override;
 
     /// Starts to connect and returns at once. An address that refuses at once gives its code (14),
@@ -66,7 +64,7 @@ public:
     /// a file is missing or unreadable or neither authority is given, 1 when it is no certificate.
     /// Whatever it returns, nothing is sent in clear text any more.
     int tls_set(const QString& cafile, const QString& capath, const QString& certfile, const QString& keyfile,
-                password_callback callback = nullptr);
+                password_callback_t callback = nullptr);
 
     /// true: any host name is accepted in the broker's certificate, its signature is still checked.
     int tls_insecure_set(bool insecure);

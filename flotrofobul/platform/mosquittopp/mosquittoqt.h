@@ -7,14 +7,6 @@
 namespace comunication {
 namespace mosquittopp {
 
-/// A last will as it was registered.
-struct will_t {
-    QString topic;
-    QString payload;
-    int qos = 0;
-    bool retain = false;
-};
-
 /// Keeps a connection alive and makes it again: after 1 s, doubling to 30 s, a little less by chance
 /// so that a house full of panels does not come back in one instant; back to 1 s after a stable
 /// minute; 30 s at once when the broker refuses. Ends with disconnect_sync(), starts with a connect.

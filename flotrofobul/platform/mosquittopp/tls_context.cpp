@@ -179,7 +179,7 @@ int tls_context_t::loadOwnCertificate(const tls_settings_t& settings)
         }
     }
     // Without a function of the host OpenSSL would ask on the terminal and wait.
-    const mosquittoppqt::password_callback nobodyKnows = [](char*, int, int, void*) { return 0; };
+    const password_callback_t nobodyKnows = [](char*, int, int, void*) { return 0; };
     SSL_CTX_set_default_passwd_cb(context, settings.passwordCallback ? settings.passwordCallback : nobodyKnows);
     if (SSL_CTX_use_certificate_chain_file(context, settings.certfile.toLocal8Bit().constData()) != 1) {
         return fail(MOSQ_ERR_NOMEM,

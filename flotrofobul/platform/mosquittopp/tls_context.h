@@ -3,8 +3,10 @@
 // against the name that was configured although an address is dialled, and reasons in words. Internal.
 #pragma once
 
-#include <flotrofobul/platform/mosquittopp/mosquittoppqt.h>
-#include <flotrofobul/platform/mosquittopp/values.h>
+#include <flotrofobul/platform/mosquittopp/types.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
 
 struct ssl_ctx_st;
 
@@ -18,7 +20,7 @@ struct tls_settings_t {
     QString capath;
     QString certfile;
     QString keyfile;
-    mosquittoppqt::password_callback passwordCallback = nullptr;
+    password_callback_t passwordCallback = nullptr;
 };
 
 /// One OpenSSL context, for one libmosquitto handle; must outlive the handle. It stays where it is.
