@@ -8,6 +8,7 @@
 #include <QtTest/QtTest>
 
 using namespace comunication::mosquittopp;
+using namespace std::chrono_literals;
 
 class unit_outbox : public QObject {
     Q_OBJECT
@@ -23,7 +24,7 @@ private:
     }
 
     // Adds and hands over; the ids of the library follow those of the outbox.
-    static letter_t* send(outbox_t& outbox, qint64 now = 0, int bytes = 1)
+    static letter_t* send(outbox_t& outbox, moment_t now = {}, int bytes = 1)
     {
         add(outbox, true, bytes);
         letter_t* const letter = outbox.takeNext(now);
@@ -72,7 +73,7 @@ private Q_SLOTS:
     {
         outbox_t outbox;
         outbox.setLimits(3, 100);
-        send(outbox, 0, 1000);
+        send(outbox, {}, 1000);
         outbox.linkLost(false);
         QCOMPARE(add(outbox, false, 40), 0);
         QCOMPARE(add(outbox, false, 40), 0);
@@ -91,10 +92,10 @@ private Q_SLOTS:
         const auto giveUp = [&givenUp](const letter_t& letter) { givenUp = letter.mid; };
         const int mid = send(outbox)->mid;
         for (int session = 0; session < 3; ++session) {
-            const qint64 start = 30000 * session;
+            const moment_t start(session * 30s);
             QCOMPARE(givenUp, 0);
             outbox.sentAgain(start);
-            QCOMPARE(outbox.suspect(start + 10, giveUp), session + 1);
+            QCOMPARE(outbox.suspect(start + 10ms, giveUp), session + 1);
             outbox.linkLost(true);
         }
         QCOMPARE(givenUp, mid);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <flotrofobul/export.h>
+#include <flotrofobul/platform/limits.h>
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QObject>
@@ -44,12 +45,12 @@ public:
     void setLogging(bool on) noexcept { logging = on; }
 
 private:
-    friend struct settings;
+    friend struct settings_t;
 
     QString installationId;
     QString host = QStringLiteral("127.0.0.1");
-    int port = 1883;
-    int interval = 1000;
+    int port = limits::port.initial;
+    int interval = limits::interval.initial.count();
     bool autoconnect = true;
     bool logging = false;
     QJsonObject unknown;
@@ -87,16 +88,16 @@ public:
     [[nodiscard]] int getMax_packet_bytes() const noexcept { return maxPacketBytes; }
 
 private:
-    friend struct settings;
+    friend struct settings_t;
 
-    int keepalive = 60;
+    int keepalive = limits::keepalive.initial.count();
     bool cleansession = true;
     QString username;
     QString password;
-    int timeout = 10;
-    int outboxMessages = 1000;
-    int outboxBytes = 8 * 1024 * 1024;
-    int maxPacketBytes = 16 * 1024 * 1024;
+    int timeout = limits::connectTimeout.initial.count();
+    int outboxMessages = limits::outboxMessages.initial;
+    int outboxBytes = limits::outboxBytes.initial;
+    int maxPacketBytes = limits::packetBytes.initial;
     QJsonObject unknown;
 };
 
@@ -113,7 +114,7 @@ public:
     [[nodiscard]] const QString& getCa_file() const noexcept { return caFile; }
 
 private:
-    friend struct settings;
+    friend struct settings_t;
 
     bool tlsEnable = false;
     bool tlsInsecure = false;

@@ -4,13 +4,15 @@
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QPointer>
 
+#include <chrono>
+
 namespace comunication {
 namespace mosquittopp {
 
 namespace {
 
 // Long enough for a few hundred messages, short enough that nobody sees a panel stop.
-constexpr qint64 longestTurn = 10;
+constexpr std::chrono::milliseconds longestTurn{10};
 
 } // namespace
 
@@ -42,7 +44,7 @@ bool delivery_t::deliver()
         if (!alive) {
             return false;
         }
-        if (turn.elapsed() > longestTurn) {
+        if (turn.hasExpired(longestTurn.count())) {
             return true;
         }
     }

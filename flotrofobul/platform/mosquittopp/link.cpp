@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 
 namespace comunication {
 namespace mosquittopp {
@@ -23,7 +24,8 @@ using namespace ::utility::logs;
 
 // Several packets for one wake-up, but never so many that the rest of the event loop waits.
 constexpr int mostReads = 64;
-constexpr qint64 longestRead = 5;
+constexpr std::chrono::milliseconds longestRead{5};
+constexpr milliseconds_t shortestHousekeeping{500};
 
 bool endsConnection(int rc)
 {
@@ -167,7 +169,7 @@ void link_t::setLogging(bool on)
 
 void link_t::pump()
 {
-    const qint64 now = monotonicMilliseconds();
+    const moment_t now = moment_t::clock::now();
     while (isConnected()) {
         letter_t* const letter = outbox.takeNext(now);
         if (!letter) {
@@ -228,7 +230,7 @@ bool link_t::readStep()
         if (!settle(rc, systemError)) {
             return false;
         }
-        if (systemError == EAGAIN || !isConnected() || turn.elapsed() > longestRead) {
+        if (systemError == EAGAIN || !isConnected() || turn.hasExpired(longestRead.count())) {
             break;
         }
     }
@@ -338,10 +340,11 @@ void link_t::acknowledgeNow()
 #endif
 }
 
-int link_t::housekeepingInterval() const
+milliseconds_t link_t::housekeepingInterval() const
 {
-    const int most = keepalive == 0 ? 60000 : keepalive * 1000 / 4;
-    return std::clamp(interval, 500, most);
+    const milliseconds_t longest =
+        keepalive == seconds_t::zero() ? limits::interval.highest : milliseconds_t(keepalive) / 4;
+    return std::clamp(interval, shortestHousekeeping, longest);
 }
 
 void link_t::timerEvent(QTimerEvent*)

@@ -4,6 +4,7 @@
 // made and what happens when it ends, link_reasons.cpp the words for it.
 #pragma once
 
+#include <flotrofobul/platform/limits.h>
 #include <flotrofobul/platform/mosquittopp/backoff.h>
 #include <flotrofobul/platform/mosquittopp/delivery.h>
 #include <flotrofobul/platform/mosquittopp/handle.h>
@@ -30,8 +31,8 @@ public:
     link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect);
     ~link_t() override;
 
-    int connectAsync(const QString& host, int port, int keepalive);
-    int connectSync(const QString& host, int port, int keepalive);
+    int connectAsync(const QString& host, int port, seconds_t keepalive);
+    int connectSync(const QString& host, int port, seconds_t keepalive);
     int disconnect();
     bool isConnected() const { return state == state_t::connected; }
 
@@ -42,9 +43,9 @@ public:
 
     identity_t identity;
     outbox_t outbox;
-    int interval = 1000;
-    int connectTimeout = 10000;
-    int maxPacketBytes = 16 * 1024 * 1024;
+    milliseconds_t interval = limits::interval.initial;
+    milliseconds_t connectTimeout = limits::connectTimeout.initial;
+    int maxPacketBytes = limits::packetBytes.initial;
 
 protected:
     void timerEvent(QTimerEvent* event) override;
@@ -58,8 +59,8 @@ private:
     enum class state_t { idle, resolving, dialling, securing, greeting, connected, closing, waiting };
 
     // link_dialling.cpp
-    int checkTarget(const QString& newHost, int newPort, int newKeepalive) const;
-    int start(const QString& newHost, int newPort, int newKeepalive);
+    int checkTarget(const QString& newHost, int newPort, seconds_t newKeepalive) const;
+    int start(const QString& newHost, int newPort, seconds_t newKeepalive);
     int attempt();
     int dialNext();
     int dial(const QString& address);
@@ -95,7 +96,7 @@ private:
     bool wantsWrite() const;
     void dropNotifiers();
     void acknowledgeNow();
-    int housekeepingInterval() const;
+    milliseconds_t housekeepingInterval() const;
     int request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos);
     void noteDropped(int count);
 
@@ -120,7 +121,7 @@ private:
 
     QString host;
     int port = 0;
-    int keepalive = 0;
+    seconds_t keepalive{0};
     int lookup = -1;
     int outcome = 0;         // of the last attempt, as the caller gets it
     QStringList addresses;   // still to be tried in this attempt

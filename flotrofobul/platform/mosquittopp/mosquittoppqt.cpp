@@ -54,12 +54,12 @@ mosquittoppqt::~mosquittoppqt() = default;
 
 int mosquittoppqt::connect_async(const QString& host, int port, int keepalive)
 {
-    return link->connectAsync(host, port, keepalive);
+    return link->connectAsync(host, port, seconds_t(keepalive));
 }
 
 int mosquittoppqt::connect_sync(const QString& host, int port, int keepalive)
 {
-    return link->connectSync(host, port, keepalive);
+    return link->connectSync(host, port, seconds_t(keepalive));
 }
 
 int mosquittoppqt::subscribe(int* mid, const QString& topic, int qos)

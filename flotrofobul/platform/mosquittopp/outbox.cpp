@@ -10,10 +10,9 @@ namespace mosquittopp {
 namespace {
 
 constexpr int highestMid = 65535;
-// Leaves ids for messages on their way and for subscriptions.
-constexpr int mostWaiting = 65000;
+constexpr int mostWaiting = limits::outboxMessages.highest;
 // A broker that closes over a message does so when it reads it, not minutes later.
-constexpr qint64 suspicionTime = 5000;
+constexpr std::chrono::seconds suspicionTime{5};
 
 } // namespace
 
@@ -56,7 +55,7 @@ int outbox_t::add(letter_t letter, bool linkUp)
     return dropped;
 }
 
-letter_t* outbox_t::takeNext(qint64 now)
+letter_t* outbox_t::takeNext(moment_t now)
 {
     const int window = suspects > 0 ? 1 : widestWindow;
     if (waiting.empty() || onItsWayCount() >= window) {
@@ -135,7 +134,7 @@ void outbox_t::restart()
     sent.clear();
 }
 
-int outbox_t::suspect(qint64 now, const std::function<void(const letter_t&)>& givenUp)
+int outbox_t::suspect(moment_t now, const std::function<void(const letter_t&)>& givenUp)
 {
     suspects = 0;
     int mostSuspect = 0;
@@ -156,7 +155,7 @@ int outbox_t::suspect(qint64 now, const std::function<void(const letter_t&)>& gi
     return mostSuspect;
 }
 
-void outbox_t::sentAgain(qint64 now)
+void outbox_t::sentAgain(moment_t now)
 {
     for (letter_t& letter : sent) {
         letter.sentAt = now;

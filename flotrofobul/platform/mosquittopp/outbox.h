@@ -3,6 +3,8 @@
 // Internal; sends nothing itself.
 #pragma once
 
+#include <flotrofobul/platform/limits.h>
+
 #include <QtCore/QByteArray>
 
 #include <chrono>
@@ -14,12 +16,7 @@
 namespace comunication {
 namespace mosquittopp {
 
-/// The clock of the outbox, in milliseconds.
-inline qint64 monotonicMilliseconds()
-{
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
+using moment_t = std::chrono::steady_clock::time_point;
 
 /// A message as it was published. Two ids: the caller's, which it keeps however often it is sent, and
 /// the one that libmosquitto gave it in this session.
@@ -30,8 +27,8 @@ struct letter_t {
     int wireMid = 0;
     int qos = 0;
     bool retain = false;
-    int cuts = 0;      // how often the broker closed the connection over it
-    qint64 sentAt = 0; // milliseconds, 0: never
+    int cuts = 0; // how often the broker closed the connection over it
+    moment_t sentAt;
 
     int bytes() const { return topic.size() + payload.size(); }
 };
@@ -58,7 +55,7 @@ public:
 
     /// The message to send next, moved among those on their way; null when none may go. The pointer
     /// is valid until the outbox is changed.
-    letter_t* takeNext(qint64 now);
+    letter_t* takeNext(moment_t now);
 
     /// Forgets a message and returns the caller's id; 0 for an id that is not on its way.
     int acknowledge(int wireMid);
@@ -76,10 +73,10 @@ public:
     /// The broker has closed the connection: suspects what was just sent. Gives up, through the
     /// function, what closed it too often; afterwards messages go one by one until the suspects are through.
     /// Returns how often the most suspect of them has done so; 0 when nothing is suspected.
-    int suspect(qint64 now, const std::function<void(const letter_t&)>& givenUp);
+    int suspect(moment_t now, const std::function<void(const letter_t&)>& givenUp);
 
     /// The messages on their way have been sent once more, by the library.
-    void sentAgain(qint64 now);
+    void sentAgain(moment_t now);
     /// Whether there are no ids to spare for a further subscription.
     bool hasTooManyRequests() const { return requests.size() >= mostRequests; }
     /// Whether the broker still owes an acknowledgement.
@@ -104,8 +101,8 @@ private:
     qint64 waitingBytes = 0;
     int lastMid = 0;
     int suspects = 0;
-    int mostMessages = 1000;
-    int mostBytes = 8 * 1024 * 1024;
+    int mostMessages = limits::outboxMessages.initial;
+    int mostBytes = limits::outboxBytes.initial;
     int keptFromBefore = 0; // messages and bytes that were not acknowledged when the link went down
     qint64 bytesKeptFromBefore = 0;
 };

@@ -3,6 +3,8 @@
 // connection, or sends uninitialised memory for them, so they are looked at before. Internal.
 #pragma once
 
+#include <flotrofobul/platform/limits.h>
+
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
@@ -24,9 +26,9 @@ verdict_t checkText(const QByteArray& text);
 /// As checkText without the rules for UTF-8.
 verdict_t checkPassword(const QByteArray& password);
 
-/// The longest payload of a publication beside its topic and header.
-constexpr int longestPayload = 268435455 - 65535 - 4;
 constexpr int longestText = 65535;
+/// The longest payload of a publication beside its topic and header.
+constexpr int longestPayload = limits::packetBytes.highest - longestText - 4;
 
 } // namespace mosquittopp
 } // namespace comunication
