@@ -11,12 +11,12 @@ namespace mosquittopp {
 
 namespace {
 
-// Long enough for a few hundred messages, short enough that nobody sees a panel stop.
+// Long enough for a few hundred messages, short enough that nobody sees a panel freeze.
 constexpr std::chrono::milliseconds longestTurn{10};
 
 } // namespace
 
-// A timer of no time costs no system call, unlike a posted event.
+// A zero timer costs no system call, unlike a posted event.
 void delivery_t::deliverLater()
 {
     if (!events.empty() && !nextTurn.isActive()) {
@@ -34,8 +34,8 @@ bool delivery_t::deliver()
     const QPointer<delivery_t> alive(this);
     QElapsedTimer turn;
     turn.start();
-    // An event leaves the queue before it is emitted and the rest is announced, so that a slot which runs an event
-    // loop of its own goes on with the next one.
+    // An event leaves the queue, and the next turn is scheduled, before it is passed on: a slot that runs an event loop
+    // of its own then receives the events after it.
     while (!events.empty()) {
         const event_t event = std::move(events.front());
         events.pop_front();

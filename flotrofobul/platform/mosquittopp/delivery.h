@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What libmosquitto has reported, kept until nobody is inside a call any more, then emitted as the
-// signals of the adapter. Internal.
+// Keeps what libmosquitto reports until no call of the library is running any more, then passes it on. Internal.
 #pragma once
 
 #include <QtCore/QBasicTimer>
@@ -33,21 +32,21 @@ struct event_t {
 
 class delivery_t : public QObject {
 public:
-    /// Takes one event to the host, who may delete the delivery meanwhile.
+    /// Passes one event to the host, which may delete this object while handling it.
     using receiver_t = std::function<void(const event_t&)>;
 
     explicit delivery_t(receiver_t receiver) : receiver(std::move(receiver)) {}
 
-    /// Adds an event; somebody has to call deliver() or deliverLater().
+    /// Adds an event; call deliver() or deliverLater() afterwards.
     void push(event_t event) { events.push_back(std::move(event)); }
     bool isEmpty() const { return events.empty(); }
     /// Delivers on the next turn of the event loop.
     void deliverLater();
-    /// Emits what is there, for a few milliseconds at most; the rest follows on the next turn. The
-    /// adapter may be gone afterwards: false then.
+    /// Passes on what is there, for a few milliseconds at most; the rest follows on the next turn. False if this object
+    /// was deleted meanwhile.
     bool deliver();
 
-    /// Called when everything has been emitted.
+    /// Called when nothing is left.
     std::function<void()> drained;
 
 private:

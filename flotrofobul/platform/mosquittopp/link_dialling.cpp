@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How a connection is made, and what happens when it cannot be made or ends.
+// How a connection is made, and what happens when it fails or ends.
 #include <flotrofobul/platform/mosquittopp/link.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -29,7 +29,7 @@ constexpr milliseconds_t closingTime{2000};
 constexpr std::chrono::minutes stableTime{1};
 constexpr std::chrono::seconds shortTime{10};
 constexpr int manyShortSessions = 3;
-// libmosquitto takes no shorter one but 0, which is none.
+// libmosquitto accepts no shorter one, except 0 for none.
 constexpr seconds_t shortestKeepalive{5};
 
 bool isKeepalive(seconds_t time)
@@ -120,7 +120,7 @@ int link_t::attempt()
         return dialNext();
     }
     timer.start(connectTimeout.count(), this);
-    // By name: Qt 5.15 leaks a function when a look-up is aborted.
+    // String-based connection: Qt 5.15 leaks a function object when a look-up is aborted.
     lookup = QHostInfo::lookupHost(host, this, SLOT(resolved(QHostInfo)));
     return MOSQ_ERR_SUCCESS;
 }
@@ -153,8 +153,8 @@ int link_t::prepareHandle()
     const bool usable =
         handle && resumable && handle->clientId() == identity.clientId && handle->isSecure() == identity.tls.wanted;
     if (!usable) {
-        // Only a handle of its own makes a clean session clean: the library goes on with the second
-        // half of a QoS 2 message that the broker has forgotten, and takes it for delivered.
+        // Only a new handle makes a clean session clean: the old one would send the second half of a QoS 2 message that
+        // the broker has forgotten, and take it for delivered.
         outbox.restart();
         resumable = false;
         handle = handle_t::create(identity.clientId, cleanSession, this);
@@ -190,7 +190,7 @@ int link_t::dial(const QString& where)
     return MOSQ_ERR_SUCCESS;
 }
 
-// The socket has become writable for the first time: TCP stands, or has failed.
+// The socket has become writable for the first time: TCP is connected, or has failed.
 void link_t::dialled()
 {
     int error = 0;
@@ -198,11 +198,11 @@ void link_t::dialled()
     ::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
     sockaddr_storage peer;
     socklen_t peerLength = sizeof peer;
-    // OpenSSL writes before the connection stands and takes the error away.
+    // OpenSSL writes before TCP is connected, which clears the error.
     if (error == 0 && ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0) {
         error = ECONNREFUSED;
     }
-    // Reset before we looked: somebody did answer.
+    // A reset before we looked still means that somebody answered.
     const bool stood = error == 0 || error == ECONNRESET || error == EPIPE;
     if (stood) {
         state = handle->isSecure() ? state_t::securing : state_t::greeting;
@@ -250,13 +250,13 @@ void link_t::answered()
     state = state_t::connected;
     resumable = !cleanSession;
     session.start();
-    outbox.sentAgain(moment_t::clock::now()); // by the library, where a session goes on
+    outbox.sentAgain(moment_t::clock::now()); // by the library, if a session goes on
     timer.start(housekeepingInterval().count(), this);
     handle->listenToLog(logging);
     noteDropped(0);
 }
 
-// The time of a name, an address or the broker's answer is over.
+// Name, address or the broker's answer took too long.
 void link_t::expired()
 {
     if (state == state_t::resolving) {
@@ -314,8 +314,8 @@ void link_t::lost(int rc, int systemError)
     if (rc != MOSQ_ERR_KEEPALIVE) {
         cuts = outbox.suspect(moment_t::clock::now(), giveUp);
     }
-    // A handle sends all its messages again at once. To find the one that closes the connection they
-    // have to go one by one, over a new one.
+    // A handle resends all its messages at once. To find the one that makes the broker close the connection, they have
+    // to go one by one, over a new handle.
     if (cuts > 1) {
         resumable = false;
     }
@@ -360,7 +360,7 @@ void link_t::retryOrRest(const QString& why)
     FLOTROFOBUL_LOG(warning, why + "; next attempt in "_l1 + QString::number(delay.count() / 1000.0, 'f', 1) + " s"_l1);
 }
 
-// Lets go of everything that belongs to an attempt or a connection, but for a session to resume.
+// Lets go of everything that belongs to an attempt or a connection, except a session that may be resumed.
 void link_t::abandon()
 {
     timer.stop();

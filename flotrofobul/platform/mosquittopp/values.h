@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What may be sent to a broker. libmosquitto lets values through that make a broker close the
-// connection, or sends uninitialised memory for them, so they are looked at before. Internal.
+// What may be sent to a broker. For some values libmosquitto sends uninitialised memory, or lets them through although
+// the broker closes the connection, so they are checked before. Internal.
 #pragma once
 
 #include <flotrofobul/platform/limits.h>
@@ -11,7 +11,7 @@
 namespace comunication {
 namespace mosquittopp {
 
-/// A code of libmosquitto and, when it is not 0, why.
+/// A code of libmosquitto and, if it is not 0, why.
 struct verdict_t {
     int code = 0;
     const char* why = "";
@@ -20,10 +20,10 @@ struct verdict_t {
 verdict_t checkTopic(const QByteArray& topic);
 verdict_t checkFilter(const QByteArray& filter);
 verdict_t checkQos(int qos);
-/// Client id, user name, topic of any kind: text that the protocol limits to 65535 bytes of UTF-8
-/// and that C strings must carry.
+/// Client id, user name, any kind of topic: text that the protocol limits to 65535 bytes of UTF-8 and that fits into a
+/// C string.
 verdict_t checkText(const QByteArray& text);
-/// As checkText without the rules for UTF-8.
+/// Like checkText, without the rules for UTF-8.
 verdict_t checkPassword(const QByteArray& password);
 
 constexpr int longestText = 65535;
