@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The keys of the configuration as tables, one loop that reads them and one that writes them.
+// The keys of the configuration as tables, with one loop that reads them and one that writes them.
 #include <flotrofobul/platform/config/mosquittocnf.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -46,7 +46,7 @@ struct setting_t {
 
 } // namespace
 
-/// The three tables: key, where it is stored, the allowed range of a number. Friend of the sections.
+/// The three tables: each key, where it is stored, and for a number its range. Friend of the sections.
 struct settings_t {
     template <class Section>
     static QJsonObject& unknown(Section& section)
@@ -64,7 +64,7 @@ struct settings_t {
     {
         using section_t = config_global;
         static constexpr setting_t<section_t> table[] = {
-            {"installation_id"_l1, &section_t::installationId}, // any text
+            {"installation_id"_l1, &section_t::installationId},
             {"host"_l1, &section_t::host},
             {"port"_l1, &section_t::port, rangeOf(limits::port)},
             {"interval"_l1, &section_t::interval, rangeOf(limits::interval)},
@@ -141,8 +141,8 @@ QString allowed(const int&, range_t range)
     return QStringLiteral("a whole number from %1 to %2").arg(range.lowest).arg(range.highest);
 }
 
-// What stands in the place of a value may be the whole configuration pushed one level off, password
-// included: only plain values are shown, and of a text not more than a line can hold.
+// In place of a value there may be the whole configuration, one level off and with the password: only plain values are
+// shown, and no more of a text than a line can hold.
 QString shown(const QJsonValue& value)
 {
     if (value.isArray()) {
@@ -171,7 +171,7 @@ void merge(QJsonObject& into, const QJsonObject& from)
     }
 }
 
-// Takes the object under a key out of its parent; nothing when it is missing or refused.
+// Takes the object under a key out of its parent; nothing if it is missing or refused.
 std::optional<QJsonObject> takeObject(QJsonObject& parent, QLatin1String key, const QString& path)
 {
     const QJsonValue value = parent.take(key);
@@ -179,7 +179,7 @@ std::optional<QJsonObject> takeObject(QJsonObject& parent, QLatin1String key, co
         return value.toObject();
     }
     if (!value.isUndefined()) {
-        // A text here is most likely a configuration in quotes.
+        // A text here is most likely a whole configuration in quotes.
         logRefused(path, value.isString() ? QStringLiteral("a text") : shown(value), QStringLiteral("an object"));
     }
     return std::nullopt;

@@ -21,6 +21,7 @@ class link_t;
 FLOTROFOBUL_EXPORT int lib_version(int* major, int* minor, int* revision);
 
 /// One MQTT client on the event loop of its thread, without a thread of its own.
+///
 /// Every operation returns one of libmosquitto's codes, 0 for success; a refused value writes one log line. No signal
 /// is emitted from inside an operation: what happens at once is reported on the next turn of the event loop. From
 /// within any of its signals a host may call any operation and may delete the object. It belongs to the thread that

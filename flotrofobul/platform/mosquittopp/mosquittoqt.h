@@ -10,6 +10,7 @@ namespace mosquittopp {
 /// Keeps a connection alive and reconnects: after 1 s, doubling to 30 s, each time shortened at random so that a house
 /// full of panels does not come back at the same instant; after 1 s again once a connection was stable for a minute;
 /// after 30 s when the broker refuses. A connect starts this, disconnect_sync() ends it.
+///
 /// Messages that the broker has not acknowledged survive a lost connection and are sent again. Messages published
 /// without a connection wait in a bounded outbox; when it is full, the oldest are dropped.
 class FLOTROFOBUL_EXPORT mosquittoqt : public mosquittoppqt {
