@@ -36,7 +36,7 @@ constexpr range_t rangeOf(const limits::limit_t<Duration>& limit)
 
 enum class privacy_t { open, secret };
 
-template <class Section>
+template <typename Section>
 struct setting_t {
     QLatin1String key;
     std::variant<bool Section::*, int Section::*, QString Section::*> member;
@@ -48,13 +48,13 @@ struct setting_t {
 
 /// The three tables: each key, where it is stored, and for a number its range. Friend of the sections.
 struct settings_t {
-    template <class Section>
+    template <typename Section>
     static QJsonObject& unknown(Section& section)
     {
         return section.unknown;
     }
 
-    template <class Section>
+    template <typename Section>
     static const QJsonObject& unknown(const Section& section)
     {
         return section.unknown;
@@ -185,7 +185,7 @@ std::optional<QJsonObject> takeObject(QJsonObject& parent, QLatin1String key, co
     return std::nullopt;
 }
 
-template <class Section>
+template <typename Section>
 void readSection(Section& section, QJsonObject& parent, QLatin1String name)
 {
     const QString path = "mqtt."_l1 % name;
@@ -211,7 +211,7 @@ void readSection(Section& section, QJsonObject& parent, QLatin1String name)
     merge(settings_t::unknown(section), *json);
 }
 
-template <class Section>
+template <typename Section>
 QJsonObject writeSection(const Section& section)
 {
     QJsonObject json = settings_t::unknown(section);

@@ -71,7 +71,7 @@ link_t::~link_t()
 
 int link_t::publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain)
 {
-    if (mid) {
+    if (mid != nullptr) {
         *mid = 0;
     }
     letter_t letter;
@@ -93,7 +93,7 @@ int link_t::publish(int* mid, const QString& topic, const QString& payload, int 
         return refuse(verdict, "message to", topic);
     }
     letter.mid = outbox.nextMid();
-    if (mid) {
+    if (mid != nullptr) {
         *mid = letter.mid;
     }
     if (const int dropped = outbox.add(std::move(letter), isConnected()); dropped > 0) {
@@ -108,7 +108,7 @@ int link_t::subscribe(int* mid, const QString& filter, int qos)
 {
     const verdict_t verdict = checkQos(qos);
     if (verdict.code != MOSQ_ERR_SUCCESS) {
-        if (mid) {
+        if (mid != nullptr) {
             *mid = 0;
         }
         return refuse(verdict, "subscription of", filter);
@@ -126,7 +126,7 @@ int link_t::unsubscribe(int* mid, const QString& filter)
 
 int link_t::request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos)
 {
-    if (mid) {
+    if (mid != nullptr) {
         *mid = 0;
     }
     const QByteArray text = filter.toUtf8();
@@ -146,7 +146,7 @@ int link_t::request(int* mid, const QString& filter, int (*call)(::mosquitto*, i
     if (rc == MOSQ_ERR_SUCCESS) {
         const int number = outbox.nextMid();
         outbox.addRequest(number, wireMid);
-        if (mid) {
+        if (mid != nullptr) {
             *mid = number;
         }
     }
@@ -172,7 +172,7 @@ void link_t::pump()
     const moment_t now = moment_t::clock::now();
     while (isConnected()) {
         letter_t* const letter = outbox.takeNext(now);
-        if (!letter) {
+        if (letter == nullptr) {
             break;
         }
         // A QoS 0 message is acknowledged inside the call, and its letter is gone afterwards.

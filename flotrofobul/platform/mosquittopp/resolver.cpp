@@ -29,7 +29,7 @@ texts_t lookUp(const std::string& name)
     if (::getaddrinfo(name.c_str(), nullptr, &hints, &first) != 0) {
         return texts;
     }
-    for (const addrinfo* one = first; one; one = one->ai_next) {
+    for (const addrinfo* one = first; one != nullptr; one = one->ai_next) {
         char text[NI_MAXHOST];
         if (::getnameinfo(one->ai_addr, one->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0) {
             texts.emplace_back(text);

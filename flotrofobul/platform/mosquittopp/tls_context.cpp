@@ -19,7 +19,7 @@ namespace {
 // Notes that OpenSSL really lets go of a context.
 void contextReleased(void*, void* owner, CRYPTO_EX_DATA*, int, long, void*)
 {
-    if (owner) {
+    if (owner != nullptr) {
         static_cast<tls_context_t*>(owner)->released = true;
     }
 }
@@ -180,7 +180,8 @@ int tls_context_t::loadOwnCertificate(const tls_settings_t& settings)
     }
     // Without a callback OpenSSL would ask on the terminal and wait.
     const password_callback_t nobodyKnows = [](char*, int, int, void*) { return 0; };
-    SSL_CTX_set_default_passwd_cb(context, settings.passwordCallback ? settings.passwordCallback : nobodyKnows);
+    SSL_CTX_set_default_passwd_cb(context,
+                                  settings.passwordCallback != nullptr ? settings.passwordCallback : nobodyKnows);
     if (SSL_CTX_use_certificate_chain_file(context, settings.certfile.toLocal8Bit().constData()) != 1) {
         return fail(MOSQ_ERR_NOMEM,
                     QStringLiteral("TLS: the file %1 holds no whole certificate").arg(settings.certfile));
