@@ -30,7 +30,7 @@ double quantile(QVector<double> values, double share)
         return 0;
     }
     std::sort(values.begin(), values.end());
-    return values[static_cast<int>(share * (values.size() - 1) + 0.5)];
+    return values[qRound(share * (values.size() - 1))];
 }
 
 void pinTo(int core, qint64 process = 0)
