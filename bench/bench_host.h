@@ -1,9 +1,17 @@
 // SPDX-License-Identifier: MIT
-// What the benchmarks give their engines: a configuration, and a packet of about 240 bytes on the wire.
+// What the benchmarks give their engines: a configuration, a packet of about 240 bytes on the wire, and silence.
 #pragma once
+
+#include <flotrofobul/platform/logs/classlogs.h>
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
+
+/// No log line costs anything from here on.
+inline void silenceLog()
+{
+    ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::fatal - 1);
+}
 
 inline QJsonObject benchConfiguration(quint16 port = 1883)
 {
@@ -13,7 +21,7 @@ inline QJsonObject benchConfiguration(quint16 port = 1883)
                                                             {QStringLiteral("port"), port}}}}}};
 }
 
-/// The number makes each one differ.
+/// The number makes each packet differ.
 inline QJsonObject benchReading(int number)
 {
     return {{QStringLiteral("room"), QStringLiteral("living room")},

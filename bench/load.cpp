@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Runs the load in interleaved rounds, each in a process of its own, and compares the engines with libmosquitto
-// alone: medians with minimum and maximum, and the ratio of the medians.
+// Runs the load in interleaved rounds, each in a process of its own, and compares the engines with libmosquitto alone:
+// medians with minimum and maximum, and the ratio of the medians.
 #include "load.h"
 #include "support/broker.h"
 
@@ -17,9 +17,12 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 
 namespace {
+
+constexpr std::chrono::duration<int, std::milli> longestRound{60000};
 
 double quantile(QVector<double> values, double share)
 {
@@ -27,7 +30,7 @@ double quantile(QVector<double> values, double share)
         return 0;
     }
     std::sort(values.begin(), values.end());
-    return values[static_cast<int>(share * (values.size() - 1) + 0.5)];
+    return values[qRound(share * (values.size() - 1))];
 }
 
 void pinTo(int core, qint64 process = 0)
@@ -38,7 +41,7 @@ void pinTo(int core, qint64 process = 0)
     sched_setaffinity(static_cast<pid_t>(process), sizeof cores, &cores);
 }
 
-// One round in this process; its figures as one line of JSON.
+// Runs one round in this process and prints its figures as one line of JSON.
 int runRound(const QString& kind, const load_t& load)
 {
     const load_result_t result = kind == QLatin1String("engine") ? runEngines(load) : runPlain(load);
@@ -73,7 +76,7 @@ QJsonObject runChild(const char* kind, const scenario_t& scenario, quint16 port)
                  QStringLiteral("--messages"), QString::number(scenario.messages), QStringLiteral("--window"),
                  QString::number(scenario.window), QStringLiteral("--burst"), QString::number(scenario.burst),
                  QStringLiteral("--core"), QString::number(scenario.oneCore ? 0 : -1)});
-    if (!child.waitForFinished(60000) || child.exitCode() != 0) {
+    if (!child.waitForFinished(longestRound.count()) || child.exitCode() != 0) {
         std::fprintf(stderr, "%s: the %s round failed\n", scenario.name, kind);
         std::exit(1);
     }
@@ -158,9 +161,9 @@ int main(int argc, char** argv)
     QCoreApplication application(argc, argv);
     QCommandLineParser options;
     options.addHelpOption();
-    const auto add = [&options](const char* name, const char* description, const char* standard) {
+    const auto add = [&options](const char* name, const char* description, const char* initial) {
         options.addOption(
-            {QLatin1String(name), QLatin1String(description), QLatin1String(name), QLatin1String(standard)});
+            {QLatin1String(name), QLatin1String(description), QLatin1String(name), QLatin1String(initial)});
     };
     add("rounds", "rounds of each side", "7");
     add("json", "write the figures to a file as JSON", "");

@@ -7,15 +7,17 @@
 
 #include <sys/resource.h>
 
+#include <chrono>
+
 /// What one round does.
 struct load_t {
     quint16 port = 0;
     int messages = 0;
-    int window = 20; ///< publications that wait for their acknowledgement at most
-    int burst = 0;   ///< when not 0: so many at once, and wait for all acknowledgements
+    int window = 20; ///< most publications that wait for their acknowledgement
+    int burst = 0;   ///< if not 0: this many at once, then wait for all acknowledgements
 };
 
-/// What one round has shown.
+/// What one round measured.
 struct load_result_t {
     double seconds = 0;           ///< first publish to last message received
     double cpuSeconds = 0;        ///< user and system, of the whole process
@@ -25,6 +27,9 @@ struct load_result_t {
 
 load_result_t runEngines(const load_t& load);
 load_result_t runPlain(const load_t& load);
+
+/// Between two bursts, so that each one starts on a quiet link.
+constexpr std::chrono::milliseconds burstPause{2};
 
 /// Topic that the publisher uses.
 inline QString loadTopic()

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The load carried by two engines: a server publishes status packets, a client receives them.
-#include "bench_host.h"
 #include "load.h"
 
-#include <flotrofobul/platform/logs/classlogs.h>
+#include "bench_host.h"
+
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
 
@@ -11,17 +11,21 @@
 #include <QtCore/QEventLoop>
 #include <QtCore/QTimer>
 
+#include <chrono>
+#include <functional>
+
 namespace {
 
 using namespace comunication;
+using namespace std::chrono_literals;
 
 // Publishes the next packet when one is acknowledged.
 class publisher_t : public protoserver_t {
 public:
-    explicit publisher_t(const load_t& _load)
-        : protoserver_t(QStringLiteral("1"), benchConfiguration(_load.port), true, QStringLiteral("tarnel-server-1"),
+    explicit publisher_t(const load_t& load)
+        : protoserver_t(QStringLiteral("1"), benchConfiguration(load.port), true, QStringLiteral("tarnel-server-1"),
                         false),
-          load(_load)
+          load(load)
     {}
 
     void start()
@@ -78,7 +82,7 @@ public:
 
 load_result_t runEngines(const load_t& load)
 {
-    ::utility::logs::classlogs::getInstance()->setLevel(-1);
+    silenceLog();
     publisher_t server(load);
     subscriber_t client(load.port);
     load_result_t result;
@@ -98,16 +102,14 @@ load_result_t runEngines(const load_t& load)
     server.onAcknowledged = [&] {
         if (load.burst > 0 && server.acknowledged % load.burst == 0) {
             result.microseconds.append(static_cast<double>(one.nsecsElapsed()) / 1e3);
-            // The next burst starts on a quiet link.
-            QTimer::singleShot(2, &server, [&] {
+            QTimer::singleShot(burstPause, &server, [&] {
                 one.start();
                 server.publishBatch(load.burst);
             });
         }
         finishWhenDone();
     };
-    QObject::connect(&client, &protobase_t::onDatabaseRealtimeStatus, &loop, [&](const QJsonObject& packet) {
-        Q_UNUSED(packet)
+    QObject::connect(&client, &protobase_t::onDatabaseRealtimeStatus, &loop, [&] {
         ++received;
         if (load.burst == 0 && load.window == 1) {
             result.microseconds.append(static_cast<double>(one.nsecsElapsed()) / 1e3);
@@ -117,7 +119,7 @@ load_result_t runEngines(const load_t& load)
         finishWhenDone();
     });
     QObject::connect(&server, &protoserver_t::onClientReady, &loop, [&] {
-        QTimer::singleShot(200, &server, [&] { // the rest of the client's subscriptions and answers
+        QTimer::singleShot(200ms, &server, [&] { // the rest of the client's subscriptions and answers
             cpuBefore = cpuSeconds();
             clock.start();
             one.start();

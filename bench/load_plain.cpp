@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The same load on libmosquitto alone: a poll loop, the same topics and the same JSON built and parsed by Qt.
-#include "bench_host.h"
 #include "load.h"
+
+#include "bench_host.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QJsonDocument>
 
 #include <mosquitto.h>
+
 #include <poll.h>
 
 #include <array>
@@ -86,7 +88,7 @@ struct plain_t {
             }
             mosquitto_loop_misc(both[i]);
         }
-        if (pausing && pause.elapsed() >= 2) {
+        if (pausing && pause.elapsed() >= burstPause.count()) {
             pausing = false;
             one.start();
             publishBatch(load.burst);

@@ -66,13 +66,14 @@ QString presentationOf(const QString& id, const service_t& role)
     return text(packet);
 }
 
-// Logging as a host may have it: at level 4 with the default sink, whose lines Qt drops here as a system without a
-// console would, or switched off.
-enum class logging_t { level4, off };
+// Logging as a host may have it: on, with the default level and sink, whose lines Qt drops here as it does on a system
+// without a console; or off.
+enum class logging_t { info, off };
 
 void setLogging(logging_t logging)
 {
-    ::utility::logs::classlogs::getInstance()->setLevel(logging == logging_t::level4 ? 4 : -1);
+    using namespace ::utility::logs;
+    classlogs::getInstance()->setLevel(logging == logging_t::info ? info : fatal - 1);
 }
 
 void topicParse(benchmark::State& state)
@@ -181,7 +182,7 @@ void receiveForeign(benchmark::State& state)
 }
 BENCHMARK(receiveForeign)->ArgName("log")->Arg(0)->Arg(1);
 
-// What a presentation costs a server that knows many clients already.
+// What a presentation costs a server that already knows many clients.
 void presentationAmongClients(benchmark::State& state)
 {
     setLogging(logging_t::off);
@@ -253,14 +254,14 @@ BENCHMARK(recordFromJson);
 
 void disabledLine(benchmark::State& state)
 {
-    ::utility::logs::classlogs::getInstance()->setLevel(4);
+    setLogging(logging_t::info);
     int built = 0;
     const auto line = [&built] {
         ++built;
         return statusTopic;
     };
     for (auto _ : state) {
-        FLOTROFOBUL_LOG(6, line());
+        FLOTROFOBUL_LOG(::utility::logs::detail, line());
         benchmark::ClobberMemory();
     }
     if (built != 0) {

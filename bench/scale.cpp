@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-// One server and many clients in one process on one broker: how time, CPU, memory and traffic grow with their
-// number, at the start and when the server is lost and comes back.
+// One server and many clients in one process on one broker: how time, CPU, memory and traffic grow with their number,
+// at the start and when the server is lost and comes back.
 #include "bench_host.h"
 #include "support/broker.h"
 
-#include <flotrofobul/platform/logs/classlogs.h>
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
 
@@ -19,7 +18,9 @@
 #include <time.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -27,6 +28,7 @@
 namespace {
 
 using namespace comunication;
+using namespace std::chrono_literals;
 
 double cpuMilliseconds()
 {
@@ -48,17 +50,17 @@ double residentKib()
     return file.readAll().split(' ').value(1).toDouble() * 4;
 }
 
-bool waitFor(const std::function<bool()>& done, int seconds)
+bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds most)
 {
     QElapsedTimer clock;
     clock.start();
-    while (!done() && clock.elapsed() < seconds * 1000) {
+    while (!done() && clock.elapsed() < most.count()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 50);
     }
     return done();
 }
 
-// Bytes that have passed the loopback interface; nearly all of them are ours.
+// Data that has passed the loopback interface; nearly all of it is ours.
 double loopbackKib()
 {
     QFile file(QStringLiteral("/proc/self/net/dev"));
@@ -73,7 +75,7 @@ double loopbackKib()
     return 0;
 }
 
-// Takes the CPU time that each presentation costs, its answer included.
+// Measures the CPU time of each presentation, its answer included.
 class measured_server_t : public protoserver_t {
 public:
     measured_server_t(quint16 port, QSet<QString>& ready)
@@ -119,7 +121,7 @@ bool measure(int count)
     QSet<QString> ready;
     auto server = std::make_unique<measured_server_t>(broker.port(), ready);
     server->connect();
-    if (!waitFor([&] { return server->getConnected(); }, 10)) {
+    if (!waitFor([&] { return server->getConnected(); }, 10s)) {
         return false;
     }
     const double memoryBefore = residentKib();
@@ -133,7 +135,7 @@ bool measure(int count)
                                                           QStringLiteral("client@panel%1").arg(i), false));
         clients.back()->connect();
     }
-    if (!waitFor([&] { return ready.size() == count; }, 120)) {
+    if (!waitFor([&] { return ready.size() == count; }, 2min)) {
         std::fprintf(stderr, "%d of %d clients are ready\n", static_cast<int>(ready.size()), count);
         return false;
     }
@@ -144,18 +146,19 @@ bool measure(int count)
     const double traffic = (loopbackKib() - trafficBefore) / count;
     const double presentation = server->microsecondsPerPresentation();
 
-    // The server goes as a killed one does, so that the broker publishes its last will, and comes back.
+    // The server ends like a killed one, so that the broker publishes its last will, and comes back.
     ready.clear();
     server.reset();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // its link, which no event loop would end here
+    // Its link, which no event loop would close here.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     const auto isLost = [](const auto& client) { return client->getServerId().isEmpty(); };
-    if (!waitFor([&] { return std::all_of(clients.begin(), clients.end(), isLost); }, 60)) {
+    if (!waitFor([&] { return std::all_of(clients.begin(), clients.end(), isLost); }, 1min)) {
         return false;
     }
     clock.start();
     server = std::make_unique<measured_server_t>(broker.port(), ready);
     server->connect();
-    if (!waitFor([&] { return ready.size() == count; }, 120)) {
+    if (!waitFor([&] { return ready.size() == count; }, 2min)) {
         std::fprintf(stderr, "%d of %d clients are back\n", static_cast<int>(ready.size()), count);
         return false;
     }
@@ -171,7 +174,7 @@ bool measure(int count)
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    ::utility::logs::classlogs::getInstance()->setLevel(-1);
+    silenceLog();
     std::vector<int> counts{10, 50, 100, 200, 500};
     if (argc > 1) {
         counts.clear();

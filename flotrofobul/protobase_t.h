@@ -6,6 +6,7 @@
 #include <flotrofobul/define/topic_t.h>
 #include <flotrofobul/define/types.h>
 #include <flotrofobul/export.h>
+#include <flotrofobul/platform/jsonserializer/qjsonserializer_fwd.h>
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
@@ -18,7 +19,6 @@
 
 #include <memory>
 
-class QJsonSerializer;
 class QRecursiveMutex;
 class QTimer;
 
@@ -251,7 +251,7 @@ protected:
     bool statusbroker = false;
     std::unique_ptr<QRecursiveMutex> configMutex;
     QString configPath;
-    std::unique_ptr<QJsonSerializer> serializer;
+    std::unique_ptr<jsonserializer::QJsonSerializer> serializer;
     QMap<QString, QList<QString>> placeholders; ///< texts that replace each placeholder in subscriptions
     std::unique_ptr<message::classmessages> messages;
     QPointer<config::mosquittocnf> configuration;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a broker may say: the bytes are played into an engine that has just connected. With an odd first byte they
-// take the place of the broker's acceptance, else they follow it.
+// What a broker may say: the bytes are played to an engine that has just connected. With an odd first byte they replace
+// the broker's acceptance, otherwise they follow it.
 #include <flotrofobul/platform/logs/classlogs.h>
 #include <flotrofobul/protoclient_t.h>
 
@@ -12,13 +12,14 @@
 
 #include <sys/socket.h>
 
+#include <chrono>
 #include <cstdint>
 
 namespace {
 
 using comunication::protoclient_t;
 
-constexpr int mostMilliseconds = 300; // for one input
+constexpr std::chrono::milliseconds longestInput{300};
 
 QJsonObject fuzzConfiguration(quint16 port)
 {
@@ -29,7 +30,7 @@ QJsonObject fuzzConfiguration(quint16 port)
                                                             {QStringLiteral("autoconnect"), false}}}}}};
 }
 
-// Closes without a trace, so that thousands of connections leave no port occupied.
+// Resets the connection, so that thousands of them leave no port occupied.
 void reset(QTcpSocket& socket)
 {
     const linger abrupt{1, 0};
@@ -45,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static char name[] = "fuzz_broker";
     static char* argv[] = {name, nullptr};
     static QCoreApplication application(argc, argv);
-    ::utility::logs::classlogs::getInstance()->setLevel(-1);
+    ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::fatal - 1);
     if (size == 0) {
         return 0;
     }
@@ -70,13 +71,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 peer->write(bytes);
                 peer->flush();
                 bytes.clear();
-                // The end of the stream tells the engine that all has been said. The other direction stays open:
+                // The end of the stream tells the engine that this was all. The other direction stays open:
                 // libmosquitto 2.0.11 leaks a QoS 2 message whose answer it cannot write.
                 ::shutdown(static_cast<int>(peer->socketDescriptor()), SHUT_WR);
             }
         });
     });
-    QTimer::singleShot(mostMilliseconds, &loop, &QEventLoop::quit);
+    QTimer::singleShot(longestInput, &loop, &QEventLoop::quit);
     engine->connect();
     loop.exec();
     if (peer != nullptr) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Configurations, and payloads of every kind that reach a server and a client. First byte: what to do with the rest.
+// Configurations, and payloads of every kind that reach a server and a client. The first byte says what the rest is.
 #include <flotrofobul/platform/logs/classlogs.h>
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
@@ -7,6 +7,7 @@
 #include <QtCore/QCoreApplication>
 
 #include <cstdint>
+#include <iterator>
 
 namespace {
 
@@ -49,7 +50,7 @@ const char* const topics[] = {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    ::utility::logs::classlogs::getInstance()->setLevel(-1);
+    ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::fatal - 1);
     if (size == 0) {
         return 0;
     }
@@ -60,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         client.readConfigFromJson(client.StringToJsonObject(rest));
         return 0;
     }
-    // Long-lived engines, so that one input meets what another has left.
+    // Long-lived engines, so that an input meets what earlier ones have left.
     static open_client_t client;
     static open_server_t server;
     const QString topic = QLatin1String(topics[kind]);

@@ -157,7 +157,8 @@ private Q_SLOTS:
         panel_t engine("1"_s, configured(certificates.file("ca"_s)), "panel"_s, true);
         QCOMPARE(engine.init_comunication(), 0);
         auto& link = *(engine.client->*&open_client_t::link);
-        QCOMPARE((QList<int>{link.interval, link.connectTimeout, link.outbox.bytesLimit(), link.maxPacketBytes}),
+        QCOMPARE((QList<int>{link.interval.count(), link.connectTimeout.count(), link.outbox.bytesLimit(),
+                             link.maxPacketBytes}),
                  (QList<int>{2000, 3000, 2048, 4096}));
         QCOMPARE(link.outbox.add({}, false) + link.outbox.add({}, false), 1); // the second takes the first one's place
         QCOMPARE(link.identity.username + link.identity.password, QByteArray("up"));

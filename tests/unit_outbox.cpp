@@ -5,6 +5,7 @@
 #include <QtTest/QtTest>
 
 using namespace comunication::mosquittopp;
+using namespace std::chrono_literals;
 
 class unit_outbox : public QObject {
     Q_OBJECT
@@ -22,7 +23,7 @@ class unit_outbox : public QObject {
     static letter_t* send(outbox_t& outbox, int bytes = 1)
     {
         add(outbox, true, bytes);
-        letter_t* const letter = outbox.takeNext(0);
+        letter_t* const letter = outbox.takeNext({});
         letter->wireMid = letter->mid;
         return letter;
     }
@@ -75,10 +76,10 @@ private Q_SLOTS:
         const int mid = send(outbox)->mid;
         int givenUp = 0;
         for (int session = 0; session < 3; ++session) {
+            const moment_t start(session * 30s);
             QCOMPARE(givenUp, 0);
-            outbox.sentAgain(30000 * session);
-            QCOMPARE(outbox.suspect(30000 * session + 10, [&](const letter_t& one) { givenUp = one.mid; }),
-                     session + 1);
+            outbox.sentAgain(start);
+            QCOMPARE(outbox.suspect(start + 10ms, [&](const letter_t& one) { givenUp = one.mid; }), session + 1);
             outbox.linkLost(true);
         }
         QCOMPARE(givenUp, mid);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What both example hosts share: one line for each event, the options that both have, and a clean end.
+// What both example hosts share: a line for each event, common options, and a clean end.
 #pragma once
 
 #include <flotrofobul/platform/logs/classlogs.h>
@@ -12,11 +12,14 @@
 #include <QtCore/QTextStream>
 #include <QtCore/QTimer>
 
-#include <csignal>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-/// Writes an event to standard output, at once also into a pipe.
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+
+/// Writes an event to standard output, unbuffered even into a pipe.
 inline void say(const QString& line)
 {
     QTextStream(stdout) << line << Qt::endl;
@@ -27,8 +30,8 @@ inline QString compact(const QJsonValue& value)
     return QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
 }
 
-/// Adds the common options to a host's own ones and reads the command line. Ends the program when the
-/// configuration cannot be read: with the defaults the host would belong to no installation.
+/// Adds the common options to a host's own and reads the command line. Ends the program if the configuration cannot be
+/// read: with the defaults the host would belong to no installation.
 inline void readOptions(QCommandLineParser& options, const QList<QCommandLineOption>& own)
 {
     options.addHelpOption();
@@ -51,7 +54,7 @@ inline void readOptions(QCommandLineParser& options, const QList<QCommandLineOpt
     ::utility::logs::classlogs::getInstance()->setLevel(options.value(QStringLiteral("log")).toInt());
 }
 
-/// Says what happens to the link.
+/// Reports what happens to the link.
 inline void followLink(comunication::protobase_t& engine)
 {
     using comunication::protobase_t;
@@ -62,8 +65,8 @@ inline void followLink(comunication::protobase_t& engine)
                      [](int rc) { say(QStringLiteral("link to the broker closed (%1)").arg(rc)); });
 }
 
-/// Ends the host on SIGINT and SIGTERM: the others are told with the last will, which takes a second. A second
-/// signal ends it at once.
+/// Ends the host on SIGINT and SIGTERM: the last will tells the other nodes, which takes a second. A second signal ends
+/// it at once.
 inline void endOnSignal(comunication::protobase_t& engine)
 {
     sigset_t signals;
@@ -81,9 +84,10 @@ inline void endOnSignal(comunication::protobase_t& engine)
         notifier->setEnabled(false);
         sigprocmask(SIG_UNBLOCK, &signals, nullptr);
         say(QStringLiteral("ending"));
+        using namespace std::chrono_literals;
         const bool linked = engine.getConnected();
         QObject::connect(&engine, &comunication::protobase_t::onBrokerDisconnection, qApp, &QCoreApplication::quit);
-        QTimer::singleShot(linked ? 2000 : 0, qApp, &QCoreApplication::quit);
+        QTimer::singleShot(linked ? 2s : 0s, qApp, &QCoreApplication::quit);
         engine.disconnection(true);
     });
 }

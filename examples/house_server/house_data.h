@@ -5,14 +5,14 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
 
-/// The wanted temperature of each room, and how often the house was started. What was stored survives the
-/// sudden end of the program.
+/// The wanted temperature of each room, and how often the house was started. Stored data survives a sudden end of the
+/// program.
 class house_data_t {
 public:
-    /// Opens the file, with first data when it is new, and counts this start. Returns what went wrong, or
-    /// nothing.
+    /// Opens the file, fills a new one with initial data, and counts this start. Returns what went wrong, or an empty
+    /// text.
     QString open(const QString& path);
-    /// Stores wanted temperatures by room; what is no number is left out. All of them, or none when false.
+    /// Stores wanted temperatures by room, except values that are no numbers. If one fails, none is stored: false.
     bool set(const QJsonObject& temperatures);
     /// {"starts": number, "temperatures": {room: degrees}}
     QJsonObject all() const;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A server: it owns the data of the house, answers the panels, and says who is there.
+// A server: it owns the data of the house, answers the panels, and reports who is there.
 #include "common/host.h"
 #include "house_data.h"
 
@@ -42,8 +42,8 @@ int main(int argc, char** argv)
         say(packet[u"sender"].toString() + (ready ? QStringLiteral(" is ready") : QStringLiteral(" is not ready")));
     });
 
-    // {"set": {room: degrees}} stores; any request is answered to all, and the broker keeps the answer for panels
-    // that come later.
+    // {"set": {room: degrees}} stores temperatures. Every request is answered to all panels, and the broker keeps the
+    // answer for those that come later.
     QObject::connect(&server, &protoserver_t::onRequestPersistentRequest, &server, [&](const QJsonObject& request) {
         const QJsonObject wish = request[u"payload"].toObject();
         say(QStringLiteral("%1 asks for the data of the house: %2").arg(request[u"sender"].toString(), compact(wish)));
@@ -55,7 +55,7 @@ int main(int argc, char** argv)
                              {QStringLiteral("payload"), data.all()}},
                             comunication::utility::exactly_once, comunication::status[u"retain"].toBool());
     });
-    // Measured values are for the one who asked, and stale at once: nobody keeps them.
+    // Measured values go only to the panel that asked; they are soon stale, so the broker does not keep them.
     QObject::connect(&server, &protoserver_t::onRequestRealtimeRequest, &server, [&](const QJsonObject& request) {
         say(QStringLiteral("%1 asks for measured values").arg(request[u"sender"].toString()));
         const auto degrees = [] { return (180 + QRandomGenerator::global()->bounded(40)) / 10.0; };

@@ -37,7 +37,7 @@ int main(int argc, char** argv)
                 .arg(packet[u"topic"].toString(), packet[u"sender"].toString(), compact(packet[u"payload"])));
     };
     bool seenBefore = false;
-    // A panel hears of its master only, so that there is nobody else to be told of here.
+    // A panel hears of its master only, so there is nobody else to report here.
     QObject::connect(&panel, &protoclient_t::on_Presentation, &panel,
                      [&](const QString& master, const QString& destination, bool there) {
                          if (!there) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The keys of the configuration as tables, one loop that reads them and one that writes them.
+// The keys of the configuration as tables, with one loop that reads them and one that writes them.
 #include <flotrofobul/platform/config/mosquittocnf.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -23,9 +23,20 @@ struct range_t {
     int highest = 0;
 };
 
+constexpr range_t rangeOf(const limits::limit_t<int>& limit)
+{
+    return {limit.lowest, limit.highest};
+}
+
+template <typename Duration>
+constexpr range_t rangeOf(const limits::limit_t<Duration>& limit)
+{
+    return {limit.lowest.count(), limit.highest.count()};
+}
+
 enum class privacy_t { open, secret };
 
-template <class Section>
+template <typename Section>
 struct setting_t {
     QLatin1String key;
     std::variant<bool Section::*, int Section::*, QString Section::*> member;
@@ -35,15 +46,15 @@ struct setting_t {
 
 } // namespace
 
-/// The three tables: key, where it is stored, the allowed range of a number. Friend of the sections.
-struct settings {
-    template <class Section>
+/// The three tables: each key, where it is stored, and for a number its range. Friend of the sections.
+struct settings_t {
+    template <typename Section>
     static QJsonObject& unknown(Section& section)
     {
         return section.unknown;
     }
 
-    template <class Section>
+    template <typename Section>
     static const QJsonObject& unknown(const Section& section)
     {
         return section.unknown;
@@ -51,41 +62,41 @@ struct settings {
 
     static const auto& of(const config_global&)
     {
-        using section = config_global;
-        static constexpr setting_t<section> table[] = {
-            {"installation_id"_l1, &section::installationId}, // any text
-            {"host"_l1, &section::host},
-            {"port"_l1, &section::port, {1, 65535}},
-            {"interval"_l1, &section::interval, {1, 60000}}, // ms
-            {"autoconnect"_l1, &section::autoconnect},
-            {"logging"_l1, &section::logging},
+        using section_t = config_global;
+        static constexpr setting_t<section_t> table[] = {
+            {"installation_id"_l1, &section_t::installationId},
+            {"host"_l1, &section_t::host},
+            {"port"_l1, &section_t::port, rangeOf(limits::port)},
+            {"interval"_l1, &section_t::interval, rangeOf(limits::interval)},
+            {"autoconnect"_l1, &section_t::autoconnect},
+            {"logging"_l1, &section_t::logging},
         };
         return table;
     }
 
     static const auto& of(const config_connect&)
     {
-        using section = config_connect;
-        static constexpr setting_t<section> table[] = {
-            {"keepalive"_l1, &section::keepalive, {0, 65535}},
-            {"cleansession"_l1, &section::cleansession},
-            {"username"_l1, &section::username},
-            {"password"_l1, &section::password, {}, privacy_t::secret},
-            {"timeout"_l1, &section::timeout, {1, 600}}, // s
-            {"outbox_messages"_l1, &section::outboxMessages, {1, 65000}},
-            {"outbox_bytes"_l1, &section::outboxBytes, {1024, 1024 * 1024 * 1024}},
-            {"max_packet_bytes"_l1, &section::maxPacketBytes, {1024, 268435455}},
+        using section_t = config_connect;
+        static constexpr setting_t<section_t> table[] = {
+            {"keepalive"_l1, &section_t::keepalive, rangeOf(limits::keepalive)},
+            {"cleansession"_l1, &section_t::cleansession},
+            {"username"_l1, &section_t::username},
+            {"password"_l1, &section_t::password, {}, privacy_t::secret},
+            {"timeout"_l1, &section_t::timeout, rangeOf(limits::connectTimeout)},
+            {"outbox_messages"_l1, &section_t::outboxMessages, rangeOf(limits::outboxMessages)},
+            {"outbox_bytes"_l1, &section_t::outboxBytes, rangeOf(limits::outboxBytes)},
+            {"max_packet_bytes"_l1, &section_t::maxPacketBytes, rangeOf(limits::packetBytes)},
         };
         return table;
     }
 
     static const auto& of(const config_security&)
     {
-        using section = config_security;
-        static constexpr setting_t<section> table[] = {
-            {"tls_enable"_l1, &section::tlsEnable},
-            {"tls_insecure"_l1, &section::tlsInsecure},
-            {"ca_file"_l1, &section::caFile},
+        using section_t = config_security;
+        static constexpr setting_t<section_t> table[] = {
+            {"tls_enable"_l1, &section_t::tlsEnable},
+            {"tls_insecure"_l1, &section_t::tlsInsecure},
+            {"ca_file"_l1, &section_t::caFile},
         };
         return table;
     }
@@ -130,8 +141,8 @@ QString allowed(const int&, range_t range)
     return QStringLiteral("a whole number from %1 to %2").arg(range.lowest).arg(range.highest);
 }
 
-// What stands in the place of a value may be the whole configuration pushed one level off, password
-// included: only plain values are shown, and of a text not more than a line can hold.
+// In place of a value there may be the whole configuration, one level off and with the password: only plain values are
+// shown, and no more of a text than a line can hold.
 QString shown(const QJsonValue& value)
 {
     if (value.isArray()) {
@@ -160,7 +171,7 @@ void merge(QJsonObject& into, const QJsonObject& from)
     }
 }
 
-// Takes the object under a key out of its parent; nothing when it is missing or refused.
+// Takes the object under a key out of its parent; nothing if it is missing or refused.
 std::optional<QJsonObject> takeObject(QJsonObject& parent, QLatin1String key, const QString& path)
 {
     const QJsonValue value = parent.take(key);
@@ -168,13 +179,13 @@ std::optional<QJsonObject> takeObject(QJsonObject& parent, QLatin1String key, co
         return value.toObject();
     }
     if (!value.isUndefined()) {
-        // A text here is most likely a configuration in quotes.
+        // A text here is most likely a whole configuration in quotes.
         logRefused(path, value.isString() ? QStringLiteral("a text") : shown(value), QStringLiteral("an object"));
     }
     return std::nullopt;
 }
 
-template <class Section>
+template <typename Section>
 void readSection(Section& section, QJsonObject& parent, QLatin1String name)
 {
     const QString path = "mqtt."_l1 % name;
@@ -182,7 +193,7 @@ void readSection(Section& section, QJsonObject& parent, QLatin1String name)
     if (!json) {
         return;
     }
-    for (const auto& setting : settings::of(section)) {
+    for (const auto& setting : settings_t::of(section)) {
         const QJsonValue value = json->take(setting.key);
         if (value.isUndefined()) {
             continue;
@@ -197,14 +208,14 @@ void readSection(Section& section, QJsonObject& parent, QLatin1String name)
             },
             setting.member);
     }
-    merge(settings::unknown(section), *json);
+    merge(settings_t::unknown(section), *json);
 }
 
-template <class Section>
+template <typename Section>
 QJsonObject writeSection(const Section& section)
 {
-    QJsonObject json = settings::unknown(section);
-    for (const auto& setting : settings::of(section)) {
+    QJsonObject json = settings_t::unknown(section);
+    for (const auto& setting : settings_t::of(section)) {
         std::visit([&](auto member) { json.insert(setting.key, section.*member); }, setting.member);
     }
     return json;

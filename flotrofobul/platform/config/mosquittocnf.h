@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The configuration as the engine reads it: the JSON object "mqtt" with its three sections, and the
-// model that fills them. Files are the engine's business, not the model's.
+// The configuration as the engine reads it: the JSON object "mqtt" with its three sections, and the model that fills
+// them. Bounds and defaults of numbers are in limits.h; files are the engine's business.
 #pragma once
 
 #include <flotrofobul/export.h>
+#include <flotrofobul/platform/limits.h>
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QObject>
@@ -14,106 +15,103 @@
 namespace comunication {
 namespace config {
 
-/// Section "mqtt.global": which installation this is and how its broker is reached.
+/// Section "mqtt.global": which installation this is and how to reach its broker.
 ///
-/// The sections belong to the model that hands them out. Their getters return what is stored, a
-/// reference stays valid as long as the model lives.
+/// The sections belong to the model that hands them out. A reference that a getter returns stays valid as long as the
+/// model lives.
 class FLOTROFOBUL_EXPORT config_global {
 public:
-    /// "installation_id": the installation's level in every topic; any text, default empty. Without one
-    /// no topic of the protocol is recognised, so every real configuration sets it.
+    /// "installation_id": the installation's level in every topic; any text, empty by default. Without one no topic of
+    /// the protocol is recognised, so every real configuration sets it.
     [[nodiscard]] const QString& getInstallation_id() const noexcept { return installationId; }
 
-    /// "host": name or address of the broker; any text, default "127.0.0.1".
+    /// "host": name or address of the broker; any text, "127.0.0.1" by default.
     [[nodiscard]] const QString& getHost() const noexcept { return host; }
 
-    /// "port": TCP port of the broker; 1 to 65535, default 1883.
+    /// "port": TCP port of the broker.
     [[nodiscard]] int getPort() const noexcept { return port; }
 
-    /// "interval": milliseconds between two rounds of housekeeping on the link (keep-alive pings, the
-    /// deadline of a connection); 1 to 60000, default 1000. It should stay below half the keep-alive.
+    /// "interval": milliseconds between two rounds of housekeeping on the link, which send the keep-alive pings. It
+    /// should stay below half the keep-alive.
     [[nodiscard]] int getInterval() const noexcept { return interval; }
 
-    /// "autoconnect": whether a lost or refused link is tried again by itself; default true.
+    /// "autoconnect": whether the adapter reconnects when the link is lost or refused; true by default.
     [[nodiscard]] bool getAutoconnect() const noexcept { return autoconnect; }
 
-    /// "logging": whether the MQTT library's own lines reach the log; default false.
+    /// "logging": whether libmosquitto's own lines reach the log; false by default.
     [[nodiscard]] bool getLogging() const noexcept { return logging; }
 
     /// Changes "logging", so that a later save keeps it.
     void setLogging(bool on) noexcept { logging = on; }
 
 private:
-    friend struct settings;
+    friend struct settings_t;
 
     QString installationId;
     QString host = QStringLiteral("127.0.0.1");
-    int port = 1883;
-    int interval = 1000;
+    int port = limits::port.initial;
+    int interval = limits::interval.initial.count();
     bool autoconnect = true;
     bool logging = false;
     QJsonObject unknown;
 };
 
-/// Section "mqtt.connect": the session with the broker and the limits of what it may cost.
+/// Section "mqtt.connect": the session with the broker, and limits on what it may cost.
 class FLOTROFOBUL_EXPORT config_connect {
 public:
-    /// "keepalive": seconds of silence after which the link is checked; 0 to 65535, default 60. A value
-    /// below ten is kept here and counts as ten when connecting.
+    /// "keepalive": seconds of silence after which the link is checked. A value below ten is kept here and counts as
+    /// ten when connecting.
     [[nodiscard]] int getKeepalive() const noexcept { return keepalive; }
 
-    /// "cleansession": whether the broker forgets the session with the link; default true.
+    /// "cleansession": whether the broker forgets the session when the link ends; true by default.
     [[nodiscard]] bool getCleansession() const noexcept { return cleansession; }
 
-    /// "username": any text, default empty.
+    /// "username": any text, empty by default.
     [[nodiscard]] const QString& getUsername() const noexcept { return username; }
 
-    /// "password": any text, default empty. It is never written to the log.
+    /// "password": any text, empty by default. It is never written to the log.
     [[nodiscard]] const QString& getPassword() const noexcept { return password; }
 
-    /// "timeout": seconds that one attempt to connect may take, from the name to the broker's answer;
-    /// 1 to 600, default 10.
+    /// "timeout": seconds that one attempt to connect may take, from looking up the name to the broker's answer.
     [[nodiscard]] int getTimeout() const noexcept { return timeout; }
 
-    /// "outbox_messages": how many messages wait while the link is down; 1 to 65000, default 1000.
+    /// "outbox_messages": how many messages may wait while the link is down.
     [[nodiscard]] int getOutbox_messages() const noexcept { return outboxMessages; }
 
-    /// "outbox_bytes": how many bytes the waiting messages may hold together; 1024 to 1073741824 (1 GiB),
-    /// default 8388608 (8 MiB).
+    /// "outbox_bytes": how many bytes the waiting messages may hold together.
     [[nodiscard]] int getOutbox_bytes() const noexcept { return outboxBytes; }
 
-    /// "max_packet_bytes": size of the largest incoming packet that is taken; 1024 to 268435455 (the most
-    /// that MQTT can announce), default 16777216 (16 MiB).
+    /// "max_packet_bytes": size of the largest incoming packet that is accepted.
     [[nodiscard]] int getMax_packet_bytes() const noexcept { return maxPacketBytes; }
 
 private:
-    friend struct settings;
+    friend struct settings_t;
 
-    int keepalive = 60;
+    int keepalive = limits::keepalive.initial.count();
     bool cleansession = true;
     QString username;
     QString password;
-    int timeout = 10;
-    int outboxMessages = 1000;
-    int outboxBytes = 8 * 1024 * 1024;
-    int maxPacketBytes = 16 * 1024 * 1024;
+    int timeout = limits::connectTimeout.initial.count();
+    int outboxMessages = limits::outboxMessages.initial;
+    int outboxBytes = limits::outboxBytes.initial;
+    int maxPacketBytes = limits::packetBytes.initial;
     QJsonObject unknown;
 };
 
 /// Section "mqtt.security": TLS on the link.
 class FLOTROFOBUL_EXPORT config_security {
 public:
-    /// "tls_enable": whether the link is encrypted; default false.
+    /// "tls_enable": whether the link is encrypted; false by default.
     [[nodiscard]] bool getTls_enable() const noexcept { return tlsEnable; }
 
-    /// "tls_insecure": whether a certificate for another host is accepted; default false.
+    /// "tls_insecure": whether a certificate for another host is accepted; false by default.
     [[nodiscard]] bool getTls_insecure() const noexcept { return tlsInsecure; }
 
-    /// "ca_file": path of the PEM file with the trusted certificates; any text, default empty.
+    /// "ca_file": path of the PEM file with the trusted certificates; any text, empty by default.
     [[nodiscard]] const QString& getCa_file() const noexcept { return caFile; }
 
 private:
-    friend struct settings;
+    friend struct settings_t;
 
     bool tlsEnable = false;
     bool tlsInsecure = false;
@@ -137,16 +135,15 @@ private:
     QJsonObject unknown;
 };
 
-/// The configuration model: defaults until an object is taken, then what that object says.
+/// The configuration model: defaults, until an object sets other values.
 ///
-/// Every key is optional. A key that is missing keeps the value in force. A key that is not known, on
-/// any level, is kept and written back by serialize(), so that a newer file survives an older program.
-/// A value of the wrong type or out of its range is refused: one log line of level 2 names the key
-/// (as "mqtt.global.port"), the value (never a password) and what is allowed; the value in force stays,
-/// and the rest of the object is taken. Whole numbers may be written with an exponent or with a
-/// fraction of zero, not with another fraction and not as a text.
+/// Every key is optional; a missing one leaves the current value. An unknown key, on any level, is kept and written
+/// back by serialize(), so that a newer file survives an older program. A value of the wrong type or out of range is
+/// refused: one log line of level 2 names the key (as "mqtt.global.port"), the value (never a password) and what is
+/// allowed; the current value stays, and the rest of the object is taken. A whole number may be written with an
+/// exponent or with a fraction of zero, but not with any other fraction and not as a text.
 ///
-/// The model emits nothing and belongs to who created it; it is used on one thread.
+/// The model emits nothing and belongs to whoever creates it; it is used on one thread.
 class FLOTROFOBUL_EXPORT mosquittocnf : public QObject {
     Q_OBJECT
 
@@ -157,11 +154,11 @@ public:
     /// The object "mqtt"; never null, valid as long as the model lives.
     [[nodiscard]] config_mqtt* getMqtt() const noexcept { return mqtt.get(); }
 
-    /// Takes over what the object sets. True when it was taken, also where single values in it were
-    /// refused; false when its "mqtt" is no object, so that no setting could be read.
+    /// Takes what the object sets. True even if single values in it were refused; false if its "mqtt" is no object, so
+    /// that no setting could be read.
     bool deserialize(const QJsonObject& json);
 
-    /// The whole configuration: every known key with the value in force, and the unknown keys as they came.
+    /// The whole configuration: every known key with its current value, and the unknown keys as they came.
     [[nodiscard]] QJsonObject serialize() const;
 
 private:

@@ -20,7 +20,7 @@ struct range_t {
 // Finds the earlier values of repeated keys in valid JSON.
 class repeated_keys_t {
 public:
-    explicit repeated_keys_t(const QByteArray& _text) : text(_text) {}
+    explicit repeated_keys_t(const QByteArray& text) : text(text) {}
 
     std::vector<range_t> find()
     {
@@ -48,7 +48,7 @@ private:
         bool keyComes;
         int begin;
         range_t key;
-        // Only objects and arrays leak, so that the usual packet has but one or two entries here.
+        // Only objects and arrays leak, so for the usual packet there are only one or two entries.
         std::unordered_map<std::string, range_t> containers;
     };
 
@@ -107,7 +107,7 @@ private:
     bool isEscaped(int quote) const
     {
         int backslashes = 0;
-        while (text[quote - 1 - backslashes] == '\\') { // ends at the quote that opens the string at the latest
+        while (text[quote - 1 - backslashes] == '\\') { // ends at the opening quote at the latest
             ++backslashes;
         }
         return backslashes % 2 != 0;
@@ -150,21 +150,21 @@ private:
 
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error)
 {
-    // Repeats within repeats within repeats are nobody's packet, and looking at each would take for ever.
-    qint64 mayBeLookedAt = 2 * qint64(text.size());
+    // Repeats nested in repeats nested in repeats are nobody's packet, and checking each would take forever.
+    qint64 mayBeChecked = 2 * qint64(text.size());
     for (const range_t& value : repeated_keys_t(text).find()) {
         const int length = value.end - value.begin;
-        mayBeLookedAt -= length;
-        if (mayBeLookedAt < 0) {
+        mayBeChecked -= length;
+        if (mayBeChecked < 0) {
             if (error != nullptr) {
                 *error = {value.begin, QJsonParseError::DeepNesting};
             }
             return QJsonDocument();
         }
         if (QJsonDocument::fromJson(text.mid(value.begin, length)).isNull()) {
-            break; // no JSON, so that the whole text is none: the parser is to see it
+            break; // no JSON, so neither is the whole text: the parser below will say so
         }
-        // A number leaks nothing; the last value wins in any case.
+        // A number leaks nothing, and the last value wins in any case.
         text[value.begin] = '0';
         std::fill(text.begin() + value.begin + 1, text.begin() + value.end, ' ');
     }

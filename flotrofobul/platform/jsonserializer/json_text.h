@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading JSON that comes from elsewhere. Internal.
+// Reads JSON that somebody else has written. Internal.
 #pragma once
 
 #include <QtCore/QByteArray>
@@ -7,9 +7,9 @@
 
 namespace comunication {
 
-/// QJsonDocument::fromJson() for text that anybody may have written. Qt 5.15 leaks the earlier value where a key
-/// occurs twice in an object and that value is an object or an array, so that one node that repeats a key could
-/// eat up a panel's memory; the document that comes out is the same, the last value wins.
+/// QJsonDocument::fromJson() for text that anybody may have written. When a key occurs twice in an object and its first
+/// value is an object or an array, Qt 5.15 leaks that value, so a node that repeats a key could use up a panel's
+/// memory. The resulting document is the same: the last value wins.
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error = nullptr);
 
 } // namespace comunication

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The in-tree QJsonSerializer: one walk over the properties for each direction, and the rules by which
-// a JSON value fits a property. Empty where an installed one is used.
+// The in-tree QJsonSerializer: one walk over the properties in each direction, and the rules by which a JSON value fits
+// a property. Empty when an installed one is used.
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
 
 #if !FLOTROFOBUL_SYSTEM_JSONSERIALIZER
@@ -8,6 +8,9 @@
 #include <QtCore/QMetaProperty>
 
 #include <memory>
+
+namespace comunication {
+namespace jsonserializer {
 
 namespace {
 
@@ -39,7 +42,7 @@ bool isPlain(const QJsonValue& value)
     return value.isString() || value.isDouble() || value.isBool();
 }
 
-// The value as the type of the property, an invalid QVariant where it does not fit.
+// The value converted to the type of the property; an invalid QVariant if it does not fit.
 QVariant fromJson(int type, const QJsonValue& value)
 {
     switch (static_cast<QMetaType::Type>(type)) {
@@ -158,5 +161,8 @@ QObject* QJsonSerializer::deserializeObject(const QMetaObject& meta, const QJson
     }
     return object.release();
 }
+
+} // namespace jsonserializer
+} // namespace comunication
 
 #endif

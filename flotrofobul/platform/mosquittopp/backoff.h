@@ -2,6 +2,8 @@
 // How long to wait before the next attempt to connect. Internal.
 #pragma once
 
+#include <flotrofobul/platform/limits.h>
+
 #include <QtCore/QRandomGenerator>
 
 #include <algorithm>
@@ -11,13 +13,13 @@ namespace mosquittopp {
 
 class backoff_t {
 public:
-    static constexpr int shortest = 1000;
-    static constexpr int longest = 30000;
+    static constexpr milliseconds_t shortest{1000};
+    static constexpr milliseconds_t longest{30000};
 
-    /// Milliseconds to wait now; doubles for the next time.
-    int next()
+    /// The time to wait now; the next one is twice as long.
+    milliseconds_t next()
     {
-        const int chosen = delay;
+        const milliseconds_t chosen = delay;
         delay = std::min(delay * 2, longest);
         return jittered(chosen);
     }
@@ -26,11 +28,14 @@ public:
     void useLongest() { delay = longest; }
 
 private:
-    // Up to a quarter less, so that many panels that lost their broker together do not all come back
-    // in one instant.
-    static int jittered(int delay) { return delay - QRandomGenerator::global()->bounded(delay / 4); }
+    // Up to a quarter less, so that many panels that lost their broker together do not all come back at the same
+    // instant.
+    static milliseconds_t jittered(milliseconds_t delay)
+    {
+        return delay - milliseconds_t(QRandomGenerator::global()->bounded(delay.count() / 4));
+    }
 
-    int delay = shortest;
+    milliseconds_t delay = shortest;
 };
 
 } // namespace mosquittopp

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// What libmosquitto has reported, kept until nobody is inside a call any more, then emitted as the
-// signals of the adapter. Internal.
+// Keeps what libmosquitto reports until no call of the library is running any more, then passes it on. Internal.
 #pragma once
 
-#include <flotrofobul/platform/mosquittopp/mosquittoppqt.h>
-
 #include <QtCore/QBasicTimer>
+#include <QtCore/QObject>
+#include <QtCore/QString>
 
 #include <deque>
 #include <functional>
@@ -33,25 +32,27 @@ struct event_t {
 
 class delivery_t : public QObject {
 public:
-    explicit delivery_t(mosquittoppqt* owner) : owner(owner) {}
+    /// Passes one event to the host, which may delete this object while handling it.
+    using receiver_t = std::function<void(const event_t&)>;
 
-    /// Adds an event; somebody has to call deliver() or deliverLater().
+    explicit delivery_t(receiver_t receiver) : receiver(std::move(receiver)) {}
+
+    /// Adds an event; call deliver() or deliverLater() afterwards.
     void push(event_t event) { events.push_back(std::move(event)); }
     bool isEmpty() const { return events.empty(); }
     /// Delivers on the next turn of the event loop.
     void deliverLater();
-    /// Emits what is there, for a few milliseconds at most; the rest follows on the next turn. The
-    /// adapter may be gone afterwards: false then.
+    /// Passes on what is there, for a few milliseconds at most; the rest follows on the next turn. False if this object
+    /// was deleted meanwhile.
     bool deliver();
 
-    /// Called when everything has been emitted.
+    /// Called when nothing is left.
     std::function<void()> drained;
 
 private:
     void timerEvent(QTimerEvent* event) override;
-    void emitSignal(const event_t& event);
 
-    mosquittoppqt* const owner;
+    const receiver_t receiver;
     std::deque<event_t> events;
     QBasicTimer nextTurn;
 };

@@ -29,7 +29,7 @@ std::unique_ptr<handle_t> handle_t::create(const QString& clientId, bool cleanSe
     result->listener = listener;
     result->id = clientId;
     result->handle = mosquitto_new(clientId.toUtf8().constData(), cleanSession, result.get());
-    if (!result->handle) {
+    if (result->handle == nullptr) {
         return nullptr;
     }
     mosquitto_int_option(result->handle, MOSQ_OPT_TCP_NODELAY, 1);
@@ -39,7 +39,7 @@ std::unique_ptr<handle_t> handle_t::create(const QString& clientId, bool cleanSe
 
 handle_t::~handle_t()
 {
-    if (handle) {
+    if (handle != nullptr) {
         mosquitto_destroy(handle);
     }
 }
@@ -107,19 +107,19 @@ bool handle_t::wantsWrite() const
 bool handle_t::handshakeDone() const
 {
     const SSL* const session = sessionOf(handle);
-    return session && SSL_is_init_finished(session);
+    return session != nullptr && SSL_is_init_finished(session);
 }
 
 bool handle_t::handshakeWantsWrite() const
 {
     const SSL* const session = sessionOf(handle);
-    return session && SSL_want_write(session);
+    return session != nullptr && SSL_want_write(session);
 }
 
 void handle_t::listenToLog(bool on)
 {
-    using log_callback = void (*)(::mosquitto*, void*, int, const char*);
-    const log_callback note = [](::mosquitto*, void* self, int level, const char* text) {
+    using log_callback_t = void (*)(::mosquitto*, void*, int, const char*);
+    const log_callback_t note = [](::mosquitto*, void* self, int level, const char* text) {
         static_cast<handle_t*>(self)->listener->lineWritten(level, text);
     };
     mosquitto_log_callback_set(handle, on ? note : nullptr);

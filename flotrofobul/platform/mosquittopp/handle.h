@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Owner of one libmosquitto handle and of what is registered in it. Internal.
+// Owns one libmosquitto handle and what is registered with it. Internal.
 #pragma once
 
-#include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
 #include <flotrofobul/platform/mosquittopp/tls_context.h>
+#include <flotrofobul/platform/mosquittopp/types.h>
 
 #include <memory>
 
@@ -13,8 +13,8 @@ struct mosquitto_message;
 namespace comunication {
 namespace mosquittopp {
 
-/// What a handle tells while it is inside a call. libmosquitto hangs or crashes when it is called
-/// from there, so whoever listens only takes notes.
+/// What a handle reports from inside a call of libmosquitto. The library hangs or crashes when it is called from there,
+/// so a listener only takes notes.
 class handle_listener_t {
 public:
     virtual void brokerAnswered(int rc, int flags) = 0;
@@ -28,7 +28,7 @@ protected:
     ~handle_listener_t() = default;
 };
 
-/// Everything that a connection is made with, apart from where it goes.
+/// Everything that a connection needs, except where it goes.
 struct identity_t {
     QString clientId;
     QByteArray username;
@@ -40,15 +40,15 @@ struct identity_t {
 
 class handle_t {
 public:
-    /// Null when libmosquitto does not take the client id.
+    /// Null if libmosquitto does not accept the client id.
     static std::unique_ptr<handle_t> create(const QString& clientId, bool cleanSession, handle_listener_t* listener);
     ~handle_t();
 
-    /// Registers credentials and will and loads TLS for a host; reads all files again. A code of
-    /// libmosquitto; 8 for TLS, then tlsReason() says why.
+    /// Registers credentials and last will and sets TLS up for a host; reads all files anew. Returns a code of
+    /// libmosquitto; it is 8 for TLS, and tlsReason() says why.
     int prepare(const identity_t& identity, const QString& host);
 
-    /// Starts to dial; the callbacks before it count no more.
+    /// Starts to dial; forgets that an earlier connection has ended.
     int dial(const QString& address, int port, int keepalive);
 
     ::mosquitto* get() const { return handle; }
@@ -60,7 +60,7 @@ public:
     const QString& clientId() const { return id; }
     bool isSecure() const { return tls != nullptr; }
 
-    /// Costs formatting for every packet, so it is on only while somebody reads it.
+    /// The library formats a line for every packet, so this is on only while somebody reads them.
     void listenToLog(bool on);
 
     /// libmosquitto has reported the end of the connection, with this code.
@@ -71,7 +71,7 @@ private:
     handle_t() = default;
     void setCallbacks();
 
-    // The context must go after the handle that uses it.
+    // Destroyed after the handle that uses it.
     std::unique_ptr<tls_context_t> tls;
     ::mosquitto* handle = nullptr;
     handle_listener_t* listener = nullptr;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A standing connection: reading, writing, what is published and what arrives.
+// An established connection: reading, writing, what is published and what arrives.
 #include <flotrofobul/platform/mosquittopp/link.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 
 namespace comunication {
 namespace mosquittopp {
@@ -21,9 +22,10 @@ namespace {
 
 using namespace ::utility::logs;
 
-// Several packets for one wake-up, but never so many that the rest of the event loop waits.
+// Several packets per wake-up, but never so many that the rest of the event loop has to wait.
 constexpr int mostReads = 64;
-constexpr qint64 longestRead = 5;
+constexpr std::chrono::milliseconds longestRead{5};
+constexpr milliseconds_t shortestHousekeeping{500};
 
 bool endsConnection(int rc)
 {
@@ -49,8 +51,8 @@ int refuse(const verdict_t& verdict, const char* what, const QString& value)
     return verdict.code;
 }
 
-link_t::link_t(mosquittoppqt* owner, const QString& clientId, bool cleanSession, bool autoconnect)
-    : cleanSession(cleanSession), autoconnect(autoconnect), delivery(owner)
+link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect)
+    : cleanSession(cleanSession), autoconnect(autoconnect), delivery(std::move(receiver))
 {
     identity.clientId = clientId;
     delivery.drained = [this] {
@@ -69,7 +71,7 @@ link_t::~link_t()
 
 int link_t::publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain)
 {
-    if (mid) {
+    if (mid != nullptr) {
         *mid = 0;
     }
     letter_t letter;
@@ -91,7 +93,7 @@ int link_t::publish(int* mid, const QString& topic, const QString& payload, int 
         return refuse(verdict, "message to", topic);
     }
     letter.mid = outbox.nextMid();
-    if (mid) {
+    if (mid != nullptr) {
         *mid = letter.mid;
     }
     if (const int dropped = outbox.add(std::move(letter), isConnected()); dropped > 0) {
@@ -106,7 +108,7 @@ int link_t::subscribe(int* mid, const QString& filter, int qos)
 {
     const verdict_t verdict = checkQos(qos);
     if (verdict.code != MOSQ_ERR_SUCCESS) {
-        if (mid) {
+        if (mid != nullptr) {
             *mid = 0;
         }
         return refuse(verdict, "subscription of", filter);
@@ -124,7 +126,7 @@ int link_t::unsubscribe(int* mid, const QString& filter)
 
 int link_t::request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos)
 {
-    if (mid) {
+    if (mid != nullptr) {
         *mid = 0;
     }
     const QByteArray text = filter.toUtf8();
@@ -144,7 +146,7 @@ int link_t::request(int* mid, const QString& filter, int (*call)(::mosquitto*, i
     if (rc == MOSQ_ERR_SUCCESS) {
         const int number = outbox.nextMid();
         outbox.addRequest(number, wireMid);
-        if (mid) {
+        if (mid != nullptr) {
             *mid = number;
         }
     }
@@ -167,13 +169,13 @@ void link_t::setLogging(bool on)
 
 void link_t::pump()
 {
-    const qint64 now = monotonicMilliseconds();
+    const moment_t now = moment_t::clock::now();
     while (isConnected()) {
         letter_t* const letter = outbox.takeNext(now);
-        if (!letter) {
+        if (letter == nullptr) {
             break;
         }
-        // A QoS 0 message is acknowledged inside the call, and its letter gone afterwards.
+        // A QoS 0 message is acknowledged inside the call, and its letter is gone afterwards.
         const int rc =
             mosquitto_publish(handle->get(), &letter->wireMid, letter->topic.constData(), letter->payload.size(),
                               letter->payload.constData(), letter->qos, letter->retain);
@@ -228,7 +230,7 @@ bool link_t::readStep()
         if (!settle(rc, systemError)) {
             return false;
         }
-        if (systemError == EAGAIN || !isConnected() || turn.elapsed() > longestRead) {
+        if (systemError == EAGAIN || !isConnected() || turn.hasExpired(longestRead.count())) {
             break;
         }
     }
@@ -251,7 +253,7 @@ void link_t::writeStep()
     settle(rc, errno);
 }
 
-// libmosquitto takes the end of a connection in the handshake for a reason to try again, for ever.
+// When the other side closes the connection during the handshake, libmosquitto would retry forever.
 bool link_t::handshakeStands()
 {
     char byte;
@@ -263,7 +265,7 @@ bool link_t::handshakeStands()
     return false;
 }
 
-// Looks what a call of the library has done to the connection. False when it is not the same any more.
+// Checks what a library call did to the connection; false if it has ended or been replaced.
 bool link_t::settle(int rc, int systemError)
 {
     const bool gone = rc != MOSQ_ERR_SUCCESS || handle->closeSeen || handle->socket() != descriptor;
@@ -323,11 +325,11 @@ void link_t::dropNotifiers()
     writer.reset();
 }
 
-// The kernel holds an acknowledgement back for 40 ms, in the hope of something to send along with it, and a broker
-// with Nagle's algorithm waits for exactly that before it answers the rest of a burst. So what is still owed after the
-// answers to what was read goes at once. An even value does that once and leaves the next acknowledgements to travel
-// with the next answers: with an odd one every packet costs a segment of its own. While a connection is made, that is
-// right: the broker's half of a TLS handshake comes in several pieces.
+// The kernel holds an acknowledgement back for 40 ms, hoping to send it along with data, and a broker with Nagle's
+// algorithm waits for exactly that before it sends the rest of a burst. So whatever is still owed after our own answers
+// goes out at once. An even value does so once and lets later acknowledgements travel with later answers; an odd one
+// costs a segment for every packet, which is right only while a connection is made: the broker's half of a TLS
+// handshake comes in several pieces.
 void link_t::acknowledgeNow()
 {
 #ifdef TCP_QUICKACK
@@ -338,10 +340,11 @@ void link_t::acknowledgeNow()
 #endif
 }
 
-int link_t::housekeepingInterval() const
+milliseconds_t link_t::housekeepingInterval() const
 {
-    const int most = keepalive == 0 ? 60000 : keepalive * 1000 / 4;
-    return std::clamp(interval, 500, most);
+    const milliseconds_t longest =
+        keepalive == seconds_t::zero() ? limits::interval.highest : milliseconds_t(keepalive) / 4;
+    return std::clamp(interval, shortestHousekeeping, longest);
 }
 
 void link_t::timerEvent(QTimerEvent*)
@@ -375,14 +378,14 @@ void link_t::noteDropped(int count)
 
 void link_t::brokerAnswered(int rc, int flags)
 {
-    // On a fast network the end of the handshake, the question and the answer pass in one call.
+    // On a fast network a single call may end the handshake, send CONNECT and read the answer.
     if ((state != state_t::greeting && state != state_t::securing) || answerSeen) {
-        return; // a second answer, nobody asked for it
+        return; // a second answer that nobody asked for
     }
     const bool sessionPresent = flags & 1;
-    // The library goes on with the second half of QoS 2 here, which a broker that has forgotten the first half
-    // confirms without having the message; and it takes a new message for the rest of one that it has half received.
-    // Sent before that, a DISCONNECT stops it.
+    // At this point the library resumes half-finished QoS 2 exchanges. A broker that has forgotten the first half
+    // confirms the second without having the message, and a new message is taken for the rest of one that was half
+    // received. A DISCONNECT sent now prevents both.
     if (rc == 0 && resumable && !sessionPresent) {
         startAnew = true;
         mosquitto_disconnect(handle->get());

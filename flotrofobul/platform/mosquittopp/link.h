@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
-// The connection to the broker as a state machine: who is dialled, what is sent when, what follows a
-// failure. Internal. link.cpp holds the life of a standing connection, link_dialling.cpp how one is
-// made and what happens when it ends, link_reasons.cpp the words for it.
+// The connection to the broker as a state machine: which address is dialled, what is sent when, what follows a failure.
+// Internal. link.cpp deals with an established connection, link_dialling.cpp with how one is made and what happens when
+// it ends, link_reasons.cpp with the words for it.
 #pragma once
 
+#include <flotrofobul/platform/limits.h>
 #include <flotrofobul/platform/mosquittopp/backoff.h>
 #include <flotrofobul/platform/mosquittopp/delivery.h>
 #include <flotrofobul/platform/mosquittopp/handle.h>
 #include <flotrofobul/platform/mosquittopp/outbox.h>
+#include <flotrofobul/platform/mosquittopp/values.h>
 
 #include <QtCore/QBasicTimer>
 #include <QtCore/QDeadlineTimer>
@@ -20,17 +22,17 @@ class QHostInfo;
 namespace comunication {
 namespace mosquittopp {
 
-/// Where the log lines of the adapter come from.
+/// Source name in the adapter's log lines.
 constexpr const char logSource[] = "libscomunication/libmosquittoqt/mosquittoqt";
 
 class link_t : public QObject, private handle_listener_t {
     Q_OBJECT
 public:
-    link_t(mosquittoppqt* owner, const QString& clientId, bool cleanSession, bool autoconnect);
+    link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect);
     ~link_t() override;
 
-    int connectAsync(const QString& host, int port, int keepalive);
-    int connectSync(const QString& host, int port, int keepalive);
+    int connectAsync(const QString& host, int port, seconds_t keepalive);
+    int connectSync(const QString& host, int port, seconds_t keepalive);
     int disconnect();
     bool isConnected() const { return state == state_t::connected; }
 
@@ -41,9 +43,9 @@ public:
 
     identity_t identity;
     outbox_t outbox;
-    int interval = 1000;
-    int connectTimeout = 10000;
-    int maxPacketBytes = 16 * 1024 * 1024;
+    milliseconds_t interval = limits::interval.initial;
+    milliseconds_t connectTimeout = limits::connectTimeout.initial;
+    int maxPacketBytes = limits::packetBytes.initial;
 
 protected:
     void timerEvent(QTimerEvent* event) override;
@@ -52,13 +54,13 @@ private Q_SLOTS:
     void resolved(const QHostInfo& info);
 
 private:
-    /// dialling: TCP; securing: the TLS handshake; greeting: waiting for the broker's answer; closing:
-    /// the last packets leave; waiting: for the next attempt.
+    /// dialling: TCP connects; securing: the TLS handshake runs; greeting: the broker has yet to answer; closing: the
+    /// last packets leave; waiting: until the next attempt.
     enum class state_t { idle, resolving, dialling, securing, greeting, connected, closing, waiting };
 
     // link_dialling.cpp
-    int checkTarget(const QString& newHost, int newPort, int newKeepalive) const;
-    int start(const QString& newHost, int newPort, int newKeepalive);
+    int checkTarget(const QString& newHost, int newPort, seconds_t newKeepalive) const;
+    int start(const QString& newHost, int newPort, seconds_t newKeepalive);
     int attempt();
     int dialNext();
     int dial(const QString& address);
@@ -94,7 +96,7 @@ private:
     bool wantsWrite() const;
     void dropNotifiers();
     void acknowledgeNow();
-    int housekeepingInterval() const;
+    milliseconds_t housekeepingInterval() const;
     int request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos);
     void noteDropped(int count);
 
@@ -109,19 +111,19 @@ private:
     const bool cleanSession;
     const bool autoconnect;
     bool logging = false;
-    bool synchronous = false;  // the caller waits: nothing is left to the event loop
-    bool reportFailure = true; // false while the caller gets the code as a result
+    bool synchronous = false;  // the caller waits: the event loop has no part in it
+    bool reportFailure = true; // false while the caller receives the code as its result
     bool answerSeen = false;
-    bool startAnew = false; // the broker has forgotten a session that messages were sent in
+    bool startAnew = false; // the broker has forgotten a session in which messages were sent
     bool resumable = false; // the handle holds a session that the broker may still know
     bool congested = false; // the host is slower than the broker: nothing more is read
     state_t state = state_t::idle;
 
     QString host;
     int port = 0;
-    int keepalive = 0;
+    seconds_t keepalive{0};
     int lookup = -1;
-    int outcome = 0;         // of the last attempt, as the caller gets it
+    int outcome = 0;         // of the last attempt, as the caller receives it
     QStringList addresses;   // still to be tried in this attempt
     QString address;         // being tried
     QDeadlineTimer deadline; // of the attempt
@@ -141,8 +143,8 @@ private:
     delivery_t delivery;
 };
 
-/// Logs why a value is refused and returns the code. what names the value, value shows it; leave it
-/// empty for what must not be seen.
+/// Logs why a value is refused and returns the code. `what` names the value and `value` shows it; leave `value` empty
+/// for a secret.
 int refuse(const verdict_t& verdict, const char* what, const QString& value);
 
 } // namespace mosquittopp

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How a connection is made, and what happens when it cannot be made or ends.
+// How a connection is made, and what happens when it fails or ends.
 #include <flotrofobul/platform/mosquittopp/link.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 
 namespace comunication {
 namespace mosquittopp {
@@ -23,32 +24,39 @@ namespace {
 using namespace ::utility::logs;
 
 // How long the last packets may take to leave.
-constexpr int closingTime = 2000;
+constexpr milliseconds_t closingTime{2000};
 // A session that lasted this long has proved that broker and network are well.
-constexpr qint64 stableTime = 60000;
-constexpr qint64 shortTime = 10000;
+constexpr std::chrono::minutes stableTime{1};
+constexpr std::chrono::seconds shortTime{10};
 constexpr int manyShortSessions = 3;
+// libmosquitto accepts no shorter one, except 0 for none.
+constexpr seconds_t shortestKeepalive{5};
+
+bool isKeepalive(seconds_t time)
+{
+    return time == seconds_t::zero() || (time >= shortestKeepalive && time <= limits::keepalive.highest);
+}
 
 } // namespace
 
-int link_t::checkTarget(const QString& newHost, int newPort, int newKeepalive) const
+int link_t::checkTarget(const QString& newHost, int newPort, seconds_t newKeepalive) const
 {
     if (newHost.isEmpty()) {
         return refuse({MOSQ_ERR_INVAL, "it is empty"}, "host of the broker", QString());
     }
-    if (newPort < 1 || newPort > 65535) {
+    if (newPort < limits::port.lowest || newPort > limits::port.highest) {
         return refuse({MOSQ_ERR_INVAL, "it is not 1 to 65535"}, "port of the broker", QString::number(newPort));
     }
-    if (newKeepalive != 0 && (newKeepalive < 5 || newKeepalive > 65535)) {
+    if (!isKeepalive(newKeepalive)) {
         return refuse({MOSQ_ERR_INVAL, "it is not 0 or 5 to 65535 seconds"}, "keep-alive",
-                      QString::number(newKeepalive));
+                      QString::number(newKeepalive.count()));
     }
     const QByteArray id = identity.clientId.toUtf8();
     const verdict_t verdict = id.isEmpty() ? verdict_t{MOSQ_ERR_INVAL, "it is empty"} : checkText(id);
     return verdict.code == MOSQ_ERR_SUCCESS ? verdict.code : refuse(verdict, "client id", identity.clientId);
 }
 
-int link_t::connectAsync(const QString& newHost, int newPort, int newKeepalive)
+int link_t::connectAsync(const QString& newHost, int newPort, seconds_t newKeepalive)
 {
     const bool sameTarget = newHost == host && newPort == port && newKeepalive == keepalive &&
                             (!handle || handle->clientId() == identity.clientId);
@@ -62,7 +70,7 @@ int link_t::connectAsync(const QString& newHost, int newPort, int newKeepalive)
     return rc;
 }
 
-int link_t::connectSync(const QString& newHost, int newPort, int newKeepalive)
+int link_t::connectSync(const QString& newHost, int newPort, seconds_t newKeepalive)
 {
     synchronous = true;
     reportFailure = false;
@@ -78,7 +86,7 @@ int link_t::connectSync(const QString& newHost, int newPort, int newKeepalive)
     return rc;
 }
 
-int link_t::start(const QString& newHost, int newPort, int newKeepalive)
+int link_t::start(const QString& newHost, int newPort, seconds_t newKeepalive)
 {
     const int rc = checkTarget(newHost, newPort, newKeepalive);
     if (rc != MOSQ_ERR_SUCCESS || isConnected()) {
@@ -111,8 +119,8 @@ int link_t::attempt()
         }
         return dialNext();
     }
-    timer.start(connectTimeout, this);
-    // By name: Qt 5.15 leaks a function when a look-up is aborted.
+    timer.start(connectTimeout.count(), this);
+    // String-based connection: Qt 5.15 leaks a function object when a look-up is aborted.
     lookup = QHostInfo::lookupHost(host, this, SLOT(resolved(QHostInfo)));
     return MOSQ_ERR_SUCCESS;
 }
@@ -145,8 +153,8 @@ int link_t::prepareHandle()
     const bool usable =
         handle && resumable && handle->clientId() == identity.clientId && handle->isSecure() == identity.tls.wanted;
     if (!usable) {
-        // Only a handle of its own makes a clean session clean: the library goes on with the second
-        // half of a QoS 2 message that the broker has forgotten, and takes it for delivered.
+        // Only a new handle makes a clean session clean: the old one would send the second half of a QoS 2 message that
+        // the broker has forgotten, and take it for delivered.
         outbox.restart();
         resumable = false;
         handle = handle_t::create(identity.clientId, cleanSession, this);
@@ -166,7 +174,7 @@ int link_t::dial(const QString& where)
     int systemError = 0;
     if (rc == MOSQ_ERR_SUCCESS) {
         errno = 0;
-        rc = handle->dial(where, port, keepalive);
+        rc = handle->dial(where, port, keepalive.count());
         systemError = errno;
     }
     if (rc != MOSQ_ERR_SUCCESS || handle->socket() < 0) {
@@ -182,7 +190,7 @@ int link_t::dial(const QString& where)
     return MOSQ_ERR_SUCCESS;
 }
 
-// The socket has become writable for the first time: TCP stands, or has failed.
+// The socket has become writable for the first time: TCP is connected, or has failed.
 void link_t::dialled()
 {
     int error = 0;
@@ -190,11 +198,11 @@ void link_t::dialled()
     ::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
     sockaddr_storage peer;
     socklen_t peerLength = sizeof peer;
-    // OpenSSL writes before the connection stands and takes the error away.
+    // OpenSSL writes before TCP is connected, which clears the error.
     if (error == 0 && ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0) {
         error = ECONNREFUSED;
     }
-    // Reset before we looked: somebody did answer.
+    // A reset before we looked still means that somebody answered.
     const bool stood = error == 0 || error == ECONNRESET || error == EPIPE;
     if (stood) {
         state = handle->isSecure() ? state_t::securing : state_t::greeting;
@@ -242,13 +250,13 @@ void link_t::answered()
     state = state_t::connected;
     resumable = !cleanSession;
     session.start();
-    outbox.sentAgain(monotonicMilliseconds()); // by the library, where a session goes on
-    timer.start(housekeepingInterval(), this);
+    outbox.sentAgain(moment_t::clock::now()); // by the library, if a session goes on
+    timer.start(housekeepingInterval().count(), this);
     handle->listenToLog(logging);
     noteDropped(0);
 }
 
-// The time of a name, an address or the broker's answer is over.
+// Name, address or the broker's answer took too long.
 void link_t::expired()
 {
     if (state == state_t::resolving) {
@@ -299,15 +307,15 @@ void link_t::lost(int rc, int systemError)
                                QString::fromUtf8(letter.topic).left(120),
                            "lost", logSource, __LINE__);
     };
-    if (session.elapsed() >= stableTime) {
+    if (std::chrono::milliseconds(session.elapsed()) >= stableTime) {
         backoff.reset();
     }
     int cuts = 0;
     if (rc != MOSQ_ERR_KEEPALIVE) {
-        cuts = outbox.suspect(monotonicMilliseconds(), giveUp);
+        cuts = outbox.suspect(moment_t::clock::now(), giveUp);
     }
-    // A handle sends all its messages again at once. To find the one that closes the connection they
-    // have to go one by one, over a new one.
+    // A handle resends all its messages at once. To find the one that makes the broker close the connection, they have
+    // to go one by one, over a new handle.
     if (cuts > 1) {
         resumable = false;
     }
@@ -322,7 +330,7 @@ void link_t::lost(int rc, int systemError)
 
 void link_t::noteSessionLength()
 {
-    shortSessions = session.elapsed() < shortTime ? shortSessions + 1 : 0;
+    shortSessions = std::chrono::milliseconds(session.elapsed()) < shortTime ? shortSessions + 1 : 0;
     if (shortSessions == manyShortSessions) {
         FLOTROFOBUL_LOG(warning, "Connections end within seconds: another node probably uses the client id "_l1 +
                                      identity.clientId);
@@ -347,12 +355,12 @@ void link_t::retryOrRest(const QString& why)
         return;
     }
     state = state_t::waiting;
-    const int delay = backoff.next();
-    timer.start(delay, this);
-    FLOTROFOBUL_LOG(warning, why + "; next attempt in "_l1 + QString::number(delay / 1000.0, 'f', 1) + " s"_l1);
+    const milliseconds_t delay = backoff.next();
+    timer.start(delay.count(), this);
+    FLOTROFOBUL_LOG(warning, why + "; next attempt in "_l1 + QString::number(delay.count() / 1000.0, 'f', 1) + " s"_l1);
 }
 
-// Lets go of everything that belongs to an attempt or a connection, but for a session to resume.
+// Lets go of everything that belongs to an attempt or a connection, except a session that may be resumed.
 void link_t::abandon()
 {
     timer.stop();
@@ -382,7 +390,7 @@ int link_t::disconnect()
     shortSessions = 0;
     if (isConnected()) {
         state = state_t::closing;
-        timer.start(closingTime, this);
+        timer.start(closingTime.count(), this);
         errno = 0;
         const int rc = mosquitto_disconnect(handle->get());
         settle(rc, errno);

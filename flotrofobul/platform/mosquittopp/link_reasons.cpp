@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Why a connection failed, in words that help the person who stands before the panel.
+// Why a connection failed, in words that help the person in front of the panel.
 #include <flotrofobul/platform/mosquittopp/link.h>
 
 #include <flotrofobul/platform/logs/log_line.h>

@@ -4,10 +4,41 @@
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/mosquittopp/link.h>
 
+#include <QtCore/QPointer>
+
 #include <mosquitto.h>
 
 namespace comunication {
 namespace mosquittopp {
+
+namespace {
+
+void emitSignal(mosquittoppqt* client, const event_t& event)
+{
+    switch (event.kind) {
+    case event_t::connected: {
+        const QPointer<mosquittoppqt> alive(client);
+        Q_EMIT client->onConnect(event.number);
+        if (alive) {
+            Q_EMIT alive->onConnect_with_flags(event.number, event.flags);
+        }
+        break;
+    }
+    case event_t::disconnected: Q_EMIT client->onDisconnect(event.number); break;
+    case event_t::published: Q_EMIT client->onPublish(event.number); break;
+    case event_t::message:
+        Q_EMIT client->onMessage(event.number, event.topic, event.text, event.payloadlen, event.flags, event.retain);
+        break;
+    case event_t::subscribed:
+        Q_EMIT client->onSubscribe(event.number, static_cast<int>(event.granted.size()), event.granted.data());
+        break;
+    case event_t::unsubscribed: Q_EMIT client->onUnsubscribe(event.number); break;
+    case event_t::log: Q_EMIT client->onLog(event.number, event.text); break;
+    case event_t::error: Q_EMIT client->onError(); break;
+    }
+}
+
+} // namespace
 
 int lib_version(int* major, int* minor, int* revision)
 {
@@ -15,19 +46,20 @@ int lib_version(int* major, int* minor, int* revision)
 }
 
 mosquittoppqt::mosquittoppqt(const QString& clientId, bool cleanSession, bool autoconnect, QObject* parent)
-    : QObject(parent), link(std::make_unique<link_t>(this, clientId, cleanSession, autoconnect))
+    : QObject(parent), link(std::make_unique<link_t>([this](const event_t& event) { emitSignal(this, event); },
+                                                     clientId, cleanSession, autoconnect))
 {}
 
 mosquittoppqt::~mosquittoppqt() = default;
 
 int mosquittoppqt::connect_async(const QString& host, int port, int keepalive)
 {
-    return link->connectAsync(host, port, keepalive);
+    return link->connectAsync(host, port, seconds_t(keepalive));
 }
 
 int mosquittoppqt::connect_sync(const QString& host, int port, int keepalive)
 {
-    return link->connectSync(host, port, keepalive);
+    return link->connectSync(host, port, seconds_t(keepalive));
 }
 
 int mosquittoppqt::subscribe(int* mid, const QString& topic, int qos)
@@ -67,7 +99,7 @@ int mosquittoppqt::username_pw_set(const QString& username, const QString& passw
 }
 
 int mosquittoppqt::tls_set(const QString& cafile, const QString& capath, const QString& certfile,
-                           const QString& keyfile, password_callback callback)
+                           const QString& keyfile, password_callback_t callback)
 {
     tls_settings_t& settings = link->identity.tls;
     settings = {true, settings.insecure, cafile, capath, certfile, keyfile, callback};

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The operations of an MQTT client as Qt calls, and the signals that answer them. When a connection
-// is made again and how long anything waits stands in mosquittoqt.h.
+// The operations of an MQTT client as Qt calls, and the signals that answer them. Reconnection, timeouts and limits are
+// in mosquittoqt.h.
 #pragma once
 
 #include <flotrofobul/export.h>
+#include <flotrofobul/platform/mosquittopp/types.h>
 
 #include <QtCore/QObject>
 #include <QtCore/QString>
@@ -15,85 +16,81 @@ namespace mosquittopp {
 
 class link_t;
 
-/// Version of the libmosquitto that runs underneath; null pointers are skipped. Returns the version
-/// as one number, as libmosquitto does (2000011 for 2.0.11).
+/// Version of the libmosquitto underneath; null pointers are skipped. Returns it as a single number, as libmosquitto
+/// does (2000011 for 2.0.11).
 FLOTROFOBUL_EXPORT int lib_version(int* major, int* minor, int* revision);
 
 /// One MQTT client on the event loop of its thread, without a thread of its own.
 ///
-/// Every operation returns one of libmosquitto's codes, 0 for success; a refused value writes one
-/// log line. No signal is emitted from inside an operation: what happens at once is reported on the
-/// next turn of the event loop. Any operation may be called, and the object may be deleted, from
-/// within any of its signals. Belongs to the thread that made it. Created as mosquittoqt.
+/// Every operation returns one of libmosquitto's codes, 0 for success; a refused value writes one log line. No signal
+/// is emitted from inside an operation: what happens at once is reported on the next turn of the event loop. From
+/// within any of its signals a host may call any operation and may delete the object. It belongs to the thread that
+/// created it. Hosts create a mosquittoqt.
 class FLOTROFOBUL_EXPORT mosquittoppqt : public QObject {
     Q_OBJECT
 public:
-    /// Writes the password of a key file into buffer (at most size bytes), returns its length.
-    using password_callback = int (*)(char* buffer, int size, int rwflag, void* userdata);
-
     ~mosquittoppqt() override;
 
-    /// Starts to connect and returns at once. An address that refuses at once gives its code (14),
-    /// and no signal; what fails later is reported by onDisconnect, the broker's answer by onConnect
-    /// and onConnect_with_flags. During a waiting time it tries at once; while connected it leaves
-    /// the session alone and returns 0. port 1 to 65535, keepalive in seconds, 0 (off) or 5 to 65535;
-    /// 3 for anything else.
+    /// Starts to connect and returns at once. An address that refuses at once gives its code (14) and no signal; a
+    /// later failure is reported by onDisconnect, the broker's answer by onConnect and onConnect_with_flags. Between
+    /// two attempts it tries at once; while connected it leaves the session alone and returns 0. port is 1 to 65535,
+    /// keepalive 0 (off) or 5 to 65535 seconds; anything else gives 3.
     int connect_async(const QString& host, int port, int keepalive);
 
-    /// As connect_async, but waits for the broker's answer, without running the event loop and no
-    /// longer than the connection deadline, and returns its code: 0 to 5 as the broker said, 8 for
-    /// TLS, 14 when nobody answers, 15 for a name that does not resolve.
+    /// Like connect_async, but waits for the broker's answer, without running the event loop and no longer than the
+    /// connection timeout. Returns 0 to 5 as the broker answered, 8 for TLS, 14 when nobody answers, 15 for a name that
+    /// does not resolve.
     int connect_sync(const QString& host, int port, int keepalive);
 
-    /// Subscribes a topic filter at qos 0 to 2; onSubscribe follows with the same mid. 4 without a
-    /// connection: a subscription is not remembered. mid may be null; it is 0 when the call fails.
+    /// Subscribes to a topic filter at qos 0 to 2; onSubscribe follows with the same mid. Returns 4 without a
+    /// connection: a subscription is not remembered. mid may be null; it is set to 0 when the call fails.
     int subscribe(int* mid, const QString& topic, int qos);
 
-    /// Unsubscribes a topic filter; onUnsubscribe follows with the same mid. Otherwise as subscribe.
+    /// Unsubscribes from a topic filter; onUnsubscribe follows with the same mid. Otherwise like subscribe.
     int unsubscribe(int* mid, const QString& topic);
 
-    /// Publishes payload as UTF-8; onPublish follows with the same mid when the broker has taken over
-    /// (QoS 0: when it was handed to the network). Without a connection the message waits in the
-    /// outbox. Refused: topics that brokers close the connection for (empty, wildcards, control
-    /// characters, more than 200 levels), a qos outside 0 to 2, more than 256 MB.
+    /// Publishes payload as UTF-8; onPublish follows with the same mid when the broker has taken the message over (at
+    /// QoS 0: when it has been handed to the network). Without a connection the message waits in the outbox. Refused
+    /// are topics over which brokers close the connection (empty, with wildcards or control characters, of more than
+    /// 200 levels), a qos outside 0 to 2, and more than 256 MB.
     int publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain);
 
-    /// Credentials from the next connection on. Both empty: none. A null user name with a password
-    /// gives 3. They never appear in a log line.
+    /// Credentials from the next connection on; none if both are empty. A null user name with a password gives 3. The
+    /// password never appears in a log line.
     int username_pw_set(const QString& username, const QString& password);
 
-    /// Asks for TLS from the next connection on; the files are read again for every connection. 3 when
-    /// a file is missing or unreadable or neither authority is given, 1 when it is no certificate.
-    /// Whatever it returns, nothing is sent in clear text any more.
+    /// Requires TLS from the next connection on; the files are read anew for every connection. Returns 3 if a file is
+    /// missing or unreadable or neither cafile nor capath is given, 1 if a file holds no certificate. Whatever it
+    /// returns, nothing is sent in clear text any more.
     int tls_set(const QString& cafile, const QString& capath, const QString& certfile, const QString& keyfile,
-                password_callback callback = nullptr);
+                password_callback_t callback = nullptr);
 
-    /// true: any host name is accepted in the broker's certificate, its signature is still checked.
+    /// With true, the broker's certificate may be for any host name; its signature is still checked.
     int tls_insecure_set(bool insecure);
 
-    /// Registers the last will, from the next connection on. Topic as for publish, payload at most
-    /// 65535 bytes.
+    /// Registers the last will from the next connection on. The topic is as for publish, the payload at most 65535
+    /// bytes.
     int will_set(const QString& topic, const QString& payload, int qos, bool retain);
     int will_clear();
 
-    /// true: onLog carries every line of libmosquitto, at some cost for each packet.
+    /// With true, onLog carries every line of libmosquitto, at some cost for each packet.
     void setLogging(bool on);
 
 Q_SIGNALS:
-    /// The broker has answered: 0 accepted, 1 to 5 refused. Directly before onConnect_with_flags.
+    /// The broker has answered: 0 accepted, 1 to 5 refused. Emitted directly before onConnect_with_flags.
     void onConnect(int rc);
-    /// flags: 1 when the broker still knows the session. getConnected() already tells the truth.
+    /// flags is 1 if the broker still knows the session. getConnected() already tells the truth.
     void onConnect_with_flags(int rc, int flags);
-    /// A connection has ended (0: as asked for, 7 lost, 19 no answer within the keep-alive) or an
-    /// attempt to connect has failed before the broker answered (8 TLS, 14 network, 15 name).
+    /// A connection has ended (0 on request, 7 lost, 19 no answer within the keep-alive), or an attempt to connect has
+    /// failed before the broker answered (8 TLS, 14 network, 15 name).
     void onDisconnect(int rc);
     void onPublish(int mid);
-    /// payloadlen counts bytes on the wire; invalid UTF-8 arrives as U+FFFD.
+    /// payloadlen counts the bytes on the wire; invalid UTF-8 arrives as U+FFFD.
     void onMessage(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain);
-    /// granted_qos holds qos_count numbers (128: refused) and is valid during a direct call only.
+    /// granted_qos holds qos_count numbers (128: refused) and is valid only during a direct call.
     void onSubscribe(int mid, int qos_count, const int* granted_qos);
     void onUnsubscribe(int mid);
-    /// A line of libmosquitto, level as libmosquitto numbers it; only while logging is on.
+    /// A line of libmosquitto with its own level number; only while logging is on.
     void onLog(int level, QString str);
     /// An error that no code of another signal describes.
     void onError();

@@ -21,12 +21,13 @@ void mosquittoqt::setClientId(const QString& clientId)
 
 void mosquittoqt::setLoopInterval(int milliseconds)
 {
-    link->interval = milliseconds;
+    link->interval = milliseconds_t(milliseconds);
 }
 
 void mosquittoqt::setConnectTimeout(int seconds)
 {
-    link->connectTimeout = std::clamp(seconds, 1, 3600) * 1000;
+    link->connectTimeout =
+        std::clamp(seconds_t(seconds), limits::connectTimeout.lowest, limits::connectTimeout.highest);
 }
 
 void mosquittoqt::setOutboxLimits(int messages, int bytes)

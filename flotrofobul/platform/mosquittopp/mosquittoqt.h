@@ -7,47 +7,39 @@
 namespace comunication {
 namespace mosquittopp {
 
-/// A last will as it was registered.
-struct will_t {
-    QString topic;
-    QString payload;
-    int qos = 0;
-    bool retain = false;
-};
-
-/// Keeps a connection alive and makes it again: after 1 s, doubling to 30 s, a little less by chance
-/// so that a house full of panels does not come back in one instant; back to 1 s after a stable
-/// minute; 30 s at once when the broker refuses. Ends with disconnect_sync(), starts with a connect.
+/// Keeps a connection alive and reconnects: after 1 s, doubling to 30 s, each time shortened at random so that a house
+/// full of panels does not come back at the same instant; after 1 s again once a connection was stable for a minute;
+/// after 30 s when the broker refuses. A connect starts this, disconnect_sync() ends it.
 ///
-/// Messages that the broker has not acknowledged survive a lost connection and are sent again;
-/// messages published without a connection wait in a bounded outbox, the oldest goes first.
+/// Messages that the broker has not acknowledged survive a lost connection and are sent again. Messages published
+/// without a connection wait in a bounded outbox; when it is full, the oldest are dropped.
 class FLOTROFOBUL_EXPORT mosquittoqt : public mosquittoppqt {
     Q_OBJECT
 public:
-    /// autoconnect: connect again whenever a connection is lost or an attempt fails.
+    /// autoconnect: reconnect whenever a connection is lost or an attempt fails.
     mosquittoqt(const QString& clientId, bool cleanSession, bool autoconnect, QObject* parent = nullptr);
     ~mosquittoqt() override;
 
     /// Client id from the next connection on.
     void setClientId(const QString& clientId);
 
-    /// Time between two looks at the keep-alive, at least 500 ms, at most a quarter of the keep-alive.
+    /// Time between two rounds of housekeeping; at least 500 ms, at most a quarter of the keep-alive.
     void setLoopInterval(int milliseconds);
 
-    /// Time for name, network, TLS and the broker's answer together; default 10 s, at least 1.
+    /// Time for name, network, TLS and the broker's answer together, within limits::connectTimeout.
     void setConnectTimeout(int seconds);
 
-    /// What may wait without a connection; defaults 1000 messages and 8 MiB of topics and payloads.
+    /// What may wait without a connection: messages, and bytes of their topics and payloads.
     void setOutboxLimits(int messages, int bytes);
 
-    /// Longest payload taken from the broker; longer ones are dropped. Default 16 MiB.
+    /// Longest payload accepted from the broker; longer ones are dropped.
     void setMaxPacketBytes(int bytes);
 
-    /// Whether the broker has accepted this client and the connection stands.
+    /// Whether the broker has accepted this client and the connection is up.
     [[nodiscard]] bool getConnected() const;
 
-    /// Closes the connection in order, or ends the attempts to make one; onDisconnect(0) follows when
-    /// there was a connection. 4 when there was nothing to end. The last will is not sent by the broker.
+    /// Closes the connection in order, or ends the attempts to make one; onDisconnect(0) follows if there was a
+    /// connection. Returns 4 if there was nothing to end. The broker does not publish the last will.
     int disconnect_sync();
 
     [[nodiscard]] bool hasWill() const;

@@ -10,10 +10,9 @@ namespace mosquittopp {
 namespace {
 
 constexpr int highestMid = 65535;
-// Leaves ids for messages on their way and for subscriptions.
-constexpr int mostWaiting = 65000;
-// A broker that closes over a message does so when it reads it, not minutes later.
-constexpr qint64 suspicionTime = 5000;
+constexpr int mostWaiting = limits::outboxMessages.highest;
+// A broker that closes the connection over a message does so when it reads it, not minutes later.
+constexpr std::chrono::seconds suspicionTime{5};
 
 } // namespace
 
@@ -23,7 +22,7 @@ void outbox_t::setLimits(int messages, int bytes)
     mostBytes = std::max(bytes, 1);
 }
 
-// Ends: what may wait, be on its way and be asked for together takes fewer ids than there are.
+// The loop ends: waiting messages, those on their way and pending subscriptions together take fewer ids than there are.
 int outbox_t::nextMid()
 {
     do {
@@ -43,9 +42,9 @@ int outbox_t::add(letter_t letter, bool linkUp)
 {
     waitingBytes += letter.bytes();
     waiting.push_back(std::move(letter));
-    // A burst over a healthy link must not lose anything, so there the ids and the bytes are the limit, and the newest
-    // message may be longer than all that may wait: it is on its way in a moment. What was not acknowledged when the
-    // link went down stays beside what is published without one.
+    // A burst over a healthy link must not lose anything, so there only ids and bytes limit it, and the newest message
+    // may be longer than all that may wait: it will be on its way in a moment. What was not acknowledged when the link
+    // went down does not count against the limits for what is published without one.
     const int most = linkUp ? mostWaiting : std::min(mostMessages + keptFromBefore, mostWaiting);
     const qint64 mostWaitingBytes = qint64(mostBytes) + (linkUp ? waiting.back().bytes() : bytesKeptFromBefore);
     int dropped = 0;
@@ -56,7 +55,7 @@ int outbox_t::add(letter_t letter, bool linkUp)
     return dropped;
 }
 
-letter_t* outbox_t::takeNext(qint64 now)
+letter_t* outbox_t::takeNext(moment_t now)
 {
     const int window = suspects > 0 ? 1 : widestWindow;
     if (waiting.empty() || onItsWayCount() >= window) {
@@ -71,7 +70,7 @@ letter_t* outbox_t::takeNext(qint64 now)
 
 int outbox_t::acknowledge(int wireMid)
 {
-    // The library gives its ids anew without a look at what is outstanding: the newest owner is meant.
+    // The library reuses ids without checking what is outstanding: the newest owner is meant.
     const auto letter =
         std::find_if(sent.rbegin(), sent.rend(), [wireMid](const letter_t& one) { return one.wireMid == wireMid; });
     if (letter == sent.rend()) {
@@ -135,7 +134,7 @@ void outbox_t::restart()
     sent.clear();
 }
 
-int outbox_t::suspect(qint64 now, const std::function<void(const letter_t&)>& givenUp)
+int outbox_t::suspect(moment_t now, const std::function<void(const letter_t&)>& givenUp)
 {
     suspects = 0;
     int mostSuspect = 0;
@@ -156,7 +155,7 @@ int outbox_t::suspect(qint64 now, const std::function<void(const letter_t&)>& gi
     return mostSuspect;
 }
 
-void outbox_t::sentAgain(qint64 now)
+void outbox_t::sentAgain(moment_t now)
 {
     for (letter_t& letter : sent) {
         letter.sentAt = now;

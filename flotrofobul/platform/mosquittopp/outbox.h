@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Every message until the broker has acknowledged it, and the message ids that the caller knows.
-// Internal; sends nothing itself.
+// Holds every message until the broker has acknowledged it, and the message ids that the caller knows. Internal; sends
+// nothing itself.
 #pragma once
+
+#include <flotrofobul/platform/limits.h>
 
 #include <QtCore/QByteArray>
 
@@ -14,15 +16,10 @@
 namespace comunication {
 namespace mosquittopp {
 
-/// The clock of the outbox, in milliseconds.
-inline qint64 monotonicMilliseconds()
-{
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
+using moment_t = std::chrono::steady_clock::time_point;
 
-/// A message as it was published. Two ids: the caller's, which it keeps however often it is sent, and
-/// the one that libmosquitto gave it in this session.
+/// A message as it was published. It has two ids: the caller's, which stays however often it is sent, and the one that
+/// libmosquitto gave it in this session.
 struct letter_t {
     QByteArray topic;
     QByteArray payload;
@@ -30,18 +27,17 @@ struct letter_t {
     int wireMid = 0;
     int qos = 0;
     bool retain = false;
-    int cuts = 0;      // how often the broker closed the connection over it
-    qint64 sentAt = 0; // milliseconds, 0: never
+    int cuts = 0; // how often the broker closed the connection over it
+    moment_t sentAt;
 
     int bytes() const { return topic.size() + payload.size(); }
 };
 
-/// Messages that wait, messages that are on their way (at most the window), and the ids of
-/// subscriptions that are under way.
+/// Messages that wait, messages on their way (at most the window), and the ids of pending subscriptions.
 class outbox_t {
 public:
-    /// More than this many unacknowledged, and a mosquitto with its default configuration silently
-    /// loses acknowledged QoS 2 messages.
+    /// With more than this many unacknowledged, a mosquitto with its default configuration silently loses acknowledged
+    /// QoS 2 messages.
     static constexpr int widestWindow = 20;
     /// A message that makes the broker close the connection this often is given up.
     static constexpr int mostCuts = 3;
@@ -49,18 +45,17 @@ public:
     void setLimits(int messages, int bytes);
     int bytesLimit() const { return mostBytes; }
 
-    /// The next free id, 1 to 65535, counted as libmosquitto counts: in an undisturbed session both
-    /// are equal.
+    /// The next free id, 1 to 65535, counted as libmosquitto counts: in an undisturbed session both ids are equal.
     int nextMid();
 
-    /// Adds a message at the end. What no longer fits goes from the front; returns how many went.
+    /// Adds a message at the end. The oldest are dropped until all fit; returns how many were.
     int add(letter_t letter, bool linkUp);
 
-    /// The message to send next, moved among those on their way; null when none may go. The pointer
-    /// is valid until the outbox is changed.
-    letter_t* takeNext(qint64 now);
+    /// The message to send next, now counted among those on their way; null if none may be sent. The pointer is valid
+    /// until the outbox is changed.
+    letter_t* takeNext(moment_t now);
 
-    /// Forgets a message and returns the caller's id; 0 for an id that is not on its way.
+    /// Forgets a message and returns the caller's id; 0 if no message with this id is on its way.
     int acknowledge(int wireMid);
     /// Forgets the newest message on its way, which could not be handed over.
     void discardNewest();
@@ -68,19 +63,18 @@ public:
     void addRequest(int mid, int wireMid) { requests.push_back({mid, wireMid}); }
     int acknowledgeRequest(int wireMid);
 
-    /// The link is down. resumable: libmosquitto goes on where it stopped, so messages on their way
-    /// stay there.
+    /// The link is down. resumable: libmosquitto will go on where it stopped, so messages on their way stay there.
     void linkLost(bool resumable);
     /// All messages on their way are to be sent anew.
     void restart();
-    /// The broker has closed the connection: suspects what was just sent. Gives up, through the
-    /// function, what closed it too often; afterwards messages go one by one until the suspects are through.
-    /// Returns how often the most suspect of them has done so; 0 when nothing is suspected.
-    int suspect(qint64 now, const std::function<void(const letter_t&)>& givenUp);
+    /// The broker has closed the connection: suspects what was sent just before. A message over which this happened too
+    /// often goes to givenUp and is forgotten; the others are sent one by one until the suspects are acknowledged.
+    /// Returns how often it has happened to the worst suspect; 0 if there is none.
+    int suspect(moment_t now, const std::function<void(const letter_t&)>& givenUp);
 
-    /// The messages on their way have been sent once more, by the library.
-    void sentAgain(qint64 now);
-    /// Whether there are no ids to spare for a further subscription.
+    /// The library has sent the messages on their way once more.
+    void sentAgain(moment_t now);
+    /// Whether there is no id to spare for another subscription.
     bool hasTooManyRequests() const { return requests.size() >= mostRequests; }
     /// Whether the broker still owes an acknowledgement.
     bool awaitsAnswers() const { return !sent.empty() || !requests.empty(); }
@@ -104,9 +98,9 @@ private:
     qint64 waitingBytes = 0;
     int lastMid = 0;
     int suspects = 0;
-    int mostMessages = 1000;
-    int mostBytes = 8 * 1024 * 1024;
-    int keptFromBefore = 0; // messages and bytes that were not acknowledged when the link went down
+    int mostMessages = limits::outboxMessages.initial;
+    int mostBytes = limits::outboxBytes.initial;
+    int keptFromBefore = 0; // messages, and below bytes, not acknowledged when the link went down
     qint64 bytesKeptFromBefore = 0;
 };
 

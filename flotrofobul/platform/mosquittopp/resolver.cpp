@@ -29,7 +29,7 @@ texts_t lookUp(const std::string& name)
     if (::getaddrinfo(name.c_str(), nullptr, &hints, &first) != 0) {
         return texts;
     }
-    for (const addrinfo* one = first; one; one = one->ai_next) {
+    for (const addrinfo* one = first; one != nullptr; one = one->ai_next) {
         char text[NI_MAXHOST];
         if (::getnameinfo(one->ai_addr, one->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0) {
             texts.emplace_back(text);
@@ -43,10 +43,10 @@ texts_t lookUp(const std::string& name)
 
 QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline)
 {
-    // A name server that never answers holds the look-up for half a minute and nothing can stop it, so
-    // it runs in a thread that is left behind and touches nothing of this library's.
+    // A look-up cannot be stopped, and a name server that never answers holds it for half a minute. So it runs in a
+    // thread that may be left behind and touches nothing of this library.
     QStringList addresses;
-    const QByteArray name = QUrl::toAce(host); // as QHostInfo does; empty for what is no name
+    const QByteArray name = QUrl::toAce(host); // as QHostInfo does; empty if it is no name
     if (name.isEmpty()) {
         return addresses;
     }
@@ -57,7 +57,7 @@ QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline)
             promise.set_value(lookUp(name));
         }).detach();
     } catch (const std::system_error&) {
-        return addresses; // no thread to be had: the attempt fails like any other
+        return addresses; // no thread available: the attempt fails like any other
     }
     if (result.wait_for(std::chrono::milliseconds(deadline.remainingTime())) == std::future_status::ready) {
         for (const std::string& text : result.get()) {

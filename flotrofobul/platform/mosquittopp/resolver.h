@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Addresses of a name for a caller that waits. Internal.
+// Looks up the addresses of a name for a caller that waits. Internal.
 #pragma once
 
 #include <QtCore/QDeadlineTimer>
@@ -8,7 +8,7 @@
 namespace comunication {
 namespace mosquittopp {
 
-/// Waits without running the event loop. Empty when the name does not resolve or the time is over.
+/// Waits without running the event loop. Empty if the name does not resolve in time.
 QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline);
 
 } // namespace mosquittopp

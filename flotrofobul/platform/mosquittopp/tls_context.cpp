@@ -16,10 +16,10 @@ namespace mosquittopp {
 
 namespace {
 
-// Tells when OpenSSL really lets go of a context.
+// Notes that OpenSSL really lets go of a context.
 void contextReleased(void*, void* owner, CRYPTO_EX_DATA*, int, long, void*)
 {
-    if (owner) {
+    if (owner != nullptr) {
         static_cast<tls_context_t*>(owner)->released = true;
     }
 }
@@ -46,7 +46,7 @@ int certificateChecked(int accepted, X509_STORE_CTX* store)
     return accepted;
 }
 
-// libmosquitto asks for the address that it dials; the broker must hear the name that was configured.
+// libmosquitto names the address that it dials; the broker must be asked for the configured name.
 void handshakeProceeds(const SSL* session, int where, int)
 {
     if (where & SSL_CB_HANDSHAKE_START) {
@@ -87,7 +87,7 @@ QString lastOpensslText()
     return QString::fromLatin1(text).section(QLatin1Char(':'), -1);
 }
 
-// An empty text where the file can be read, otherwise why not.
+// Why a file cannot be read; empty if it can.
 QString unreadable(const QString& path)
 {
     const QFileInfo file(path);
@@ -111,7 +111,7 @@ tls_context_t::tls_context_t() : context(SSL_CTX_new(TLS_client_method()))
 
 tls_context_t::~tls_context_t()
 {
-    // libmosquitto 2.0.11 takes a reference of its own and forgets it when the dialling fails early.
+    // libmosquitto 2.0.11 takes a reference of its own and forgets it when dialling fails early.
     while (!released) {
         SSL_CTX_free(context);
     }
@@ -178,9 +178,10 @@ int tls_context_t::loadOwnCertificate(const tls_settings_t& settings)
             return fail(MOSQ_ERR_INVAL, problem);
         }
     }
-    // Without a function of the host OpenSSL would ask on the terminal and wait.
-    const mosquittoppqt::password_callback nobodyKnows = [](char*, int, int, void*) { return 0; };
-    SSL_CTX_set_default_passwd_cb(context, settings.passwordCallback ? settings.passwordCallback : nobodyKnows);
+    // Without a callback OpenSSL would ask on the terminal and wait.
+    const password_callback_t nobodyKnows = [](char*, int, int, void*) { return 0; };
+    SSL_CTX_set_default_passwd_cb(context,
+                                  settings.passwordCallback != nullptr ? settings.passwordCallback : nobodyKnows);
     if (SSL_CTX_use_certificate_chain_file(context, settings.certfile.toLocal8Bit().constData()) != 1) {
         return fail(MOSQ_ERR_NOMEM,
                     QStringLiteral("TLS: the file %1 holds no whole certificate").arg(settings.certfile));
@@ -193,18 +194,19 @@ int tls_context_t::loadOwnCertificate(const tls_settings_t& settings)
     return MOSQ_ERR_SUCCESS;
 }
 
-// Without a name or an address to check, OpenSSL would take any certificate: false then.
+// Sets the name or the address that the certificate must be for. False if there is none: OpenSSL would then accept any
+// certificate.
 bool tls_context_t::expect(const tls_settings_t& settings)
 {
     QHostAddress address(host);
-    address.setScopeId(QString()); // the interface stands in no certificate
+    address.setScopeId(QString()); // no certificate holds the interface
     const bool isAddress = !address.isNull();
     name = isAddress ? QByteArray() : QUrl::toAce(host);
     X509_VERIFY_PARAM* const rules = SSL_CTX_get0_param(context);
     X509_VERIFY_PARAM_set_hostflags(rules, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
     X509_VERIFY_PARAM_set1_host(rules, nullptr, 0);
     X509_VERIFY_PARAM_set1_ip(rules, nullptr, 0);
-    if (settings.insecure || host.isEmpty()) { // no host: the files are tried, nothing is connected
+    if (settings.insecure || host.isEmpty()) { // no host: only the files are tried
         return true;
     }
     if (isAddress) {

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-// TLS as this adapter needs it: files read again for every connection, the certificate checked
-// against the name that was configured although an address is dialled, and reasons in words. Internal.
+// TLS as this adapter needs it: files are read anew for every connection, the certificate is checked against the
+// configured name although an address is dialled, and failures are put into words. Internal.
 #pragma once
 
-#include <flotrofobul/platform/mosquittopp/mosquittoppqt.h>
-#include <flotrofobul/platform/mosquittopp/values.h>
+#include <flotrofobul/platform/mosquittopp/types.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
 
 struct ssl_ctx_st;
 
@@ -18,10 +20,10 @@ struct tls_settings_t {
     QString capath;
     QString certfile;
     QString keyfile;
-    mosquittoppqt::password_callback passwordCallback = nullptr;
+    password_callback_t passwordCallback = nullptr;
 };
 
-/// One OpenSSL context, for one libmosquitto handle; must outlive the handle. It stays where it is.
+/// One OpenSSL context for one libmosquitto handle, which it must outlive. Not movable: OpenSSL keeps a pointer to it.
 class tls_context_t {
 public:
     tls_context_t();
@@ -29,14 +31,14 @@ public:
     tls_context_t(const tls_context_t&) = delete;
     tls_context_t& operator=(const tls_context_t&) = delete;
 
-    /// Reads the files and notes the name to check. 0, 3 for a file that is missing or unreadable,
-    /// 1 for one that does not hold what it should; then reason() says why.
+    /// Reads the files and notes the name to check. Returns 0, or 3 for a file that is missing or unreadable, or 1 for
+    /// one that does not hold what it should; reason() says why.
     int load(const tls_settings_t& settings, const QString& host);
 
     ssl_ctx_st* get() const { return context; }
-    /// Why loading or the last check of a certificate failed; empty when neither did.
+    /// Why loading or the last check of a certificate failed; empty if neither did.
     QString reason() const { return why; }
-    /// Name for the handshake; empty when the broker is named by its address.
+    /// Name for the handshake; empty if the broker is configured by its address.
     const QByteArray& serverName() const { return name; }
 
     /// For OpenSSL's callbacks.

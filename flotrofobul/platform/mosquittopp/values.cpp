@@ -10,7 +10,7 @@ namespace mosquittopp {
 
 namespace {
 
-// Brokers close the connection at topics that are deeper.
+// Brokers close the connection over deeper topics.
 constexpr int deepestTopic = 200;
 
 verdict_t checkLevels(const QByteArray& topic)
