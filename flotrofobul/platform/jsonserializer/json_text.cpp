@@ -4,69 +4,66 @@
 #include <QtCore/QJsonArray>
 
 #include <algorithm>
+#include <deque>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
 namespace comunication {
 
 namespace {
 
-struct range_t {
-    int begin;
-    int end;
-};
-
-// Finds the earlier values of repeated keys in valid JSON.
-class repeated_keys_t {
+// Blanks the earlier members of an object that give a key a value which a later one gives anew. Valid JSON stays valid,
+// and what is not stays as it is for the parser to refuse: it is looked at before it is blanked.
+class repeated_members_t {
 public:
-    explicit repeated_keys_t(const QByteArray& text) : text(text) {}
+    explicit repeated_members_t(QByteArray& text) : text(text), mayBeChecked(2 * qint64(text.size()))
+    {
+        text.detach(); // the keys are views into it
+        members.reserve(usualMembers);
+        levels.reserve(usualLevels);
+    }
 
-    std::vector<range_t> find()
+    void blank()
     {
         while (position < text.size()) {
-            switch (text[position]) {
+            switch (text.at(position)) {
             case '"': string(); break;
             case '{':
             case '[': open(); break;
             case '}':
             case ']': close(); break;
-            case ':': afterKey(); break;
-            case ',':
-                ++position;
-                expectKey();
-                break;
+            case ',': endMember(); break;
             default: ++position; break;
             }
         }
-        return std::move(found);
     }
 
+    /// Where repeats within repeats, or values nested too deep, were given up; -1 when they were not.
+    int refusedAt() const { return refused; }
+
 private:
+    struct member_t {
+        int begin;
+        int end; // after the comma
+        std::string_view key;
+    };
     struct level_t {
         bool isObject;
         bool keyComes;
-        int begin;
-        range_t key;
-        // Only objects and arrays leak, so for the usual packet there are only one or two entries.
-        std::unordered_map<std::string, range_t> containers;
+        std::size_t firstMember;
     };
 
-    void expectKey()
-    {
-        if (!levels.empty()) {
-            levels.back().keyComes = levels.back().isObject;
-        }
-    }
+    void stop() { position = text.size(); }
 
     void open()
     {
         if (levels.size() == deepest) { // the parser refuses the whole text here
-            position = text.size();
+            stop();
             return;
         }
-        const bool isObject = text[position] == '{';
-        levels.push_back({isObject, isObject, position, {0, 0}, {}});
+        const bool isObject = text.at(position) == '{';
+        levels.push_back({isObject, isObject, members.size()});
         ++position;
     }
 
@@ -76,19 +73,22 @@ private:
         if (levels.empty()) {
             return;
         }
-        const int begin = levels.back().begin;
-        levels.pop_back();
-        if (!levels.empty() && levels.back().isObject) {
-            level_t& level = levels.back();
-            level.containers.insert_or_assign(textOf(level.key), range_t{begin, position});
+        if (!blankRepeats(levels.back().firstMember)) {
+            stop();
+            return;
         }
+        members.resize(levels.back().firstMember);
+        levels.pop_back();
     }
 
-    void afterKey()
+    void endMember()
     {
         ++position;
-        if (!levels.empty()) {
-            levels.back().keyComes = false;
+        if (!levels.empty() && levels.back().isObject) {
+            levels.back().keyComes = true;
+            if (members.size() > levels.back().firstMember) {
+                members.back().end = position;
+            }
         }
     }
 
@@ -100,73 +100,133 @@ private:
         } while (position > 0 && isEscaped(position));
         position = position < 0 ? text.size() : position + 1;
         if (!levels.empty() && levels.back().keyComes) {
-            takeKey({begin, position});
+            levels.back().keyComes = false;
+            members.push_back({begin, position, keyOf(begin, position)});
         }
     }
 
     bool isEscaped(int quote) const
     {
         int backslashes = 0;
-        while (text[quote - 1 - backslashes] == '\\') { // ends at the opening quote at the latest
+        while (text.at(quote - 1 - backslashes) == '\\') { // ends at the opening quote at the latest
             ++backslashes;
         }
         return backslashes % 2 != 0;
     }
 
-    void takeKey(range_t quoted)
+    // A key without its quotes and escapes.
+    std::string_view keyOf(int begin, int end)
     {
-        level_t& level = levels.back();
-        level.key = quoted;
-        if (level.containers.empty()) {
-            return;
+        const std::string_view quoted(text.constData() + begin, std::size_t(end - begin));
+        if (quoted.find('\\') == std::string_view::npos) {
+            return quoted.substr(1, quoted.size() - std::min<std::size_t>(quoted.size(), 2));
         }
-        const auto earlier = level.containers.find(textOf(quoted));
-        if (earlier != level.containers.end()) {
-            found.push_back(earlier->second);
-            level.containers.erase(earlier);
+        const QString key = QJsonDocument::fromJson('[' + text.mid(begin, end - begin) + ']').array().at(0).toString();
+        // Halves of surrogate pairs have no form of their own in UTF-8, where all would be the same.
+        decodedKeys.push_back(key.isValidUtf16() ? key.toStdString()
+                                                 : '\xff' + std::string(reinterpret_cast<const char*>(key.utf16()),
+                                                                        std::size_t(key.size()) * sizeof(QChar)));
+        return decodedKeys.back();
+    }
+
+    // Parses and empties a slice of the repeats, so that many do not take much memory at once.
+    bool isJson(QByteArray& values)
+    {
+        QJsonParseError outcome{};
+        QJsonDocument::fromJson(values + ']', &outcome);
+        values.clear();
+        if (outcome.error == QJsonParseError::DeepNesting) {
+            refused = members[repeats.front()].begin;
+        }
+        return outcome.error == QJsonParseError::NoError;
+    }
+
+    // False when the scan is to end here.
+    bool blankRepeats(std::size_t first)
+    {
+        repeats.clear();
+        const std::size_t count = members.size() - first;
+        if (count > fewMembers) {
+            findAmongMany(first);
+        } else if (count > 1) {
+            findAmongFew(first);
+        }
+        if (repeats.empty()) {
+            return true;
+        }
+        QByteArray values; // each an object of its own, in which nothing can be repeated
+        for (const std::size_t index : repeats) {
+            const member_t& member = members[index];
+            mayBeChecked -= member.end - member.begin;
+            if (mayBeChecked < 0) {
+                refused = member.begin;
+                return false;
+            }
+            values += (values.isEmpty() ? "[{" : ",{") + text.mid(member.begin, member.end - 1 - member.begin) + '}';
+            if ((values.size() > usualSlice || index == repeats.back()) && !isJson(values)) {
+                return false;
+            }
+        }
+        for (const std::size_t index : repeats) {
+            const member_t& member = members[index];
+            std::fill(text.begin() + member.begin, text.begin() + member.end, ' ');
+        }
+        return true;
+    }
+
+    void findAmongFew(std::size_t first)
+    {
+        for (std::size_t index = first; index + 1 < members.size(); ++index) {
+            const std::string_view key = members[index].key;
+            const auto isSame = [key](const member_t& later) { return later.key == key; };
+            if (std::any_of(members.begin() + std::ptrdiff_t(index) + 1, members.end(), isSame)) {
+                repeats.push_back(index);
+            }
         }
     }
 
-    // A key without its quotes and escapes.
-    std::string textOf(range_t quoted) const
+    void findAmongMany(std::size_t first)
     {
-        const QByteArray key =
-            QByteArray::fromRawData(text.constData() + quoted.begin, std::max(quoted.end - quoted.begin, 0));
-        if (key.contains('\\')) {
-            return QJsonDocument::fromJson('[' + key + ']').array().at(0).toString().toStdString();
+        std::vector<std::size_t> order(members.size() - first);
+        std::generate(order.begin(), order.end(), [next = first]() mutable { return next++; });
+        std::sort(order.begin(), order.end(), [this](std::size_t left, std::size_t right) {
+            const int difference = members[left].key.compare(members[right].key);
+            return difference < 0 || (difference == 0 && left < right);
+        });
+        for (std::size_t place = 0; place + 1 < order.size(); ++place) {
+            if (members[order[place]].key == members[order[place + 1]].key) {
+                repeats.push_back(order[place]);
+            }
         }
-        return key.mid(1, key.size() - 2).toStdString();
     }
 
     static constexpr std::size_t deepest = 1024;
+    static constexpr std::size_t fewMembers = 16; // compared each with each
+    static constexpr std::size_t usualMembers = 32;
+    static constexpr std::size_t usualLevels = 8;
+    static constexpr int usualSlice = 64 * 1024; // bytes
 
-    const QByteArray& text;
+    QByteArray& text;
     int position = 0;
+    qint64 mayBeChecked;
+    int refused = -1;
     std::vector<level_t> levels;
-    std::vector<range_t> found;
+    std::vector<member_t> members; // of all objects that are open, the innermost last
+    std::vector<std::size_t> repeats;
+    std::deque<std::string> decodedKeys;
 };
 
 } // namespace
 
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error)
 {
-    // Repeats nested in repeats nested in repeats are nobody's packet, and checking each would take forever.
-    qint64 mayBeChecked = 2 * qint64(text.size());
-    for (const range_t& value : repeated_keys_t(text).find()) {
-        const int length = value.end - value.begin;
-        mayBeChecked -= length;
-        if (mayBeChecked < 0) {
-            if (error != nullptr) {
-                *error = {value.begin, QJsonParseError::DeepNesting};
-            }
-            return QJsonDocument();
+    repeated_members_t repeated(text);
+    repeated.blank();
+    if (repeated.refusedAt() >= 0) {
+        if (error != nullptr) {
+            *error = {repeated.refusedAt(), QJsonParseError::DeepNesting};
         }
-        if (QJsonDocument::fromJson(text.mid(value.begin, length)).isNull()) {
-            break; // no JSON, so neither is the whole text: the parser below will say so
-        }
-        // A number leaks nothing, and the last value wins in any case.
-        text[value.begin] = '0';
-        std::fill(text.begin() + value.begin + 1, text.begin() + value.end, ' ');
+        return QJsonDocument();
     }
     return QJsonDocument::fromJson(text, error);
 }

@@ -7,9 +7,10 @@
 
 namespace comunication {
 
-/// QJsonDocument::fromJson() for text that anybody may have written. When a key occurs twice in an object and its first
-/// value is an object or an array, Qt 5.15 leaks that value, so a node that repeats a key could use up a panel's
-/// memory. The resulting document is the same: the last value wins.
+/// QJsonDocument::fromJson() for text that anybody may have written: where a key occurs several times in an object, its
+/// last value wins. Qt 5.15 leaks the earlier ones that are objects or arrays, so that one node that repeats a key
+/// could eat up a panel's memory, and takes any of them where an object has many members. Repeats nested in repeats
+/// beyond twice the size of the text are refused as nested too deep.
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error = nullptr);
 
 } // namespace comunication

@@ -150,13 +150,14 @@ QObject* QJsonSerializer::deserializeObject(const QMetaObject& meta, const QJson
             continue;
         }
         const QByteArray name = it.key().toUtf8();
-        const int index = meta.indexOfProperty(name.constData());
+        const bool hasName = !name.contains('\0'); // what Qt takes for a name ends at a zero character
+        const int index = hasName ? meta.indexOfProperty(name.constData()) : -1;
         if (index >= 0) {
             writeProperty(*object, meta.property(index), it.value());
-        } else if (++unknownKeys <= mostUnknownKeys) {
-            object->setProperty(name.constData(), it.value().toVariant());
-        } else {
+        } else if (++unknownKeys > mostUnknownKeys) {
             throw QJsonDeserializationException(QByteArray("Too many unknown keys for ") + meta.className());
+        } else if (hasName) {
+            object->setProperty(name.constData(), it.value().toVariant());
         }
     }
     return object.release();
