@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Topics: the parser must agree with the regular expression for every installation id, and the statistics must accept
-// whatever the broker calls its topics. The first line is an installation id, the rest a topic.
+// Topics: the parser must agree with the expression for every id, and the statistics must take whatever the broker
+// may call its topics. First line: installation id; the rest: a topic.
 #include <flotrofobul/platform/logs/classlogs.h>
 #include <flotrofobul/utility/statusbroker.h>
 
@@ -13,7 +13,7 @@ using comunication::utility::topic_t;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::fatal - 1);
+    ::utility::logs::classlogs::getInstance()->setLevel(-1);
     const QString input = QString::fromUtf8(reinterpret_cast<const char*>(data), static_cast<int>(size));
     const QString id = input.section(u'\n', 0, 0);
     const QString text = input.section(u'\n', 1);

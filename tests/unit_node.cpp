@@ -106,7 +106,9 @@ private Q_SLOTS:
         system_t record;
         record.AddHash(self.fileName());
         record.AddHash("/nowhere"_s);
-        QCOMPARE(record.getHash(), (QMap<QString, QString>{{self.fileName(), digest}, {"/nowhere"_s, QString()}}));
+        record.AddHash("/proc/self/mem"_s); // opens and cannot be read
+        QCOMPARE(record.getHash(),
+                 (QMap<QString, QString>{{self.fileName(), digest}, {"/nowhere"_s, {}}, {"/proc/self/mem"_s, {}}}));
     }
 
     // Every IPv4 address of the machine but its own loop, whatever they are.

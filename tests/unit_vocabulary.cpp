@@ -104,6 +104,14 @@ private Q_SLOTS:
         }
     }
 
+    void ownPattern()
+    {
+        const QString usual = std::exchange(topic_t::tmp_regex_allowed_topic_plain, "(a)(local)(b)(c)(d)(e)"_s);
+        QCOMPARE(partsOf("alocalbcde"_s), "ok a local b c d e"_s.split(u' '));
+        topic_t::tmp_regex_allowed_topic_plain = usual;
+        QVERIFY(service_t::server == "server"_s);
+    }
+
     // Valid topics, changed at a few places, under ids that are plain words and such that change the pattern's meaning.
     void topicsAsTheExpression()
     {
@@ -156,6 +164,11 @@ private Q_SLOTS:
         const QPointer<QObject> replaced = registry.getSubsciption(9);
         const QPointer<QObject> removed = registry.getSubsciption(4);
         const QPointer<QObject> reset = registry.getPublications(4);
+        registry.addSubscription(7, "given away"_s, qos_t(0));
+        QObject* const held = registry.getSubsciption(7);
+        registry.addSubscription(7, "anew"_s, qos_t(0));
+        delete held; // nobody's any more
+        registry.removeSubsciption(7);
         registry.addSubscription(9, "later"_s, qos_t(0));
         QCOMPARE(textOf(*registry.getSubsciption(9)), "later qos 0 mid 9 state 1"_s);
         QCOMPARE(registry.removeSubsciption(5) + registry.removePublications(9) + registry.removeSubsciption(4), 1);

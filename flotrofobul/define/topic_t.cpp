@@ -64,13 +64,15 @@ constexpr std::array<bool, 128> admittedAscii()
     return admitted;
 }
 
-// What parsing needs to know about an installation id, computed once when the id is set.
+// What parsing needs of a pattern and its installation id, computed once when the id is set.
 struct grammar_t {
+    QString text;
     QRegExp expression;           // decides what the parser by hand cannot
     bool plainId = false;         // in a character class the id stands for its own characters only
     std::array<bool, 128> ofId{}; // characters of a plain id
 
-    explicit grammar_t(const QString& pattern) : expression(pattern, Qt::CaseSensitive, QRegExp::RegExp) {}
+    explicit grammar_t(const QString& pattern) : text(pattern), expression(pattern, Qt::CaseSensitive, QRegExp::RegExp)
+    {}
 
     grammar_t(const QString& pattern, const QString& id) : grammar_t(pattern)
     {
@@ -86,6 +88,10 @@ struct grammar_t {
 };
 
 grammar_t grammar(topic_t::tmp_regex_allowed_topic_plain);
+
+const QString shippedTemplate = topic_t::regex_allowed_topic_plain;
+
+constexpr int groupsByHand = 6;
 
 // Number of leading characters of the text that belong to the class.
 int runOf(const std::array<bool, 128>& characterClass, QStringView text)
@@ -115,11 +121,16 @@ void topic_t::setInstallationid(const QString& id)
 {
     installation_id = id;
     tmp_regex_allowed_topic_plain = QString(regex_allowed_topic_plain).replace(INSTALLATIONID, id);
-    grammar = grammar_t(tmp_regex_allowed_topic_plain, id);
+    // The parser by hand knows no template but the one above.
+    grammar = regex_allowed_topic_plain == shippedTemplate ? grammar_t(tmp_regex_allowed_topic_plain, id)
+                                                           : grammar_t(tmp_regex_allowed_topic_plain);
 }
 
 topic_t::topic_t(const QString& topic, bool* ok) : original(topic), pattern(patternWithoutId)
 {
+    if (grammar.text != tmp_regex_allowed_topic_plain) { // somebody has set a pattern of his own
+        grammar = grammar_t(tmp_regex_allowed_topic_plain);
+    }
     verdict_t result = parseByHand();
     if (result == verdict_t::unknown) {
         result = parseByExpression();
@@ -138,7 +149,7 @@ topic_t::verdict_t topic_t::parseByHand()
 {
     static constexpr std::array<bool, 128> admitted = admittedAscii();
 
-    if (!grammar.plainId) {
+    if (!grammar.plainId || topic_min_len > groupsByHand) {
         return verdict_t::unknown;
     }
     QStringView rest(original);

@@ -22,9 +22,9 @@ namespace utility {
 class FLOTROFOBUL_EXPORT topic_t {
 public:
     static qint32 topic_min_len;                  ///< minimum number of topic levels, and of capture groups
-    static QString admitedword;                   ///< body of the character class of admitted characters
+    static QString admitedword;                   ///< body of the class of admitted characters; in the patterns already
     static QString installation_id;               ///< as given to setInstallationid()
-    static QString regex_allowed_topic_plain;     ///< pattern with a placeholder for the installation id
+    static QString regex_allowed_topic_plain;     ///< pattern that setInstallationid() puts an id into
     static QString tmp_regex_allowed_topic_plain; ///< pattern used for parsing, in QRegExp syntax
 
     /// Sets the installation id for all topics parsed from now on.

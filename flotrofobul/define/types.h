@@ -25,7 +25,8 @@ enum state_req_t : int {
     state_unsubscribed = 3  ///< unsubscribe acknowledged
 };
 
-/// A word of the protocol. Only the text matters; the index tells the order of creation.
+/// A word of the protocol. Only the text matters; the index tells the order of creation. A text becomes a word
+/// by itself where one is expected.
 class FLOTROFOBUL_EXPORT word_t {
 public:
     quint32 index; ///< number of the word among those of its type
@@ -42,7 +43,7 @@ protected:
 class FLOTROFOBUL_EXPORT service_t : public word_t {
 public:
     service_t() : word_t(maxI) {}
-    explicit service_t(const QString& word) : word_t(maxI, word) {}
+    service_t(const QString& word) : word_t(maxI, word) {}
     bool operator==(const service_t& other) const { return text == other.text; }
 
     static quint32 maxI; ///< index of the next word
@@ -54,7 +55,7 @@ public:
 class FLOTROFOBUL_EXPORT destination_publish_client_t : public word_t {
 public:
     destination_publish_client_t() : word_t(maxI) {}
-    explicit destination_publish_client_t(const QString& word) : word_t(maxI, word) {}
+    destination_publish_client_t(const QString& word) : word_t(maxI, word) {}
     bool operator==(const destination_publish_client_t& other) const { return text == other.text; }
 
     static quint32 maxI; ///< index of the next word, including a server's
@@ -79,7 +80,7 @@ public:
 class FLOTROFOBUL_EXPORT destination_subscription_t : public word_t {
 public:
     destination_subscription_t() : word_t(maxI) {}
-    explicit destination_subscription_t(const QString& word) : word_t(maxI, word) {}
+    destination_subscription_t(const QString& word) : word_t(maxI, word) {}
     bool operator==(const destination_subscription_t& other) const { return text == other.text; }
 
     static quint32 maxI; ///< index of the next word

@@ -126,8 +126,10 @@ QString system_t::calculateHash(const QString& path)
         return QString();
     }
     QCryptographicHash digest(QCryptographicHash::Md5);
+    // What cannot be read looks like an empty file to the digest.
+    const bool isRead = digest.addData(&file) && file.error() == QFileDevice::NoError;
     // The conversion stops at the first zero byte.
-    return digest.addData(&file) ? QString::fromUtf8(digest.result()) : QString();
+    return isRead ? QString::fromUtf8(digest.result()) : QString();
 }
 
 void system_t::AddHash(const QString& path)
