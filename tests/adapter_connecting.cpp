@@ -28,8 +28,8 @@ black hole          | hole               | 127.0.0.1 | ca               | 14  | 
 silence             | ACCEPT             | 127.0.0.1 | -                | 14  | does not answer, is it a broker?
 handshake stalled   | ACCEPT             | 127.0.0.1 | ca               | 8   | TLS: the handshake is not answered
 reset               | ACCEPT !           | 127.0.0.1 | -                | 7   | an answer, does it expect TLS?
-handshake reset     | ACCEPT !           | 127.0.0.1 | ca               | 8   | has ended the handshake; next
-handshake ended     | ACCEPT .           | 127.0.0.1 | ca               | 8   | has ended the handshake; next
+handshake reset     | ACCEPT !           | 127.0.0.1 | ca               | 8   | has ended the handshake, is this a port without TLS?
+handshake ended     | ACCEPT .           | 127.0.0.1 | ca               | 8   | has ended the handshake, is this a port without TLS?
 no TLS there        | CONNECT 2002000020 | 127.0.0.1 | ca               | 8   | does not speak TLS
 old protocol        | CONNECT 20020001   | 127.0.0.1 | -                | 1   | speak this version of the protocol (1)
 refused id          | CONNECT 20020002   | 127.0.0.1 | -                | 2   | the broker refuses the client id (2)
@@ -103,7 +103,8 @@ authority directory | good               | localhost | .                | 1 8 | 
             QCOMPARE(client.getConnected(), code == 0);
             QCOMPARE(log.lines.size(), code == 0 ? 0 : 1);
             const QString line = log.lines.value(0);
-            QVERIFY2(line.contains(cells[5]), qPrintable(line));
+            QVERIFY2(line.contains(cells[5]) && line.contains(client.linkProblem()), qPrintable(line));
+            QCOMPARE(client.linkProblem().isEmpty(), code == 0);
             // A broker that refuses is not asked again within a second.
             const double wait = line.section("next attempt in "_s, 1).section(u' ', 0, 0).toDouble();
             QVERIFY2(cells[5].endsWith(u')') ? wait > 20 : wait <= 1, qPrintable(line));

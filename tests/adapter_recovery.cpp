@@ -127,6 +127,27 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QVERIFY2(cells[5].isEmpty() || log.count(cells[5]) > 0, qPrintable(log.lines.join(u'\n')));
     }
 
+    void withdrawn_data() { addRows("clean session\nsession kept"); }
+
+    // What is taken back on its way is not sent by the next connection.
+    void withdrawn()
+    {
+        QFETCH(QStringList, cells);
+        peer_t peer;
+        peer.rules << "PUBLISH "_s; // and no answer
+        client_t client(cells[0] == "clean session"_s);
+        QVERIFY(client.joins(peer.port()));
+        const int mid = client.say("x"_s);
+        QTRY_VERIFY(peer.rules.isEmpty());
+        client.withdraw(mid);
+        QCOMPARE(client.disconnect_sync(), 0);
+        client.withdraw(client.say("y"_s));
+        QVERIFY(client.joins(peer.port()));
+        client.say("z"_s);
+        QTRY_COMPARE(client.acknowledged.size(), 1);
+        QCOMPARE(peer.received.join(u' '), "CONNECT PUBLISH PUBREL"_s);
+    }
+
     void nobodyThere()
     {
         broker_t broker;

@@ -39,6 +39,7 @@ bool delivery_t::deliver()
     while (!events.empty()) {
         const event_t event = std::move(events.front());
         events.pop_front();
+        ends -= event.kind == event_t::disconnected;
         deliverLater();
         receiver(event);
         if (!alive) {

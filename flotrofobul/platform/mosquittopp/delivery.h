@@ -14,7 +14,7 @@ namespace comunication {
 namespace mosquittopp {
 
 struct event_t {
-    enum kind_t { connected, disconnected, published, message, subscribed, unsubscribed, log, error };
+    enum kind_t { connected, disconnected, published, message, subscribed, unsubscribed, log, problem, error };
 
     explicit event_t(kind_t kind, int number = 0, int flags = 0, bool retain = false, int payloadlen = 0)
         : kind(kind), number(number), flags(flags), retain(retain), payloadlen(payloadlen)
@@ -38,8 +38,14 @@ public:
     explicit delivery_t(receiver_t receiver) : receiver(std::move(receiver)) {}
 
     /// Adds an event; call deliver() or deliverLater() afterwards.
-    void push(event_t event) { events.push_back(std::move(event)); }
+    void push(event_t event)
+    {
+        ends += event.kind == event_t::disconnected;
+        events.push_back(std::move(event));
+    }
     bool isEmpty() const { return events.empty(); }
+    /// How many ends of connections are still to be reported.
+    int pendingEnds() const { return ends; }
     /// Delivers on the next turn of the event loop.
     void deliverLater();
     /// Passes on what is there, for a few milliseconds at most; the rest follows on the next turn. False if this object
@@ -54,6 +60,7 @@ private:
 
     const receiver_t receiver;
     std::deque<event_t> events;
+    int ends = 0;
     QBasicTimer nextTurn;
 };
 

@@ -43,11 +43,15 @@ bool endsConnection(int rc)
 
 } // namespace
 
+QString refusalText(const verdict_t& verdict, const char* what, const QString& value)
+{
+    return "Refused "_l1 + QLatin1String(what) + (value.isEmpty() ? QString() : " "_l1 + value.left(120)) + ": "_l1 +
+           QLatin1String(verdict.why);
+}
+
 int refuse(const verdict_t& verdict, const char* what, const QString& value)
 {
-    FLOTROFOBUL_LOG(error, "Refused "_l1 + QLatin1String(what) +
-                               (value.isEmpty() ? QString() : " "_l1 + value.left(120)) + ": "_l1 +
-                               QLatin1String(verdict.why));
+    FLOTROFOBUL_LOG(error, refusalText(verdict, what, value));
     return verdict.code;
 }
 
@@ -102,6 +106,14 @@ int link_t::publish(int* mid, const QString& topic, const QString& payload, int 
     pump();
     delivery.deliverLater();
     return MOSQ_ERR_SUCCESS;
+}
+
+void link_t::withdraw(int mid)
+{
+    // A handle that has sent the message would send it again.
+    if (outbox.withdraw(mid)) {
+        resumable = false;
+    }
 }
 
 int link_t::subscribe(int* mid, const QString& filter, int qos)

@@ -35,10 +35,13 @@ public:
     int connectSync(const QString& host, int port, seconds_t keepalive);
     int disconnect();
     bool isConnected() const { return state == state_t::connected; }
+    QString linkProblem() const { return problem; }
+    int pendingEnds() const { return delivery.pendingEnds() + (state == state_t::closing ? 1 : 0); }
 
     int subscribe(int* mid, const QString& filter, int qos);
     int unsubscribe(int* mid, const QString& filter);
     int publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain);
+    void withdraw(int mid);
     void setLogging(bool on);
 
     identity_t identity;
@@ -59,7 +62,8 @@ private:
     enum class state_t { idle, resolving, dialling, securing, greeting, connected, closing, waiting };
 
     // link_dialling.cpp
-    int checkTarget(const QString& newHost, int newPort, seconds_t newKeepalive) const;
+    int checkTarget(const QString& newHost, int newPort, seconds_t newKeepalive);
+    int refuseTarget(const verdict_t& verdict, const char* what, const QString& value);
     int start(const QString& newHost, int newPort, seconds_t newKeepalive);
     int attempt();
     int dialNext();
@@ -75,6 +79,7 @@ private:
     void beginAnew();
     void noteSessionLength();
     void retryOrRest(const QString& why);
+    void noteProblem(const QString& why);
     void abandon();
     void closed();
 
@@ -135,6 +140,7 @@ private:
     std::unique_ptr<QSocketNotifier> writer;
     QBasicTimer timer;
 
+    QString problem;        // why there is no connection, in words
     QByteArray libraryLine; // last complaint of libmosquitto during an attempt
     QElapsedTimer session;
     int shortSessions = 0;
@@ -143,8 +149,9 @@ private:
     delivery_t delivery;
 };
 
-/// Logs why a value is refused and returns the code. `what` names the value and `value` shows it; leave `value` empty
-/// for a secret.
+/// Why a value is refused, in words. `what` names the value and `value` shows it; leave `value` empty for a secret.
+QString refusalText(const verdict_t& verdict, const char* what, const QString& value);
+/// Logs that and returns the code.
 int refuse(const verdict_t& verdict, const char* what, const QString& value);
 
 } // namespace mosquittopp

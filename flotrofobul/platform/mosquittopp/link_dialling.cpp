@@ -10,6 +10,8 @@
 
 #include <mosquitto.h>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -37,23 +39,45 @@ bool isKeepalive(seconds_t time)
     return time == seconds_t::zero() || (time >= shortestKeepalive && time <= limits::keepalive.highest);
 }
 
+// Whether the other side has ever answered. A connection that it has ended since looks like one that was refused, but
+// for the measured time of the answer.
+bool hasStood(int descriptor)
+{
+#ifdef TCP_INFO
+    tcp_info info{};
+    socklen_t length = sizeof info;
+    return ::getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &length) == 0 && info.tcpi_rtt != 0;
+#else
+    Q_UNUSED(descriptor)
+    return false;
+#endif
+}
+
 } // namespace
 
-int link_t::checkTarget(const QString& newHost, int newPort, seconds_t newKeepalive) const
+int link_t::checkTarget(const QString& newHost, int newPort, seconds_t newKeepalive)
 {
     if (newHost.isEmpty()) {
-        return refuse({MOSQ_ERR_INVAL, "it is empty"}, "host of the broker", QString());
+        return refuseTarget({MOSQ_ERR_INVAL, "it is empty"}, "host of the broker", QString());
     }
     if (newPort < limits::port.lowest || newPort > limits::port.highest) {
-        return refuse({MOSQ_ERR_INVAL, "it is not 1 to 65535"}, "port of the broker", QString::number(newPort));
+        return refuseTarget({MOSQ_ERR_INVAL, "it is not 1 to 65535"}, "port of the broker", QString::number(newPort));
     }
     if (!isKeepalive(newKeepalive)) {
-        return refuse({MOSQ_ERR_INVAL, "it is not 0 or 5 to 65535 seconds"}, "keep-alive",
-                      QString::number(newKeepalive.count()));
+        return refuseTarget({MOSQ_ERR_INVAL, "it is not 0 or 5 to 65535 seconds"}, "keep-alive",
+                            QString::number(newKeepalive.count()));
     }
     const QByteArray id = identity.clientId.toUtf8();
     const verdict_t verdict = id.isEmpty() ? verdict_t{MOSQ_ERR_INVAL, "it is empty"} : checkText(id);
-    return verdict.code == MOSQ_ERR_SUCCESS ? verdict.code : refuse(verdict, "client id", identity.clientId);
+    return verdict.code == MOSQ_ERR_SUCCESS ? verdict.code : refuseTarget(verdict, "client id", identity.clientId);
+}
+
+int link_t::refuseTarget(const verdict_t& verdict, const char* what, const QString& value)
+{
+    if (!isConnected()) {
+        noteProblem(refusalText(verdict, what, value));
+    }
+    return refuse(verdict, what, value);
 }
 
 int link_t::connectAsync(const QString& newHost, int newPort, seconds_t newKeepalive)
@@ -200,7 +224,7 @@ void link_t::dialled()
     socklen_t peerLength = sizeof peer;
     // OpenSSL writes before TCP is connected, which clears the error.
     if (error == 0 && ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0) {
-        error = ECONNREFUSED;
+        error = hasStood(descriptor) ? ECONNRESET : ECONNREFUSED;
     }
     // A reset before we looked still means that somebody answered.
     const bool stood = error == 0 || error == ECONNRESET || error == EPIPE;
@@ -254,6 +278,7 @@ void link_t::answered()
     timer.start(housekeepingInterval().count(), this);
     handle->listenToLog(logging);
     noteDropped(0);
+    noteProblem(QString());
 }
 
 // Name, address or the broker's answer took too long.
@@ -349,6 +374,7 @@ void link_t::beginAnew()
 
 void link_t::retryOrRest(const QString& why)
 {
+    noteProblem(why);
     if (!autoconnect) {
         state = state_t::idle;
         FLOTROFOBUL_LOG(warning, why);
@@ -358,6 +384,16 @@ void link_t::retryOrRest(const QString& why)
     const milliseconds_t delay = backoff.next();
     timer.start(delay.count(), this);
     FLOTROFOBUL_LOG(warning, why + "; next attempt in "_l1 + QString::number(delay.count() / 1000.0, 'f', 1) + " s"_l1);
+}
+
+void link_t::noteProblem(const QString& why)
+{
+    if (problem != why) {
+        problem = why;
+        event_t event(event_t::problem);
+        event.text = why;
+        delivery.push(std::move(event));
+    }
 }
 
 // Lets go of everything that belongs to an attempt or a connection, except a session that may be resumed.
@@ -383,7 +419,9 @@ void link_t::abandon()
 
 int link_t::disconnect()
 {
+    noteProblem(QString());
     if (state == state_t::idle) {
+        delivery.deliverLater();
         return MOSQ_ERR_NO_CONN;
     }
     backoff.reset();

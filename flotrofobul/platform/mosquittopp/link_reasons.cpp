@@ -66,12 +66,12 @@ QString link_t::failureText(int rc, int systemError) const
     }
     if (state == state_t::securing) {
         if (speaksNoTls(libraryLine)) {
-            return QStringLiteral("TLS: the other side does not speak TLS");
+            return QStringLiteral("TLS: the other side does not speak TLS, is this a port without TLS?");
         }
         if (systemError == ETIMEDOUT) {
             return QStringLiteral("TLS: the handshake is not answered");
         }
-        return "TLS: the other side has ended the handshake"_l1 +
+        return "TLS: the other side has ended the handshake, is this a port without TLS?"_l1 +
                (libraryLine.isEmpty() ? QString() : " ("_l1 + QString::fromUtf8(libraryLine) + ")"_l1);
     }
     if (state == state_t::greeting) {

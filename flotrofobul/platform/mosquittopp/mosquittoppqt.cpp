@@ -34,6 +34,7 @@ void emitSignal(mosquittoppqt* client, const event_t& event)
         break;
     case event_t::unsubscribed: Q_EMIT client->onUnsubscribe(event.number); break;
     case event_t::log: Q_EMIT client->onLog(event.number, event.text); break;
+    case event_t::problem: Q_EMIT client->onLinkProblem(event.text); break;
     case event_t::error: Q_EMIT client->onError(); break;
     }
 }

@@ -29,6 +29,8 @@ FLOTROFOBUL_EXPORT int lib_version(int* major, int* minor, int* revision);
 class FLOTROFOBUL_EXPORT mosquittoppqt : public QObject {
     Q_OBJECT
 public:
+    using password_callback = password_callback_t;
+
     ~mosquittoppqt() override;
 
     /// Starts to connect and returns at once. An address that refuses at once gives its code (14) and no signal; a
@@ -71,6 +73,7 @@ public:
     /// Registers the last will from the next connection on. The topic is as for publish, the payload at most 65535
     /// bytes.
     int will_set(const QString& topic, const QString& payload, int qos, bool retain);
+    /// Takes the last will back, from the next connection on.
     int will_clear();
 
     /// With true, onLog carries every line of libmosquitto, at some cost for each packet.
@@ -84,14 +87,18 @@ Q_SIGNALS:
     /// A connection has ended (0 on request, 7 lost, 19 no answer within the keep-alive), or an attempt to connect has
     /// failed before the broker answered (8 TLS, 14 network, 15 name).
     void onDisconnect(int rc);
+    /// The broker has taken a message over; at QoS 0, it was handed to the network.
     void onPublish(int mid);
     /// payloadlen counts the bytes on the wire; invalid UTF-8 arrives as U+FFFD.
     void onMessage(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain);
     /// granted_qos holds qos_count numbers (128: refused) and is valid only during a direct call.
     void onSubscribe(int mid, int qos_count, const int* granted_qos);
+    /// The broker has ended a subscription.
     void onUnsubscribe(int mid);
     /// A line of libmosquitto with its own level number; only while logging is on.
     void onLog(int level, QString str);
+    /// Why there is no connection, in words, whenever that changes; empty when there is one again or nobody wants one.
+    void onLinkProblem(QString reason);
     /// An error that no code of another signal describes.
     void onError();
 

@@ -50,6 +50,21 @@ int mosquittoqt::disconnect_sync()
     return link->disconnect();
 }
 
+QString mosquittoqt::linkProblem() const
+{
+    return link->linkProblem();
+}
+
+int mosquittoqt::pendingEnds() const
+{
+    return link->pendingEnds();
+}
+
+void mosquittoqt::withdraw(int mid)
+{
+    link->withdraw(mid);
+}
+
 bool mosquittoqt::hasWill() const
 {
     return link->identity.hasWill;

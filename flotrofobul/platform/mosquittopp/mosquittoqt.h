@@ -42,6 +42,17 @@ public:
     /// connection. Returns 4 if there was nothing to end. The broker does not publish the last will.
     int disconnect_sync();
 
+    /// Why there is no connection, in words; empty while there is one, and when nobody has asked for one.
+    [[nodiscard]] QString linkProblem() const;
+
+    /// How many connections have ended that onDisconnect() has still to report. What is published meanwhile belongs to
+    /// the next one.
+    [[nodiscard]] int pendingEnds() const;
+
+    /// Gives up a message that the broker has not acknowledged: no later connection sends it again.
+    void withdraw(int mid);
+
+    /// Whether a last will is registered.
     [[nodiscard]] bool hasWill() const;
     /// The registered will; empty without one.
     [[nodiscard]] will_t getWill() const;

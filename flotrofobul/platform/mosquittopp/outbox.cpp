@@ -83,6 +83,22 @@ int outbox_t::acknowledge(int wireMid)
     return mid;
 }
 
+bool outbox_t::withdraw(int mid)
+{
+    const auto isMeant = [mid](const letter_t& letter) { return letter.mid == mid; };
+    if (const auto letter = std::find_if(sent.begin(), sent.end(), isMeant); letter != sent.end()) {
+        takenMids.erase(mid);
+        sent.erase(letter);
+        return true;
+    }
+    if (const auto letter = std::find_if(waiting.begin(), waiting.end(), isMeant); letter != waiting.end()) {
+        waitingBytes -= letter->bytes();
+        takenMids.erase(mid);
+        waiting.erase(letter);
+    }
+    return false;
+}
+
 void outbox_t::discardNewest()
 {
     takenMids.erase(sent.back().mid);
