@@ -2,6 +2,7 @@
 // Connecting and disconnecting, and what the broker client reports about the link.
 #include <flotrofobul/protobase_t.h>
 
+#include <flotrofobul/advice.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
@@ -90,6 +91,7 @@ LogLevel levelOf(int mosquittoLevel)
 
 int protobase_t::connect(const QString& _clientid, bool async)
 try {
+    advice->release();
     const auto* const global = configuration->getMqtt()->getGlobal();
     system->setBrokerip(global->getHost());
     const QString formerId = system->getClientid();
@@ -111,8 +113,7 @@ try {
     }
     if (closeDelay->isActive()) {
         // The other nodes have been sent the last will already; only a new session tells them that this one is back.
-        closeDelay->stop();
-        shared_t::brokerClient(*this).disconnect_sync();
+        endSession();
     }
     FLOTROFOBUL_LOG(detail,
                     "Try to connect: "_l1 + addressOf(*configuration) + " with id: "_l1 + system->getClientid());
@@ -132,19 +133,36 @@ try {
     FLOTROFOBUL_LOG(detail, QStringLiteral("Try to disconnect"));
     auto& broker = shared_t::brokerClient(*this);
     if (!_sendLastWill) {
-        closeDelay->stop();
-        return broker.disconnect_sync();
+        return endSession();
     }
-    // Without a link the will would wait in the outbox, and be false by the time of the next connection.
-    if (const auto will = broker.getWill(); !will.topic.isEmpty() && broker.getConnected()) {
+    if (!broker.getConnected()) {
+        // There is nobody to be told; an attempt that goes on would only bring the node back to the others.
+        endSession();
+        return 0;
+    }
+    if (const auto will = broker.getWill(); !will.topic.isEmpty()) {
         int mid = 0;
         broker.publish(&mid, will.topic, will.payload, will.qos, will.retain);
+        lastWills.append(mid);
     }
-    closeDelay->start(lastWillHeadStart);
+    if (!closeDelay->isActive()) {
+        closeDelay->start(lastWillHeadStart);
+    }
     return 0;
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
     return -1;
+}
+
+// A last will that has not got through by now must not: sent first in the next session, it would tell a falsehood.
+int protobase_t::endSession()
+{
+    closeDelay->stop();
+    for (const int mid : qAsConst(lastWills)) {
+        client->withdraw(mid);
+    }
+    lastWills.clear();
+    return client->disconnect_sync();
 }
 
 bool protobase_t::connected()
@@ -157,6 +175,11 @@ bool protobase_t::connected()
 bool protobase_t::getConnected() const
 {
     return client != nullptr && client->getConnected();
+}
+
+QString protobase_t::linkProblem() const
+{
+    return client != nullptr ? client->linkProblem() : QString();
 }
 
 void protobase_t::setStatusbroker(bool on)
@@ -197,6 +220,9 @@ void protobase_t::on_connect_with_flags(int rc, int flags)
     const QPointer<protobase_t> alive(this);
     const char* const function = __func__;
     guarded(function, logSource, [&] { logLink(connectionTexts, rc, addressOf(*configuration), function); });
+    if (rc == 0) {
+        advice->connected();
+    }
     guarded(function, logSource, [&] { onConnect_with_flags(rc, flags); });
     if (alive) {
         guarded(function, logSource, [&] { Q_EMIT onBrokerConnection(rc, flags); });
@@ -208,10 +234,37 @@ void protobase_t::on_disconnect(int rc)
     const QPointer<protobase_t> alive(this);
     const char* const function = __func__;
     guarded(function, logSource, [&] { logLink(disconnectionTexts, rc, addressOf(*configuration), function); });
-    guarded(function, logSource, [&] { messages->reset(); });
+    guarded(function, logSource, [&] { forgetRequests(); });
+    if (closeDelay->isActive() && !getConnected()) {
+        // Lost within the second of its last will: nothing may bring this node back to the others.
+        guarded(function, logSource, [&] { endSession(); });
+    }
     guarded(function, logSource, [&] { onDisconnect(rc); });
     if (alive) {
         guarded(function, logSource, [&] { Q_EMIT onBrokerDisconnection(rc); });
+    }
+}
+
+// Requests made after the end that is reported only now belong to the next session: they stay.
+void protobase_t::forgetRequests()
+{
+    auto& publications = *messages->getPublications();
+    auto& subscriptions = *messages->getSubscriptions();
+    QMap<int, message::classpublish*> laterPublications;
+    QMap<int, message::classsubscribe*> laterSubscriptions;
+    for (const int mid : laterRequests.keys()) {
+        if (publications.contains(mid)) {
+            laterPublications[mid] = publications.take(mid);
+        }
+        if (subscriptions.contains(mid)) {
+            laterSubscriptions[mid] = subscriptions.take(mid);
+        }
+    }
+    messages->reset();
+    publications = laterPublications;
+    subscriptions = laterSubscriptions;
+    for (auto request = laterRequests.begin(); request != laterRequests.end();) {
+        request = --*request == 0 ? laterRequests.erase(request) : request + 1;
     }
 }
 

@@ -2,11 +2,17 @@
 // Messages and acknowledgements from the broker.
 #include <flotrofobul/protobase_t.h>
 
+#include <flotrofobul/advice.h>
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
+
+#include <QtCore/QScopeGuard>
+
+#include <algorithm>
 
 namespace comunication {
 
@@ -15,6 +21,8 @@ using namespace ::utility::logs;
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
+
+constexpr int subscriptionRefused = 0x80; // in the SUBACK of MQTT 3.1.1
 
 void logPending(message::classmessages& messages, const char* function)
 {
@@ -55,7 +63,15 @@ try {
     }
     FLOTROFOBUL_LOG(info, "Recieve message topic: "_l1 + topic);
     // Incoming payloads are never decoded: encoded ones are meant for consumers that are not engines.
-    onMessage(mid, parsed, StringToJsonObject(payload).value(dataKey), qos, retain);
+    QJsonParseError outcome{};
+    const QJsonDocument document = documentFromForeignJson(payload.toUtf8(), &outcome);
+    const QPointer<protobase_t> alive(this);
+    const auto traced = qScopeGuard([&] { tracePayload("received"_l1, topic, payload); }); // also where the role throws
+    onMessage(mid, parsed, document.object().value(dataKey), qos, retain);
+    // Nothing at all is how a retained message is taken back.
+    if (alive && outcome.error != QJsonParseError::NoError && !payload.isEmpty()) {
+        advice->payloadNoJson(parsed.getSender(), topic, payload, outcome);
+    }
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
 }
@@ -77,6 +93,7 @@ void protobase_t::on_publish(int mid)
                                function);
         }
         logPending(*messages, function);
+        lastWills.removeOne(mid);
     });
     guarded(function, logSource, [&] { onPublish(mid); });
 }
@@ -99,7 +116,13 @@ void protobase_t::on_subscribe(int mid, int qos_count, const int* granted_qos)
         }
         logPending(*messages, function);
     });
+    const QPointer<protobase_t> alive(this);
+    const bool refused =
+        granted_qos != nullptr && std::count(granted_qos, granted_qos + qos_count, subscriptionRefused) > 0;
     guarded(function, logSource, [&] { onSubscribe(mid, qos_count, granted_qos, topic); });
+    if (alive && refused && !topic.isEmpty()) {
+        advice->subscriptionRefused(topic);
+    }
 }
 
 void protobase_t::on_unsubscribe(int mid)

@@ -2,12 +2,14 @@
 // Publishing and subscribing: placeholders, and how payloads are wrapped and encoded.
 #include <flotrofobul/protobase_t.h>
 
+#include <flotrofobul/advice.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
 #include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
+#include <QtCore/QThread>
 #include <QtCore/QVector>
 
 #include <algorithm>
@@ -48,42 +50,89 @@ QString payloadText(bool encoding, const QByteArray& bytes, QByteArray::Base64Op
 
 using placeholders_t = QMap<QString, QList<QString>>;
 
-// A topic that is being expanded, with the placeholders already replaced in it. A replacement may itself contain one of
-// those, as the client id of a host called "idclient" does; it is then taken literally.
+// A replacement of a placeholder by a word that leads back to that placeholder.
+using loop_t = QPair<QString, QString>;
+
+// A topic on its way through the placeholders. A loop is gone through once only, as by a client id
+// "panel@clientid": what is left of the placeholder afterwards stands for itself.
 struct expansion_t {
     QString topic;
-    QStringList spent;
+    QVector<loop_t> loops;
+    int steps = 0;
+
+    bool maySpend(const QString& placeholder, const QString& word) const
+    {
+        return !loops.contains({placeholder, word});
+    }
 };
 
-// Finds the first placeholder that remains to be replaced in a topic.
-placeholders_t::const_iterator nextPlaceholder(const expansion_t& one, const placeholders_t& placeholders)
+// Words that only together form a placeholder anew could go on for ever; no topic of MQTT is longer.
+constexpr int mostSteps = 1000;
+constexpr int longestTopic = 65535;
+
+bool leadsTo(const QString& placeholder, const QString& word, const placeholders_t& placeholders, QStringList seen = {})
 {
-    auto entry = placeholders.cbegin();
-    while (entry != placeholders.cend() &&
-           (entry->isEmpty() || !one.topic.contains(entry.key()) || one.spent.contains(entry.key()))) {
-        ++entry;
+    for (auto entry = placeholders.cbegin(); entry != placeholders.cend(); ++entry) {
+        if (!word.contains(entry.key()) || seen.contains(entry.key())) {
+            continue;
+        }
+        seen += entry.key();
+        const auto goesOn = [&](const QString& next) { return leadsTo(placeholder, next, placeholders, seen); };
+        if (!entry->isEmpty() && (entry.key() == placeholder || std::any_of(entry->begin(), entry->end(), goesOn))) {
+            return true;
+        }
     }
-    return entry;
+    return false;
 }
 
-// One pass: replaces every topic by the expansions of its first placeholder; false if no topic had one.
-bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders)
+// What the first placeholder of a topic that may still be replaced makes of it; nothing when there is none.
+QVector<expansion_t> expanded(const expansion_t& one, const placeholders_t& placeholders)
 {
-    bool expanded = false;
-    const QVector<expansion_t> snapshot = topics;
-    for (const expansion_t& one : snapshot) {
-        const auto entry = nextPlaceholder(one, placeholders);
-        if (entry == placeholders.cend()) {
+    QVector<expansion_t> made;
+    if (one.steps == mostSteps || one.topic.size() > longestTopic) {
+        return made;
+    }
+    for (auto entry = placeholders.cbegin(); entry != placeholders.cend() && made.isEmpty(); ++entry) {
+        if (!one.topic.contains(entry.key())) {
             continue;
         }
         for (const QString& word : *entry) {
-            topics.append({QString(one.topic).replace(entry.key(), word), one.spent + QStringList(entry.key())});
+            if (one.maySpend(entry.key(), word)) {
+                made.append({QString(one.topic).replace(entry.key(), word), one.loops, one.steps + 1});
+                if (leadsTo(entry.key(), word, placeholders)) {
+                    made.last().loops.append({entry.key(), word});
+                }
+            }
         }
-        const auto same = [&one](const expansion_t& other) { return other.topic == one.topic; };
-        topics.erase(std::remove_if(topics.begin(), topics.end(), same), topics.end());
-        expanded = true;
     }
-    return expanded;
+    return made;
+}
+
+bool holdsPlaceholder(const QString& topic, const placeholders_t& placeholders)
+{
+    for (auto entry = placeholders.cbegin(); entry != placeholders.cend(); ++entry) {
+        if (!entry->isEmpty() && topic.contains(entry.key())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// One pass: every topic gives way to the replacements of one of its placeholders. False when none had any.
+bool expandOnce(QVector<expansion_t>& topics, const placeholders_t& placeholders)
+{
+    bool anyMade = false;
+    const QVector<expansion_t> snapshot = topics;
+    for (const expansion_t& one : snapshot) {
+        const QVector<expansion_t> made = expanded(one, placeholders);
+        if (!made.isEmpty()) {
+            topics += made;
+            const auto same = [&one](const expansion_t& other) { return other.topic == one.topic; };
+            topics.erase(std::remove_if(topics.begin(), topics.end(), same), topics.end());
+            anyMade = true;
+        }
+    }
+    return anyMade;
 }
 
 } // namespace
@@ -119,6 +168,12 @@ try {
         int mid = 0;
         shared_t::brokerClient(*this).subscribe(&mid, one, qos);
         messages->addSubscription(mid, one, qos);
+        noteSessionOf(mid);
+    }
+    for (const QString& one : qAsConst(topics)) {
+        if (holdsPlaceholder(one, placeholders)) {
+            advice->placeholderLeadsBack(one);
+        }
     }
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText("Handling exception "_l1, "Handling exception"_l1));
@@ -144,6 +199,7 @@ try {
         int mid = 0;
         broker.unsubscribe(&mid, one);
         messages->addSubscription(mid, one, qos);
+        noteSessionOf(mid);
     }
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText("Handling generic exception."_l1, "Handling generic exception."_l1));
@@ -159,12 +215,6 @@ void protobase_t::topic_subscribe_resolution(QList<QString>& topics)
     }
     topics.clear();
     for (const expansion_t& one : qAsConst(expansions)) {
-        for (const QString& placeholder : one.spent) {
-            if (one.topic.contains(placeholder)) {
-                FLOTROFOBUL_LOG(error,
-                                "Placeholder "_l1 + placeholder + " replaced once only in topic: "_l1 + one.topic);
-            }
-        }
         topics.append(one.topic);
     }
 }
@@ -180,12 +230,27 @@ try {
     putInPlace(topic, INSTALLATIONID, shared_t::installationId(*this));
     FLOTROFOBUL_LOG(detail, "Try to publish topic: "_l1 + topic + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
                                 QString::number(retain));
-    const QString text = Encode(QJsonObject{{dataKey, payload}});
+    const QJsonObject body{{dataKey, payload}};
+    const QString text = Encode(body);
     int mid = 0;
     shared_t::brokerClient(*this).publish(&mid, topic, text, qos, retain);
     messages->addPublication(mid, topic, text, qos, retain);
+    noteSessionOf(mid);
+    if (classlogs::getInstance()->isEnabled(trace)) { // readable, also where encoding is on
+        tracePayload("published"_l1, topic, JsonObjectToString(body, QJsonDocument::Compact));
+    }
+    if (QThread::currentThread() != thread()) {
+        advice->foreignThread();
+    }
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText("Handling exception."_l1, "Handling exception"_l1));
+}
+
+void protobase_t::noteSessionOf(int mid)
+{
+    if (const int ends = client->pendingEnds(); mid > 0 && ends > 0) {
+        laterRequests[mid] = ends;
+    }
 }
 
 void protobase_t::publish(const QJsonObject& packet, qos_t /*qos*/, bool retain)
@@ -194,6 +259,7 @@ try {
     const QJsonValue value = packet["topic"_l1];
     if (payload.isUndefined() || value.isUndefined()) {
         FLOTROFOBUL_LOG(error, QStringLiteral("Packet not compliant!"));
+        advice->packetLacks(packet);
         return;
     }
     QString topic = packetPrefix + value.toString();
@@ -277,7 +343,7 @@ QString protobase_t::Encode(const QJsonValue& value)
     if (value.isObject()) {
         return Encode(value.toObject());
     }
-    return payloadText(encoding, value.toString().toUtf8(), withoutPadding);
+    return encoding ? payloadText(encoding, value.toString().toUtf8(), withoutPadding) : value.toString();
 }
 
 } // namespace comunication

@@ -2,6 +2,7 @@
 // What both roles do alike: presentations, elections and bridge states, and the log lines about them.
 #include <flotrofobul/protobase_shared.h>
 
+#include <flotrofobul/advice.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
 #include <flotrofobul/utility/system_t.h>
@@ -53,6 +54,17 @@ mosquittopp::mosquittoqt& shared_t::brokerClient(const protobase_t& engine)
         throw std::logic_error("no broker client before the first connect");
     }
     return *engine.client;
+}
+
+advice_t& shared_t::advice(const protobase_t& engine)
+{
+    return *engine.advice;
+}
+
+void shared_t::adviseOnStart(protobase_t& engine)
+{
+    engine.advice->installationId(installationId(engine));
+    engine.advice->release();
 }
 
 QJsonObject shared_t::ownRecord(const protobase_t& engine)

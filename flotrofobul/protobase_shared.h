@@ -26,6 +26,10 @@ struct shared_t {
     /// The broker client; throws std::logic_error until the first connect() has created it.
     static mosquittopp::mosquittoqt& brokerClient(const protobase_t& engine);
 
+    static advice_t& advice(const protobase_t& engine);
+    /// To be called when a role is built: writes what there is to say about its configuration.
+    static void adviseOnStart(protobase_t& engine);
+
     /// This node's record as a presentation packet carries it.
     static QJsonObject ownRecord(const protobase_t& engine);
     /// Reads a record from a presentation packet; throws QJsonSerializerException if a value has the wrong type.

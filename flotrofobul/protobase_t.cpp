@@ -2,6 +2,7 @@
 // Construction, configuration, and setting up the broker client, TLS and the last will.
 #include <flotrofobul/protobase_t.h>
 
+#include <flotrofobul/advice.h>
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
@@ -81,6 +82,7 @@ void wire(mosquittopp::mosquittoqt* client, protobase_t* engine)
     QObject::connect(client, SIGNAL(onError()), engine, SLOT(on_error()));
     QObject::connect(client, SIGNAL(onMessage(int, QString, QString, int, int, bool)), engine,
                      SLOT(on_message(int, QString, QString, int, int, bool)));
+    QObject::connect(client, &mosquittopp::mosquittoppqt::onLinkProblem, engine, &protobase_t::onLinkProblem);
 }
 
 } // namespace
@@ -94,6 +96,8 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
     int patch = 0;
     mosquittopp::lib_version(&major, &minor, &patch);
     FLOTROFOBUL_LOG(info, QStringLiteral("Running on libmosquitto %1.%2.%3").arg(major).arg(minor).arg(patch));
+    advice = std::make_unique<advice_t>(this);
+    advice->hold();
     messages = std::make_unique<message::classmessages>();
     system = new system_t(versionApp, service, clientId, nullptr);
     configuration = new config::mosquittocnf;
@@ -105,7 +109,7 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
 
     closeDelay->setSingleShot(true);
     closeDelay->setTimerType(Qt::PreciseTimer); // a coarse timer may fire 50 ms early
-    QObject::connect(closeDelay, &QTimer::timeout, this, [this] { client->disconnect_sync(); });
+    QObject::connect(closeDelay, &QTimer::timeout, this, [this] { endSession(); });
 }
 
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& path, const QString& clientId,
@@ -135,6 +139,11 @@ protobase_t::~protobase_t()
     }
 }
 
+QString protobase_t::getClientId() const
+{
+    return system->getClientid();
+}
+
 QString protobase_t::getVersion()
 {
     return utility::libraryVersion();
@@ -142,38 +151,59 @@ QString protobase_t::getVersion()
 
 bool protobase_t::readConfigFromFile(const QString& path)
 try {
+    configured = false;
     FLOTROFOBUL_LOG(info, "Read comunication configuration from file: "_l1 + path);
     QFile file(path);
     if (!file.exists()) {
         if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
             FLOTROFOBUL_LOG(error, "Unable to open file: "_l1 + path + " Error: "_l1 + file.errorString());
         }
+        advice->configurationNotRead(path, file.errorString());
         return false;
     }
     // A file that cannot be opened counts as empty, which is not JSON.
-    const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    // Read as text first: a stray byte of another encoding or zeros at the end spoil a text, not the whole file.
+    const QByteArray text = QString::fromUtf8(bytes).toUtf8();
     QJsonParseError outcome{};
     const QJsonDocument document = documentFromForeignJson(text, &outcome);
     if (outcome.error != QJsonParseError::NoError) {
         FLOTROFOBUL_LOG(error, "Error parsing file: "_l1 + path);
+        if (file.isOpen()) {
+            advice->configurationNoJson(path, text, outcome);
+        } else {
+            advice->configurationNotRead(path, file.errorString());
+        }
         return false;
     }
-    configuration->deserialize(document.object());
-    return true;
+    return applyConfiguration(document.object(), path);
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
     return false;
 }
 
+// True whatever the model says of single values: the text was read.
+bool protobase_t::applyConfiguration(const QJsonObject& json, const QString& source)
+{
+    const bool taken = configuration->deserialize(json);
+    configured = taken && json.contains("mqtt"_l1);
+    if (!configured) {
+        advice->configurationNotRead(source, QStringLiteral("it has no object \"mqtt\""));
+    }
+    advice->configurationRemarks(configuration->remarks());
+    return true;
+}
+
 bool protobase_t::readConfigFromJson(const QJsonObject& json)
 try {
+    configured = false;
     FLOTROFOBUL_LOG(info, QStringLiteral("Read comunication configuration from json"));
     if (json.isEmpty()) {
         FLOTROFOBUL_LOG(error, QStringLiteral("Error: no valid json object"));
+        advice->configurationNotRead(QStringLiteral("object"), QStringLiteral("it is empty"));
         return false;
     }
-    configuration->deserialize(json);
-    return true;
+    return applyConfiguration(json, QStringLiteral("object"));
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
     return false;

@@ -24,6 +24,8 @@ class QTimer;
 
 namespace comunication {
 
+class advice_t;
+
 namespace brokerdiagnostic {
 struct diagnostic_broker;
 }
@@ -84,9 +86,15 @@ public:
     bool readConfigFromFile(const QString& path);
     /// Reads a configuration object into the model. False if it is empty; the model then stays as it is.
     bool readConfigFromJson(const QJsonObject& json);
+    /// Whether the last configuration that was read was accepted, that is, has an object "mqtt". Otherwise the engine
+    /// keeps the previous values, at first the defaults (a broker on this machine, no installation); a host should then
+    /// end. The log says why, in its advice at the latest.
+    bool isConfigured() const { return configured; }
     /// Writes the configuration to a file, indented. An interrupted save leaves the old file as it was; a file that
     /// holds a password is readable by its owner only. False if it cannot be written.
     bool saveConfigToFile(const QString& path);
+    /// Client id of this node.
+    QString getClientId() const;
     /// Version of the library and of its protocol.
     QString getVersion();
     /// Whether payloads are sent as Base64.
@@ -112,6 +120,8 @@ public:
     bool connected();
     /// Whether the broker has accepted the session; false before the first connect().
     bool getConnected() const;
+    /// Why there is no link, in words; empty while there is one, before the first connect() and after disconnection().
+    QString linkProblem() const;
     /// Switches the logging of libmosquitto's own lines, in the configuration as well.
     void setMosquittoLog(bool on);
 
@@ -123,6 +133,7 @@ public:
     /// Whether $SYS messages are recorded.
     bool isStatusbroker() const { return statusbroker; }
     /// The recorded statistics, owned by the engine. Its own flags choose what is recorded.
+    /// Include <flotrofobul/utility/statusbroker.h> to read them.
     brokerdiagnostic::diagnostic_broker* getStatusBroken() const { return statistics.get(); }
 
     // Role
@@ -196,6 +207,9 @@ Q_SIGNALS:
     /// The link is down: rc is 0 if the engine closed it, otherwise libmosquitto's code (7 is a lost connection). All
     /// pending requests are forgotten.
     void onBrokerDisconnection(int rc);
+    /// Why there is no link, in words for the person before the panel, whenever that changes: linkProblem() says the
+    /// same. Empty when the link is up again, and after disconnection().
+    void onLinkProblem(QString reason);
     /// A bridge came up (payload "1") or went down ("0").
     void onBridgeConnectionEvent(QString _topic, QString bridge, QString payload);
     /// The cloud bridge with the bridge key came up or went down; clients only.
@@ -210,7 +224,9 @@ Q_SIGNALS:
     void on_Presentation(QString sender, QString destination, bool status, QJsonObject payload);
     /// A status packet, with "topic" (from "status" onwards), "sender" and "destination" added; clients only.
     void onDatabasePersistentStatus(QJsonObject _package);
+    /// The same for measured values.
     void onDatabaseRealtimeStatus(QJsonObject _package);
+    /// The same for the simulation of presence.
     void onDatabasePresenceSimulationStatus(QJsonObject _package);
     /// A packet that matches the topic grammar, but that the role does not handle.
     void on_Unknown(QString topic, QJsonValue payload, int qos, bool retain);
@@ -228,6 +244,8 @@ protected Q_SLOTS:
     void on_error();
 
 protected:
+    using QObject::connect; // beside the engine's own, for subclasses
+
     // Hooks of a role, called by the slots above when the base has done its part.
     virtual void onConnect(int rc) = 0;
     virtual void onConnect_with_flags(int rc, int flags) = 0;
@@ -262,7 +280,16 @@ private:
 
     protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding);
 
-    QTimer* closeDelay; ///< gives the last will time to leave before the link is closed
+    bool applyConfiguration(const QJsonObject& json, const QString& source);
+    int endSession();
+    void forgetRequests();
+    void noteSessionOf(int mid);
+
+    std::unique_ptr<advice_t> advice;
+    bool configured = false;
+    QTimer* closeDelay;           ///< gives the last will time to leave before the link is closed
+    QList<int> lastWills;         ///< message ids of last wills on their way
+    QMap<int, int> laterRequests; ///< message ids, and how many ends of earlier sessions are still to be reported
 };
 
 } // namespace comunication

@@ -2,6 +2,7 @@
 // What a client does with incoming packets and broker events.
 #include <flotrofobul/protoclient_t.h>
 
+#include <flotrofobul/advice.h>
 #include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
@@ -46,12 +47,28 @@ void protoclient_t::onConnect_with_flags(int rc, int /*flags*/)
     if (rc == 0) {
         subscription_presentation();
         publish_presentation(destination_publish_client_t::own_server.ToString());
+        shared_t::advice(*this).waitForMaster([this] { return serversHeard(); });
     }
+}
+
+// For whoever asks why there is no master.
+QStringList protoclient_t::serversHeard() const
+{
+    constexpr int mostServers = 10;
+    constexpr int longestId = 64;
+    QStringList servers;
+    for (auto server = serverPresentations.begin(); server != serverPresentations.end() && servers.size() < mostServers;
+         ++server) {
+        const QString master = server.value()["masterid"_l1].toString().left(longestId);
+        servers += server.key().left(longestId) + (master.isEmpty() ? QString() : " that follows "_l1 + master);
+    }
+    return servers;
 }
 
 void protoclient_t::onDisconnect(int /*rc*/)
 {
     FLOTROFOBUL_LOG(info, QStringLiteral("Clear server id and status"));
+    shared_t::advice(*this).stopWaiting();
     forgetMaster();
     serverPresentations.clear();
 }
@@ -149,6 +166,7 @@ bool protoclient_t::adoptMaster(const topic_t& topic, const QString& id, const Q
     init_subscription(utility::unsubscribe_topics);
     FLOTROFOBUL_LOG_AS(info, QStringLiteral("Add/Update backup my server presentation"), inPresentation);
     shared_t::storeMaster(*this, id, packet);
+    shared_t::advice(*this).stopWaiting();
     placeholders[destination_subscription_t::idserver.ToString()] = {system->getMasterId()};
     init_subscription(utility::subscribe_topics);
     reportPresentation(*this, topic, system->getMasterData().value("connected"_l1).toBool(), packet);

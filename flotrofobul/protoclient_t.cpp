@@ -43,6 +43,7 @@ void protoclient_t::startUp()
     placeholders[idclient] = {system->getClientid()};
     placeholders[SENDER] = {idserver};
     placeholders[idserver] = {system->getMasterId()};
+    shared_t::adviseOnStart(*this);
 }
 
 protoclient_t::~protoclient_t()

@@ -76,6 +76,7 @@ private:
     void serverIsOnline(const topic_t& topic, const system_t& server, const QJsonObject& packet);
     bool adoptMaster(const topic_t& topic, const QString& id, const QJsonObject& packet);
     void forgetMaster();
+    QStringList serversHeard() const;
     void publishReady(const QString& text);
     bool isOwnStatusTopic(const QString& topic, const QString& furtherCharacters) const;
 

@@ -2,6 +2,7 @@
 // What a server does with incoming packets and broker events.
 #include <flotrofobul/protoserver_t.h>
 
+#include <flotrofobul/advice.h>
 #include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/protoserver_nodes.h>
 
@@ -77,6 +78,7 @@ void protoserver_t::onDisconnect(int /*rc*/)
     FLOTROFOBUL_LOG(info, QStringLiteral("Clear all client"));
     // The records are kept: the host may hold the map that getClients() returned.
     nodes->formerClients.takeAll(nodes->clients);
+    listening = false;
 }
 
 void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain)
@@ -230,6 +232,9 @@ void protoserver_t::processClient(const topic_t& topic, std::unique_ptr<system_t
     }
     if (alive) {
         logClients();
+    }
+    if (alive && online && !listening) {
+        shared_t::advice(*this).nobodyListens(id);
     }
 }
 

@@ -44,6 +44,7 @@ void protoserver_t::startUp()
                                  destination_publish_server_t::all.ToString()};
     placeholders[CLIENTID] = {system->getClientid()};
     placeholders[SENDER] = {destination_subscription_t::jolly.ToString()};
+    shared_t::adviseOnStart(*this);
 }
 
 protoserver_t::~protoserver_t()
@@ -94,6 +95,7 @@ void protoserver_t::eventPublish(QJsonObject _packet, qos_t qos, bool retain)
 
 void protoserver_t::init_subscription(subscribe_t mode)
 try {
+    listening = listening || mode == utility::subscribe_topics;
     placeholders[CLIENTID] = {system->getClientid()}; // connect() may have changed it
     protobase_t::init_subscription(mode);
     FLOTROFOBUL_LOG(info, QStringLiteral("Init subscription server"));

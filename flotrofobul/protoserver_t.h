@@ -11,19 +11,20 @@ struct known_nodes_t;
 /// A server.
 ///
 /// On every accepted connection it subscribes the presence of the other nodes, takes the master role if it is a default
-/// master, presents itself to all and emits onConnection(). The host then calls init_subscription(1) to receive what is
-/// addressed to it on its own broker. The requests of clients arrive over the bridges, which only the master
-/// subscribes.
+/// master, presents itself to all and emits onConnection(). The host then calls init_subscription(subscribe_topics) to
+/// receive what is addressed to it on its own broker. The requests of clients arrive over the bridges, which the master
+/// subscribes, and so does a server that has adopted its master from a presentation: a host answers a request only when
+/// its "destination" is getClientId().
 ///
-/// Of the signals of protobase_t, a server emits the two of the link, onBridgeConnectionEvent(), onMasterBridgeError(),
-/// on_Unknown() and, while it is master, on_Presentation(); see there for ownership, threads and failures.
+/// Of the signals of protobase_t, a server emits the three of the link, onBridgeConnectionEvent(),
+/// onMasterBridgeError(), on_Unknown() and, while it is master, on_Presentation(); see there for ownership, threads and
+/// failures.
 class FLOTROFOBUL_EXPORT protoserver_t : public protobase_t {
     Q_OBJECT
 
 public:
-    /// @param defaultMaster  whether to take the master role at every accepted connection; the other arguments are
-    /// those
-    ///                       of protobase_t
+    /// The arguments are those of protobase_t, but for
+    /// @param defaultMaster  whether to take the master role at every accepted connection
     protoserver_t(const QString& versionApp, const QString& configPath, bool defaultMaster, const QString& clientId,
                   bool encoding);
     protoserver_t(const QString& versionApp, const QJsonObject& configuration, bool defaultMaster,
@@ -44,6 +45,7 @@ public:
     /// The clients that have presented themselves since the link came up, by client id. The records belong to the
     /// engine. One is deleted when its client presents itself again or leaves, when an invalid presentation arrives in
     /// its name, or with the engine.
+    /// Include <flotrofobul/utility/system_t.h> to read them.
     QMap<QString, system_t*> getClients() const;
 
     void init_bridge(subscribe_t which) override;
@@ -69,8 +71,11 @@ public Q_SLOTS:
 Q_SIGNALS:
     /// A request from a client, with "topic" (from "request" onwards), "sender" and "destination" added.
     void onRequestPersistentRequest(QJsonObject _package);
+    /// The same for measured values.
     void onRequestRealtimeRequest(QJsonObject _package);
+    /// The same for the simulation of presence.
     void onRequestPresenceSimulationRequest(QJsonObject _package);
+    /// The same for a command.
     void onRequestCmd(QJsonObject _package);
     /// A client is ready ("payload" is "1") or no longer ready ("0"); with "topic", "sender" and "destination".
     void onClientReady(QJsonObject _package);
@@ -78,6 +83,8 @@ Q_SIGNALS:
     void onConnection();
 
 protected:
+    using QObject::connect; // beside the server's own, for subclasses
+
     void onConnect(int rc) override;
     void onConnect_with_flags(int rc, int flags) override;
     void onDisconnect(int rc) override;
@@ -111,6 +118,7 @@ private:
     void logClients() const;
 
     bool defaultMaster;
+    bool listening = false; ///< the host has called init_subscription() on this link
     std::unique_ptr<known_nodes_t> nodes;
 };
 

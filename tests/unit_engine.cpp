@@ -77,6 +77,8 @@ private Q_SLOTS:
         QCOMPARE(encoded(), (QStringList{"eyJhIjoxfQ"_s, "w6k"_s, "w6k="_s}));
         engine.setEncoding(false);
         QCOMPARE(encoded(), (QStringList{"{\"a\":1}"_s, text, text}));
+        const QString strange = u'\ufeff' + QString(u'\0') + text;
+        QCOMPARE(engine.Encode(QJsonValue(strange)), strange);
         QCOMPARE(engine.getCommandTopic("local/@installation_id/@sender/@destination/a/b"_s), "a/b"_s);
         QCOMPARE(engine.getVersion(), "1.1.2"_s);
     }
@@ -95,9 +97,10 @@ private Q_SLOTS:
         QCOMPARE(resolved({{"@a"_s, {"1"_s, "2"_s}}, {"@b"_s, {"3"_s}}}, {"@b/@a"_s, "@a"_s}), "1 2 3/1 3/2"_s);
         QCOMPARE(resolved({{"@a"_s, {"@c"_s}}, {"@c"_s, {"y"_s}}}, {"@a"_s}), "y"_s); // through another placeholder
         QCOMPARE(events, QStringList());
-        // What holds its own placeholder ends, says so once, and the others go on.
-        QCOMPARE(resolved({{"@a"_s, {"x"_s, "y@a"_s}}}, {"@a"_s, "t"_s}), "t x y@a"_s);
-        QCOMPARE(events, QStringList{"2 topic_subscribe_resolution Placeholder @a replaced once only in topic: y@a"_s});
+        // What leads back to its own placeholder does so once; everything else goes on to its end.
+        QCOMPARE(resolved({{"@a"_s, {"x"_s, "y@a"_s}}}, {"@a"_s, "t"_s}), "t x yx"_s);
+        QCOMPARE(resolved({{"@a"_s, {"@b"_s}}, {"@b"_s, {"c@a"_s}}}, {"@a"_s}), "c@a"_s);
+        QCOMPARE(resolved({{"@a"_s, {"s"_s}}, {"@b"_s, {"@a"_s, "t"_s}}}, {"@a/@b"_s}), "s/t s/s"_s);
     }
 
     // Nothing of this may crash, and each says so once; the base's own traces (level 6) aside.
@@ -184,12 +187,70 @@ private Q_SLOTS:
             QCOMPARE(engine.configuration->getMqtt()->getGlobal()->getPort(), failure.isEmpty() ? 7 : 1883);
         };
         reads(written(folder.filePath("a"_s), "{\"mqtt\":{\"global\":{\"port\":7}}}"));
+        reads(written(folder.filePath("d"_s),
+                      QByteArray("{\"mqtt\":{\"global\":{\"port\":7,\"host\":\"\xe9\"}}}\0", 42)));
         reads(written(folder.filePath("b"_s), "{"), "2 readConfigFromFile Error parsing file: FILE"_s);
         reads(folder.path(), "2 readConfigFromFile Error parsing file: FILE"_s);
         reads(folder.filePath("c"_s),
               "2 readConfigFromFile Unable to open file: FILE Error: No such file or directory"_s);
         QVERIFY(!panel_t("1"_s, installation(), "panel"_s, false).readConfigFromJson({}));
         QVERIFY(events.contains("2 readConfigFromJson Error: no valid json object"_s));
+    }
+
+    // What is probably wrong, each thing once, after the lines that it is about.
+    void advice()
+    {
+        auto* const logs = ::utility::logs::classlogs::getInstance();
+        const auto advised = [&](const auto& does) {
+            log.take();
+            logs->setAdvice(true);
+            does();
+            logs->setAdvice(false);
+            QStringList said = filtered("^\\d advice ");
+            return said.replaceInStrings(QRegularExpression("^(\\d) advice | ?[;:,] .*$"_s), "\\1"_s).join(u'|');
+        };
+        const auto configured = [&](const auto& source) {
+            return advised([&] { const panel_t engine("1"_s, source, "panel"_s, false); });
+        };
+        const QString broken = written(folder.filePath("broken"_s), "{\n \"mqtt\" 1}");
+        QCOMPARE(configured(broken), "2The configuration %1 was not taken"_s.arg(broken));
+        QCOMPARE(configured("/nowhere"_s), "2The configuration /nowhere was not taken"_s);
+        // The role's own lines come first.
+        QVERIFY(events.indexOf(filtered("advice").value(0)) >
+                events.indexOf("4 protoclient_t Init protocol for client "_s));
+        QVERIFY(!panel_t("1"_s, broken, "panel"_s, false).isConfigured());
+        QCOMPARE(configured(parse("{'global':{}}")),
+                 "2The configuration object was not taken|3Unknown key \"global\" in the configuration"_s);
+        configured(parse("{'mqtt':{'globl':{},'global':{'installation_id':'my-house','prot':1,'keepalive':2,'?':3}}}"));
+        QCOMPARE(
+            filtered(", is \"|it is kept|No packet").replaceInStrings(QRegularExpression("^.*is \""_s), {}),
+            (QStringList{"3 advice Unknown key \"mqtt.global.?\" in the configuration, it is kept and has no effect"_s,
+                         "mqtt.connect.keepalive\" meant?"_s, "mqtt.global.port\" meant?"_s, "mqtt.global\" meant?"_s,
+                         filtered("No packet").value(0)}));
+
+        panel_t engine("1"_s, installation(), "panel"_s, false);
+        bare_t<protoserver_t> server("1"_s, installation(), false, "srv"_s, false);
+        QVERIFY(engine.isConfigured());
+        const QString topic = "forward-bridge/local/1234/%1/all/connection/presentation"_s;
+        const int refused[] = {2, 128};
+        engine.messages->addSubscription(3, "z"_s, qos_t(2));
+        const auto twice = [&](const auto& does) { return advised([&] { does(), does(); }); };
+        const auto receives = [&](const char* payload) {
+            return twice([&] { engine.on_message(1, topic.arg("srv"_l1), QLatin1String(payload), 0, 2, false); });
+        };
+        QCOMPARE(receives("{\"d\":"), "2The payload from srv on %1 is no JSON"_s.arg(topic.arg("srv"_l1)));
+        QCOMPARE(receives("eyJkIjoxfQ"), "3encoding is on at srv"_s);
+        QCOMPARE(receives("{\"d\":1}") + receives(""), QString());
+        QCOMPARE(twice([&] { engine.on_subscribe(3, 2, refused); }), "3The broker refuses the subscription of z"_s);
+        QCOMPARE(twice([&] { engine.protobase_t::publish(parse("{'topic':'t'}"), qos_t(2), false); }),
+                 "2A packet was not published"_s);
+        QVERIFY(events[1].contains("\"payload\" is missing beside topic t"_l1));
+        const QString panel = textOf(parse("{'d':{'clientid':'p','type':'client','connected':true}}"));
+        QCOMPARE(twice([&] { server.on_message(1, topic.arg("p"_l1), panel, 0, 2, false); }), "3p is there"_s);
+        logs->setLevel(::utility::logs::trace);
+        engine.on_message(1, topic.arg("srv"_l1), "{\"d\":{\"Password\":\"a\"}}"_s, 0, 2, false);
+        logs->setLevel(::utility::logs::detail);
+        QVERIFY(events.last().endsWith(" {\"d\":{\"Password\":\"(not shown)\"}}"_l1));
     }
 
     void saveConfiguration()

@@ -35,6 +35,8 @@ public:
     using protobase_t::client;
     using protobase_t::configuration;
     using protobase_t::messages;
+    using protobase_t::on_message;
+    using protobase_t::on_subscribe;
     using protobase_t::placeholders;
     using protobase_t::system;
     using Role::onSubscribe;

@@ -16,13 +16,14 @@ inline QString operator""_s(const char* text, std::size_t length)
     return QString::fromUtf8(text, static_cast<int>(length));
 }
 
-/// Records from its construction on, as a rule at every level; the default sink and level are back after it.
+/// Records from its construction on, as a rule at every level and without advice; the defaults are back after it.
 class log_recorder_t {
 public:
     explicit log_recorder_t(int highest = ::utility::logs::detail)
     {
         auto* const logs = ::utility::logs::classlogs::getInstance();
         logs->setLevel(highest);
+        logs->setAdvice(false);
         logs->setSink([this](const ::utility::logs::LogRecord& record) {
             records << record;
             lines << textOf(record);
@@ -32,6 +33,7 @@ public:
     {
         ::utility::logs::classlogs::getInstance()->setSink({});
         ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::info);
+        ::utility::logs::classlogs::getInstance()->setAdvice(true);
     }
     log_recorder_t(const log_recorder_t&) = delete;
     log_recorder_t& operator=(const log_recorder_t&) = delete;

@@ -2,6 +2,7 @@
 // The keys of the configuration as tables, with one loop that reads them and one that writes them.
 #include <flotrofobul/platform/config/mosquittocnf.h>
 
+#include <flotrofobul/platform/config/spelling.h>
 #include <flotrofobul/platform/logs/log_line.h>
 
 #include <QtCore/QJsonArray>
@@ -185,13 +186,14 @@ std::optional<QJsonObject> takeObject(QJsonObject& parent, QLatin1String key, co
     return std::nullopt;
 }
 
+// What is left of the section are the keys that nobody knows.
 template <typename Section>
-void readSection(Section& section, QJsonObject& parent, QLatin1String name)
+QStringList readSection(Section& section, QJsonObject& parent, QLatin1String name)
 {
     const QString path = "mqtt."_l1 % name;
     std::optional<QJsonObject> json = takeObject(parent, name, path);
     if (!json) {
-        return;
+        return {};
     }
     for (const auto& setting : settings_t::of(section)) {
         const QJsonValue value = json->take(setting.key);
@@ -209,6 +211,34 @@ void readSection(Section& section, QJsonObject& parent, QLatin1String name)
             setting.member);
     }
     merge(settings_t::unknown(section), *json);
+    QStringList left;
+    for (const QString& key : json->keys()) {
+        left += path % "."_l1 % key;
+    }
+    return left;
+}
+
+template <typename Section>
+QStringList pathsOf(const Section& section, QLatin1String name)
+{
+    QStringList paths("mqtt."_l1 + name);
+    for (const auto& setting : settings_t::of(section)) {
+        paths += "mqtt."_l1 % name % "."_l1 % setting.key;
+    }
+    return paths;
+}
+
+QStringList remarksOn(const QStringList& unknownPaths, const QStringList& knownPaths)
+{
+    constexpr int mostRemarks = 10;
+    QStringList remarks;
+    for (const QString& path : unknownPaths.mid(0, mostRemarks)) {
+        const QString meant = probablyMeant(path, knownPaths);
+        remarks += "Unknown key \""_l1 % path.left(80) % "\" in the configuration, "_l1 %
+                   (meant.isEmpty() ? QStringLiteral("it is kept and has no effect")
+                                    : QString("is \""_l1 % meant % "\" meant?"_l1));
+    }
+    return remarks;
 }
 
 template <typename Section>
@@ -230,16 +260,24 @@ mosquittocnf::~mosquittocnf() = default;
 
 bool mosquittocnf::deserialize(const QJsonObject& json)
 {
+    const QStringList known = QStringList("mqtt"_l1) + pathsOf(mqtt->global, "global"_l1) +
+                              pathsOf(mqtt->connect, "connect"_l1) + pathsOf(mqtt->security, "security"_l1);
     QJsonObject rest = json;
     const bool present = rest.contains("mqtt"_l1);
     std::optional<QJsonObject> sections = takeObject(rest, "mqtt"_l1, QStringLiteral("mqtt"));
     merge(unknown, rest);
     if (!sections) {
+        unknownKeys = remarksOn(rest.keys(), known);
         return !present;
     }
-    readSection(mqtt->global, *sections, "global"_l1);
-    readSection(mqtt->connect, *sections, "connect"_l1);
-    readSection(mqtt->security, *sections, "security"_l1);
+    // What stands beside "mqtt" is the host's own.
+    QStringList left = readSection(mqtt->global, *sections, "global"_l1);
+    left += readSection(mqtt->connect, *sections, "connect"_l1);
+    left += readSection(mqtt->security, *sections, "security"_l1);
+    for (const QString& key : sections->keys()) {
+        left += "mqtt."_l1 + key;
+    }
+    unknownKeys = remarksOn(left, known);
     merge(mqtt->unknown, *sections);
     return true;
 }

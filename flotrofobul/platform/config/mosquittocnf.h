@@ -9,6 +9,7 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QObject>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 #include <memory>
 
@@ -31,8 +32,8 @@ public:
     /// "port": TCP port of the broker.
     [[nodiscard]] int getPort() const noexcept { return port; }
 
-    /// "interval": milliseconds between two rounds of housekeeping on the link, which send the keep-alive pings. It
-    /// should stay below half the keep-alive.
+    /// "interval": milliseconds between two rounds of housekeeping on the link, which send the keep-alive pings; at
+    /// least 500 and at most a quarter of the keep-alive take effect.
     [[nodiscard]] int getInterval() const noexcept { return interval; }
 
     /// "autoconnect": whether the adapter reconnects when the link is lost or refused; true by default.
@@ -81,7 +82,7 @@ public:
     /// "outbox_bytes": how many bytes the waiting messages may hold together.
     [[nodiscard]] int getOutbox_bytes() const noexcept { return outboxBytes; }
 
-    /// "max_packet_bytes": size of the largest incoming packet that is accepted.
+    /// "max_packet_bytes": size of the largest payload that is accepted; a longer one is dropped.
     [[nodiscard]] int getMax_packet_bytes() const noexcept { return maxPacketBytes; }
 
 private:
@@ -89,7 +90,7 @@ private:
 
     int keepalive = limits::keepalive.initial.count();
     bool cleansession = true;
-    QString username;
+    QString username = QStringLiteral(""); // not null, which would ask for no user name at all
     QString password;
     int timeout = limits::connectTimeout.initial.count();
     int outboxMessages = limits::outboxMessages.initial;
@@ -158,6 +159,10 @@ public:
     /// that no setting could be read.
     bool deserialize(const QJsonObject& json);
 
+    /// What the last deserialize() did not understand, a text for each unknown key (of the first few) with the key that
+    /// was probably meant.
+    [[nodiscard]] QStringList remarks() const { return unknownKeys; }
+
     /// The whole configuration: every known key with its current value, and the unknown keys as they came.
     [[nodiscard]] QJsonObject serialize() const;
 
@@ -166,6 +171,7 @@ private:
 
     std::unique_ptr<config_mqtt> mqtt;
     QJsonObject unknown;
+    QStringList unknownKeys;
 };
 
 } // namespace config

@@ -55,6 +55,22 @@ void writeToCategory(const LogRecord& record)
 
 classlogs classlogs::instance;
 
+const bool classlogs::levelIsFixed = [] {
+    bool isNumber = false;
+    const int level = qEnvironmentVariableIntValue("FLOTROFOBUL_LOG_LEVEL", &isNumber);
+    if (isNumber) {
+        instance.highestLevel.store(level, std::memory_order_relaxed);
+    }
+    return isNumber;
+}();
+
+void classlogs::setLevel(int highest) noexcept
+{
+    if (!levelIsFixed) {
+        highestLevel.store(highest, std::memory_order_relaxed);
+    }
+}
+
 bool classlogs::reachesSomebody(int level) const noexcept
 {
     return hasSink.load(std::memory_order_relaxed) || category().isEnabled(messageType(level));
