@@ -7,7 +7,6 @@
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
-#include <QtCore/QFileInfo>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QTextStream>
 #include <QtCore/QTimer>
@@ -30,15 +29,14 @@ inline QString compact(const QJsonValue& value)
     return QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
 }
 
-/// Adds the common options to a host's own and reads the command line. Ends the program if the configuration cannot be
-/// read: with the defaults the host would belong to no installation.
+/// Adds the common options to a host's own and reads the command line.
 inline void readOptions(QCommandLineParser& options, const QList<QCommandLineOption>& own)
 {
     options.addHelpOption();
     options.addPositionalArgument(QStringLiteral("configuration"), QStringLiteral("Configuration file (JSON)."));
     options.addOptions(
         {{QStringLiteral("id"), QStringLiteral("Client id; default: role and host name."), QStringLiteral("id")},
-         {QStringLiteral("log"), QStringLiteral("Highest level of the log, 0 to 6; default 3."),
+         {QStringLiteral("log"), QStringLiteral("Highest level of the log, 0 to 7; default 3."),
           QStringLiteral("level"), QStringLiteral("3")}});
     options.addOptions(own);
     options.process(*QCoreApplication::instance());
@@ -47,17 +45,28 @@ inline void readOptions(QCommandLineParser& options, const QList<QCommandLineOpt
     if (files.size() != 1) {
         options.showHelp(2);
     }
-    if (!QFileInfo(files.first()).isReadable()) {
-        qCritical("Cannot read the configuration %s", qUtf8Printable(files.first()));
+    ::utility::logs::classlogs::getInstance()->setLevel(options.value(QStringLiteral("log")).toInt());
+}
+
+/// Ends the program if the engine has no configuration: on the defaults it would join whatever broker this machine has,
+/// in no installation. The log says what is wrong with the file.
+inline void requireConfiguration(const comunication::protobase_t& engine)
+{
+    if (!engine.isConfigured()) {
+        qCritical("No configuration, no house: ending");
         std::exit(2);
     }
-    ::utility::logs::classlogs::getInstance()->setLevel(options.value(QStringLiteral("log")).toInt());
 }
 
 /// Reports what happens to the link.
 inline void followLink(comunication::protobase_t& engine)
 {
     using comunication::protobase_t;
+    QObject::connect(&engine, &protobase_t::onLinkProblem, &engine, [](const QString& reason) {
+        if (!reason.isEmpty()) {
+            say(reason);
+        }
+    });
     QObject::connect(&engine, &protobase_t::onBrokerConnection, &engine, [](int rc) {
         say(rc == 0 ? QStringLiteral("connected to the broker") : QStringLiteral("the broker refuses: %1").arg(rc));
     });

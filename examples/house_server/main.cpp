@@ -27,6 +27,7 @@ int main(int argc, char** argv)
     // Encoding off: it is for consumers that decode, and engines never decode what they receive.
     protoserver_t server(QStringLiteral("1.0.0"), options.positionalArguments().first(),
                          options.isSet(QStringLiteral("master")), options.value(QStringLiteral("id")), false);
+    requireConfiguration(server);
     followLink(server);
     endOnSignal(server);
 
@@ -42,9 +43,16 @@ int main(int argc, char** argv)
         say(packet[u"sender"].toString() + (ready ? QStringLiteral(" is ready") : QStringLiteral(" is not ready")));
     });
 
+    // A server that follows another may hear that one's requests as well.
+    const auto isMine = [&](const QJsonObject& request) {
+        return request[u"destination"].toString() == server.getClientId();
+    };
     // {"set": {room: degrees}} stores temperatures. Every request is answered to all panels, and the broker keeps the
     // answer for those that come later.
     QObject::connect(&server, &protoserver_t::onRequestPersistentRequest, &server, [&](const QJsonObject& request) {
+        if (!isMine(request)) {
+            return;
+        }
         const QJsonObject wish = request[u"payload"].toObject();
         say(QStringLiteral("%1 asks for the data of the house: %2").arg(request[u"sender"].toString(), compact(wish)));
         if (!data.set(wish[u"set"].toObject())) {
@@ -57,6 +65,9 @@ int main(int argc, char** argv)
     });
     // Measured values go only to the panel that asked; they are soon stale, so the broker does not keep them.
     QObject::connect(&server, &protoserver_t::onRequestRealtimeRequest, &server, [&](const QJsonObject& request) {
+        if (!isMine(request)) {
+            return;
+        }
         say(QStringLiteral("%1 asks for measured values").arg(request[u"sender"].toString()));
         const auto degrees = [] { return (180 + QRandomGenerator::global()->bounded(40)) / 10.0; };
         const QJsonObject measured{{QStringLiteral("kitchen"), degrees()}, {QStringLiteral("living_room"), degrees()}};

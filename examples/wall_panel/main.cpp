@@ -26,6 +26,7 @@ int main(int argc, char** argv)
     // Encoding off: it is for consumers that decode, and engines never decode what they receive.
     protoclient_t panel(QStringLiteral("1.0.0"), options.positionalArguments().first(),
                         options.value(QStringLiteral("id")), false);
+    requireConfiguration(panel);
     followLink(panel);
     endOnSignal(panel);
 
