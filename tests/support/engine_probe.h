@@ -104,13 +104,13 @@ public:
     using qos_t = comunication::utility::qos_t;
     using subscribe_t = comunication::utility::subscribe_t;
     using Role::publish;
-    void subscribe(QString const& topic, qos_t qos) override { note("subscribe", topic, int(qos)); }
-    void unsubscribe(QString const& topic) override { note("unsubscribe", topic); }
-    void publish(QString topic, QJsonObject const& payload, qos_t qos, bool retain) override
+    void subscribe(const QString& topic, qos_t qos) override { note("subscribe", topic, int(qos)); }
+    void unsubscribe(const QString& topic) override { note("unsubscribe", topic); }
+    void publish(QString topic, const QJsonObject& payload, qos_t qos, bool retain) override
     {
         note("publish", topic, payload, int(qos), retain);
     }
-    void publish_presentation(QString const& destination) override { note("present to", destination); }
+    void publish_presentation(const QString& destination) override { note("present to", destination); }
     void init_bridge(subscribe_t which) override { note("init_bridge", int(which)); }
     void init_subscription(subscribe_t which) override
     {
