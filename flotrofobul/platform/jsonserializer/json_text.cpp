@@ -4,6 +4,7 @@
 #include <QtCore/QJsonArray>
 
 #include <algorithm>
+#include <cstring>
 #include <deque>
 #include <string>
 #include <string_view>
@@ -12,6 +13,22 @@
 namespace comunication {
 
 namespace {
+
+// As Qt's parser compares keys of one length: what follows a zero character does not count. Treating more keys as equal
+// than it does would lose members, fewer would leak them.
+int compareKeys(std::string_view left, std::string_view right)
+{
+    if (left.size() != right.size()) {
+        return left.size() < right.size() ? -1 : 1;
+    }
+    return std::strncmp(left.data(), right.data(), left.size());
+}
+
+QByteArray unitsOf(const QString& text)
+{
+    const int bytes = text.size() * static_cast<int>(sizeof(QChar));
+    return QByteArray::fromRawData(reinterpret_cast<const char*>(text.utf16()), bytes).toHex();
+}
 
 // Blanks the earlier members of an object that give a key a value which a later one gives anew. Valid JSON stays valid,
 // and what is not stays as it is for the parser to refuse: it is looked at before it is blanked.
@@ -123,9 +140,7 @@ private:
         }
         const QString key = QJsonDocument::fromJson('[' + text.mid(begin, end - begin) + ']').array().at(0).toString();
         // Halves of surrogate pairs have no form of their own in UTF-8, where all would be the same.
-        decodedKeys.push_back(key.isValidUtf16() ? key.toStdString()
-                                                 : '\xff' + std::string(reinterpret_cast<const char*>(key.utf16()),
-                                                                        std::size_t(key.size()) * sizeof(QChar)));
+        decodedKeys.push_back(key.isValidUtf16() ? key.toStdString() : '\xff' + unitsOf(key).toStdString());
         return decodedKeys.back();
     }
 
@@ -178,7 +193,7 @@ private:
     {
         for (std::size_t index = first; index + 1 < members.size(); ++index) {
             const std::string_view key = members[index].key;
-            const auto isSame = [key](const member_t& later) { return later.key == key; };
+            const auto isSame = [key](const member_t& later) { return compareKeys(later.key, key) == 0; };
             if (std::any_of(members.begin() + std::ptrdiff_t(index) + 1, members.end(), isSame)) {
                 repeats.push_back(index);
             }
@@ -190,11 +205,11 @@ private:
         std::vector<std::size_t> order(members.size() - first);
         std::generate(order.begin(), order.end(), [next = first]() mutable { return next++; });
         std::sort(order.begin(), order.end(), [this](std::size_t left, std::size_t right) {
-            const int difference = members[left].key.compare(members[right].key);
+            const int difference = compareKeys(members[left].key, members[right].key);
             return difference < 0 || (difference == 0 && left < right);
         });
         for (std::size_t place = 0; place + 1 < order.size(); ++place) {
-            if (members[order[place]].key == members[order[place + 1]].key) {
+            if (compareKeys(members[order[place]].key, members[order[place + 1]].key) == 0) {
                 repeats.push_back(order[place]);
             }
         }
