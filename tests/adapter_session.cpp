@@ -45,6 +45,7 @@ private Q_SLOTS:
     void idle()
     {
         client_t client;
+        client.setLoopInterval(15000); // so that it need not look at the keep-alive meanwhile
         QVERIFY(client.joins(broker.port()));
         broker.kill(SIGKILL);
         QTRY_VERIFY(!client.getConnected());
@@ -54,10 +55,10 @@ private Q_SLOTS:
         QTest::qWait(100);
         QSignalSpy wakes(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake);
         QEventLoop loop;
-        QTimer::singleShot(1500, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+        QTimer::singleShot(2500, Qt::PreciseTimer, &loop, &QEventLoop::quit);
         loop.exec();
-        // The client looks at its keep-alive once a second, and the timer ends the test.
-        QVERIFY2(wakes.count() <= 4, QByteArray::number(wakes.count()));
+        // The timer ends the test.
+        QVERIFY2(wakes.count() <= 2, QByteArray::number(wakes.count()));
     }
 
     void payloads()
