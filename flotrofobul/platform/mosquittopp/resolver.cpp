@@ -4,10 +4,16 @@
 #include <QtCore/QUrl>
 
 #include <netdb.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
-#include <chrono>
-#include <future>
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <deque>
+#include <mutex>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -18,9 +24,11 @@ namespace mosquittopp {
 
 namespace {
 
+constexpr int mostThreads = 8;
+
 using texts_t = std::vector<std::string>;
 
-texts_t lookUp(const std::string& name)
+texts_t addressesOf(const std::string& name)
 {
     texts_t texts;
     addrinfo hints = {};
@@ -31,7 +39,8 @@ texts_t lookUp(const std::string& name)
     }
     for (const addrinfo* one = first; one != nullptr; one = one->ai_next) {
         char text[NI_MAXHOST];
-        if (::getnameinfo(one->ai_addr, one->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0) {
+        if (::getnameinfo(one->ai_addr, one->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0 &&
+            std::find(texts.begin(), texts.end(), text) == texts.end()) {
             texts.emplace_back(text);
         }
     }
@@ -41,30 +50,136 @@ texts_t lookUp(const std::string& name)
 
 } // namespace
 
-QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline)
+// What the look-up shares with the thread that works for it.
+struct lookup_t::answer_t {
+    explicit answer_t(std::string host) : name(std::move(host)) {}
+    ~answer_t() { ::close(descriptor); }
+    answer_t(const answer_t&) = delete;
+    answer_t& operator=(const answer_t&) = delete;
+
+    void give(texts_t addresses)
+    {
+        texts = std::move(addresses);
+        done.store(true, std::memory_order_release);
+        ::eventfd_write(descriptor, 1);
+    }
+
+    const std::string name;
+    const int descriptor = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    texts_t texts; // not to be touched before it is done
+    std::atomic<bool> done{false};
+};
+
+// Never destroyed: threads that are left behind come back to it while the process ends.
+struct lookup_t::workers_t {
+    static workers_t& only()
+    {
+        static auto* const workers = new workers_t;
+        return *workers;
+    }
+
+    // False if there is nobody to do it.
+    bool add(const std::shared_ptr<answer_t>& answer)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (running < mostThreads && startThread()) {
+            ++running;
+        }
+        if (running > 0) {
+            waiting.push_back(answer);
+        }
+        return running > 0;
+    }
+
+private:
+    bool startThread()
+    {
+        // The new thread inherits the mask: no signal handler of the host is to run there.
+        sigset_t all;
+        sigset_t usual;
+        ::sigfillset(&all);
+        ::pthread_sigmask(SIG_SETMASK, &all, &usual);
+        bool started = true;
+        try {
+            std::thread([this] { work(); }).detach();
+        } catch (const std::system_error&) {
+            started = false;
+        }
+        ::pthread_sigmask(SIG_SETMASK, &usual, nullptr);
+        return started;
+    }
+
+    void work()
+    {
+        while (const std::shared_ptr<answer_t> answer = next()) {
+            texts_t texts;
+            try {
+                texts = addressesOf(answer->name);
+            } catch (const std::bad_alloc&) {
+            }
+            answer->give(std::move(texts));
+        }
+    }
+
+    // Null, and one thread less, when nobody waits any more.
+    std::shared_ptr<answer_t> next()
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        while (!waiting.empty()) {
+            std::shared_ptr<answer_t> answer = waiting.front().lock();
+            waiting.pop_front();
+            if (answer) {
+                return answer;
+            }
+        }
+        --running;
+        return nullptr;
+    }
+
+    std::mutex mutex;
+    std::deque<std::weak_ptr<answer_t>> waiting;
+    int running = 0;
+};
+
+lookup_t::lookup_t(const QString& host)
+    : answer(std::make_shared<answer_t>(QUrl::toAce(host).toStdString())) // empty if it is no name
 {
-    // A look-up cannot be stopped, and a name server that never answers holds it for half a minute. So it runs in a
-    // thread that may be left behind and touches nothing of this library.
+    if (answer->name.empty() || answer->descriptor < 0 || !workers_t::only().add(answer)) {
+        answer->give({});
+    }
+}
+
+lookup_t::~lookup_t() = default;
+
+int lookup_t::descriptor() const
+{
+    return answer->descriptor;
+}
+
+bool lookup_t::isDone() const
+{
+    return answer->done.load(std::memory_order_acquire);
+}
+
+QStringList lookup_t::addresses() const
+{
     QStringList addresses;
-    const QByteArray name = QUrl::toAce(host); // as QHostInfo does; empty if it is no name
-    if (name.isEmpty()) {
-        return addresses;
-    }
-    std::promise<texts_t> promise;
-    std::future<texts_t> result = promise.get_future();
-    try {
-        std::thread([name = name.toStdString(), promise = std::move(promise)]() mutable {
-            promise.set_value(lookUp(name));
-        }).detach();
-    } catch (const std::system_error&) {
-        return addresses; // no thread available: the attempt fails like any other
-    }
-    if (result.wait_for(std::chrono::milliseconds(deadline.remainingTime())) == std::future_status::ready) {
-        for (const std::string& text : result.get()) {
+    if (isDone()) {
+        for (const std::string& text : answer->texts) {
             addresses += QString::fromStdString(text);
         }
     }
     return addresses;
+}
+
+QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline)
+{
+    const lookup_t lookup(host);
+    pollfd answer = {lookup.descriptor(), POLLIN, 0};
+    while (!lookup.isDone() && !deadline.hasExpired()) {
+        ::poll(&answer, 1, static_cast<int>(deadline.remainingTime()));
+    }
+    return lookup.addresses();
 }
 
 } // namespace mosquittopp
