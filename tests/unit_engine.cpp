@@ -12,6 +12,7 @@
 
 #include <csignal>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 using comunication::protoclient_t;
@@ -65,6 +66,31 @@ private Q_SLOTS:
                               warning.arg("server"_l1),
                               "3 protoserver_t Installation id is empty  ... with this configuration "
                               "it is not possible to communicate with the cloud ....."_s}));
+    }
+
+    // Engines of several threads and installations share the grammar, and nothing else: for the preset tsan.
+    void threads()
+    {
+        ::utility::logs::classlogs::getInstance()->setLevel(-1);
+        std::vector<std::thread> threads;
+        for (const char id : {'1', '2', '3', '4'}) {
+            threads.emplace_back(
+                [configuration = parse(R"({"mqtt":{"global":{"installation_id":")" + QByteArray(1, id) + R"("}}})")] {
+                    for (int n = 0; n < 300; ++n) {
+                        panel_t engine("1"_s, configuration, {}, true);
+                        engine.init_comunication();
+                        engine.on_message(1, "local/1/srv/all/status/DB/realtime"_s, "{}"_s, 2, 0, false);
+                    }
+                });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        log.take();
+        ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::detail);
+        bool ok = false;
+        const QString& id = topic_t::installation_id; // of whoever was last
+        QCOMPARE(topic_t("local/"_l1 + id + "/a/b/c"_l1, &ok).getPlain(), id);
     }
 
     void encode()

@@ -9,6 +9,8 @@
 #include <QtCore/QStringView>
 
 #include <array>
+#include <atomic>
+#include <mutex>
 
 namespace comunication {
 namespace utility {
@@ -64,30 +66,69 @@ constexpr std::array<bool, 128> admittedAscii()
     return admitted;
 }
 
-// What parsing needs of a pattern and its installation id, computed once when the id is set.
+// What parsing by hand needs of a pattern. Every thread has a copy, so that parsing takes no lock; it has no
+// destructor, because topics may be parsed while a thread ends.
+struct table_t {
+    quint32 edition = 0;           // of the grammar
+    const void* pattern = nullptr; // where the text of the pattern was
+    bool plainId = false;          // in a character class the id stands for its own characters only
+    std::array<bool, 128> ofId{};  // characters of a plain id
+};
+
 struct grammar_t {
-    QString text;
-    QRegExp expression;           // decides what the parser by hand cannot
-    bool plainId = false;         // in a character class the id stands for its own characters only
-    std::array<bool, 128> ofId{}; // characters of a plain id
+    QString text;       // shared with the pattern, so that a change of that moves it elsewhere
+    QRegExp expression; // decides what the parser by hand cannot
+    table_t table;
 
     explicit grammar_t(const QString& pattern) : text(pattern), expression(pattern, Qt::CaseSensitive, QRegExp::RegExp)
     {}
 
     grammar_t(const QString& pattern, const QString& id) : grammar_t(pattern)
     {
-        plainId = !id.isEmpty();
+        table.plainId = !id.isEmpty();
         for (const QChar c : id) {
             if (!isAsciiWord(c.unicode())) {
-                plainId = false;
+                table.plainId = false;
                 return;
             }
-            ofId[c.unicode()] = true;
+            table.ofId[c.unicode()] = true;
         }
     }
 };
 
+std::mutex grammarMutex; // also for the public texts, as far as they are changed here
 grammar_t grammar(topic_t::tmp_regex_allowed_topic_plain);
+std::atomic<quint32> edition{1};
+thread_local table_t ownTable;
+
+// Hosts may set a pattern of their own, so every parse looks where its text is. Not at the text itself, which another
+// thread may be about to replace.
+const void* whereThePatternIs()
+{
+    return __atomic_load_n(&topic_t::tmp_regex_allowed_topic_plain.data_ptr(), __ATOMIC_ACQUIRE);
+}
+
+void bringTableAlong()
+{
+    if (ownTable.edition == edition.load(std::memory_order_acquire) && ownTable.pattern == whereThePatternIs()) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(grammarMutex);
+    if (grammar.text.data_ptr() != whereThePatternIs()) { // somebody has set a pattern of his own
+        grammar = grammar_t(topic_t::tmp_regex_allowed_topic_plain);
+        ++edition;
+    }
+    ownTable = grammar.table;
+    ownTable.edition = edition;
+    ownTable.pattern = whereThePatternIs();
+}
+
+// A copy, because matching stores the captures in it.
+QRegExp currentExpression()
+{
+    const std::lock_guard<std::mutex> lock(grammarMutex);
+    return grammar.expression;
+}
 
 const QString shippedTemplate = topic_t::regex_allowed_topic_plain;
 
@@ -119,18 +160,23 @@ bool takeLevel(const std::array<bool, 128>& characterClass, QStringView& text, Q
 
 void topic_t::setInstallationid(const QString& id)
 {
+    QString pattern = QString(regex_allowed_topic_plain).replace(INSTALLATIONID, id);
+    const std::lock_guard<std::mutex> lock(grammarMutex);
+    if (installation_id == id && tmp_regex_allowed_topic_plain == pattern) {
+        return; // so that nothing changes under those who read the public texts
+    }
     installation_id = id;
-    tmp_regex_allowed_topic_plain = QString(regex_allowed_topic_plain).replace(INSTALLATIONID, id);
     // The parser by hand knows no template but the one above.
-    grammar = regex_allowed_topic_plain == shippedTemplate ? grammar_t(tmp_regex_allowed_topic_plain, id)
-                                                           : grammar_t(tmp_regex_allowed_topic_plain);
+    grammar = regex_allowed_topic_plain == shippedTemplate ? grammar_t(pattern, id) : grammar_t(pattern);
+    // An assignment in one step, for threads that look without the lock.
+    pattern.data_ptr() =
+        __atomic_exchange_n(&tmp_regex_allowed_topic_plain.data_ptr(), pattern.data_ptr(), __ATOMIC_ACQ_REL);
+    ++edition;
 }
 
 topic_t::topic_t(const QString& topic, bool* ok) : original(topic), pattern(patternWithoutId)
 {
-    if (grammar.text != tmp_regex_allowed_topic_plain) { // somebody has set a pattern of his own
-        grammar = grammar_t(tmp_regex_allowed_topic_plain);
-    }
+    bringTableAlong();
     verdict_t result = parseByHand();
     if (result == verdict_t::unknown) {
         result = parseByExpression();
@@ -149,7 +195,7 @@ topic_t::verdict_t topic_t::parseByHand()
 {
     static constexpr std::array<bool, 128> admitted = admittedAscii();
 
-    if (!grammar.plainId || topic_min_len > groupsByHand) {
+    if (!ownTable.plainId || topic_min_len > groupsByHand) {
         return verdict_t::unknown;
     }
     QStringView rest(original);
@@ -176,7 +222,7 @@ topic_t::verdict_t topic_t::parseByHand()
     QStringView ofPlain;
     QStringView ofSender;
     QStringView ofDestination;
-    if (!takeLevel(grammar.ofId, rest, ofPlain) || !takeLevel(admitted, rest, ofSender) ||
+    if (!takeLevel(ownTable.ofId, rest, ofPlain) || !takeLevel(admitted, rest, ofSender) ||
         !takeLevel(admitted, rest, ofDestination) || rest.isEmpty()) {
         return verdict_t::differs;
     }
@@ -196,7 +242,7 @@ topic_t::verdict_t topic_t::parseByHand()
 
 topic_t::verdict_t topic_t::parseByExpression()
 {
-    QRegExp expression = grammar.expression; // a copy, because matching stores the captures in it
+    QRegExp expression = currentExpression();
     if (!expression.exactMatch(original)) {
         return verdict_t::differs;
     }

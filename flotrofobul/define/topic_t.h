@@ -14,7 +14,8 @@ namespace utility {
 ///     [bridge/]local/<installation id>/<sender>/<destination>/<value, any number of levels>
 ///
 /// A value for one message. The installation id is shared by all engines of the process; the constructor of an engine
-/// sets it before anything is parsed. It is not protected by a lock.
+/// sets it before anything is parsed. Setting it and parsing may happen in several threads at once. The texts below are
+/// plain members: a host that reads or sets one of them sees to it that no engine is being built elsewhere.
 ///
 /// The installation id is used as a character class, so its level matches any sequence of the id's characters (4321 and
 /// 11 with the id 1234). With an empty id the class swallows what follows it and no topic is recognised: always set an

@@ -35,8 +35,10 @@ public:
     QString ToString() const { return text; }
 
 protected:
-    explicit word_t(quint32& counter) : index(counter++) {}
-    word_t(quint32& counter, const QString& word) : index(counter++), text(word) {}
+    explicit word_t(quint32& counter) : word_t(counter, QString()) {}
+    // The counters are plain numbers, and words are made in every thread.
+    word_t(quint32& counter, const QString& word) : index(__atomic_fetch_add(&counter, 1, __ATOMIC_RELAXED)), text(word)
+    {}
 };
 
 /// Role of a node.
