@@ -117,8 +117,8 @@ void protobase_t::on_subscribe(int mid, int qos_count, const int* granted_qos)
         logPending(*messages, function);
     });
     const QPointer<protobase_t> alive(this);
-    const bool refused =
-        granted_qos != nullptr && std::count(granted_qos, granted_qos + qos_count, subscriptionRefused) > 0;
+    const bool refused = granted_qos != nullptr && qos_count > 0 &&
+                         std::count(granted_qos, granted_qos + qos_count, subscriptionRefused) > 0;
     guarded(function, logSource, [&] { onSubscribe(mid, qos_count, granted_qos, topic); });
     if (alive && refused && !topic.isEmpty()) {
         advice->subscriptionRefused(topic);
