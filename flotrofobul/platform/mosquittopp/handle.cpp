@@ -85,7 +85,7 @@ int handle_t::prepare(const identity_t& identity, const QString& host)
         mosquitto_void_option(handle, MOSQ_OPT_SSL_CTX, tls->get());
         mosquitto_int_option(handle, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 0);
     }
-    return tls->load(identity.tls, host) == MOSQ_ERR_SUCCESS ? MOSQ_ERR_SUCCESS : MOSQ_ERR_TLS;
+    return tls->load(identity.tls, host, *identity.authorities) == MOSQ_ERR_SUCCESS ? MOSQ_ERR_SUCCESS : MOSQ_ERR_TLS;
 }
 
 int handle_t::dial(const QString& address, int port, int keepalive)

@@ -36,6 +36,7 @@ struct identity_t {
     will_t will;
     bool hasWill = false;
     tls_settings_t tls;
+    std::shared_ptr<authorities_t> authorities = std::make_shared<authorities_t>();
 };
 
 class handle_t {

@@ -105,7 +105,7 @@ int mosquittoppqt::tls_set(const QString& cafile, const QString& capath, const Q
     tls_settings_t& settings = link->identity.tls;
     settings = {true, settings.insecure, cafile, capath, certfile, keyfile, callback};
     tls_context_t trial;
-    const int rc = trial.load(settings, QString());
+    const int rc = trial.load(settings, QString(), *link->identity.authorities);
     if (rc != MOSQ_ERR_SUCCESS) {
         FLOTROFOBUL_LOG(::utility::logs::error, trial.reason());
     }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <flotrofobul/platform/mosquittopp/tls_context.h>
 
-#include <QtCore/QFileInfo>
 #include <QtCore/QStringList>
 #include <QtCore/QUrl>
 #include <QtNetwork/QHostAddress>
@@ -87,21 +86,15 @@ QString lastOpensslText()
     return QString::fromLatin1(text).section(QLatin1Char(':'), -1);
 }
 
-// Why a file cannot be read; empty if it can.
-QString unreadable(const QString& path)
-{
-    const QFileInfo file(path);
-    if (!file.exists()) {
-        return QStringLiteral("TLS: the file %1 does not exist").arg(path);
-    }
-    return file.isReadable() ? QString() : QStringLiteral("TLS: the file %1 may not be read").arg(path);
-}
-
 } // namespace
 
 tls_context_t::tls_context_t() : context(SSL_CTX_new(TLS_client_method()))
 {
-    SSL_CTX_set_ex_data(context, ownerIndex(), this);
+    if (SSL_CTX_set_ex_data(context, ownerIndex(), this) != 1) { // also where there is no memory for a context
+        SSL_CTX_free(context);
+        context = nullptr;
+        return;
+    }
     SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
     SSL_CTX_set_mode(context,
                      SSL_MODE_RELEASE_BUFFERS | SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
@@ -112,7 +105,7 @@ tls_context_t::tls_context_t() : context(SSL_CTX_new(TLS_client_method()))
 tls_context_t::~tls_context_t()
 {
     // libmosquitto 2.0.11 takes a reference of its own and forgets it when dialling fails early.
-    while (!released) {
+    while (context != nullptr && !released) {
         SSL_CTX_free(context);
     }
 }
@@ -124,44 +117,24 @@ int tls_context_t::fail(int code, const QString& text)
     return code;
 }
 
-int tls_context_t::load(const tls_settings_t& settings, const QString& newHost)
+int tls_context_t::load(const tls_settings_t& settings, const QString& newHost, authorities_t& authorities)
 {
     host = newHost;
     why.clear();
+    if (context == nullptr) {
+        return fail(MOSQ_ERR_NOMEM, QStringLiteral("TLS: OpenSSL is not available"));
+    }
     ERR_clear_error();
     if (!expect(settings)) {
         return fail(MOSQ_ERR_INVAL, QStringLiteral("TLS: no certificate can be for the host %1").arg(host));
     }
-    const int rc = loadAuthorities(settings);
-    return rc == MOSQ_ERR_SUCCESS ? loadOwnCertificate(settings) : rc;
-}
-
-int tls_context_t::loadAuthorities(const tls_settings_t& settings)
-{
-    if (settings.cafile.isEmpty() && settings.capath.isEmpty()) {
-        return fail(MOSQ_ERR_INVAL, QStringLiteral("TLS: no file with the certificate of an authority is configured"));
+    const int rc = authorities.load(settings.cafile, settings.capath);
+    if (rc != MOSQ_ERR_SUCCESS) {
+        return fail(rc, authorities.reason());
     }
     authority = settings.cafile.isEmpty() ? settings.capath : settings.cafile;
-    SSL_CTX_set_cert_store(context, X509_STORE_new());
-    for (const QString& path : {settings.cafile, settings.capath}) {
-        const QString problem = path.isEmpty() ? QString() : unreadable(path);
-        if (!problem.isEmpty()) {
-            return fail(MOSQ_ERR_INVAL, problem);
-        }
-    }
-    if (!settings.cafile.isEmpty()) {
-        if (QFileInfo(settings.cafile).isDir()) {
-            return fail(MOSQ_ERR_NOMEM, QStringLiteral("TLS: %1 is a directory, not a file").arg(settings.cafile));
-        }
-        if (SSL_CTX_load_verify_locations(context, settings.cafile.toLocal8Bit().constData(), nullptr) != 1) {
-            return fail(MOSQ_ERR_NOMEM,
-                        QStringLiteral("TLS: the file %1 holds no whole certificate").arg(settings.cafile));
-        }
-    }
-    if (!settings.capath.isEmpty()) {
-        SSL_CTX_load_verify_locations(context, nullptr, settings.capath.toLocal8Bit().constData());
-    }
-    return MOSQ_ERR_SUCCESS;
+    SSL_CTX_set1_cert_store(context, authorities.get());
+    return loadOwnCertificate(settings);
 }
 
 int tls_context_t::loadOwnCertificate(const tls_settings_t& settings)

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// TLS as this adapter needs it: files are read anew for every connection, the certificate is checked against the
-// configured name although an address is dialled, and failures are put into words. Internal.
+// TLS as this adapter needs it: every connection has what is in the files at its time, the certificate is checked
+// against the configured name although an address is dialled, and failures are put into words. Internal.
 #pragma once
 
+#include <flotrofobul/platform/mosquittopp/authorities.h>
 #include <flotrofobul/platform/mosquittopp/types.h>
 
 #include <QtCore/QByteArray>
@@ -31,9 +32,11 @@ public:
     tls_context_t(const tls_context_t&) = delete;
     tls_context_t& operator=(const tls_context_t&) = delete;
 
-    /// Reads the files and notes the name to check. Returns 0, or 3 for a file that is missing or unreadable, or 1 for
-    /// one that does not hold what it should; reason() says why.
-    int load(const tls_settings_t& settings, const QString& host);
+    /// Reads the files, those of the authorities if they have changed, and notes the name to check. Returns 0, or 3 for
+    /// a file that is missing or unreadable, or 1 for one that does not hold what it should; reason() says why.
+    int load(const tls_settings_t& settings, const QString& host, authorities_t& authorities);
+
+    /// Null if OpenSSL could not make one; load() then fails.
 
     ssl_ctx_st* get() const { return context; }
     /// Why loading or the last check of a certificate failed; empty if neither did.
@@ -47,7 +50,6 @@ public:
 
 private:
     int fail(int code, const QString& text);
-    int loadAuthorities(const tls_settings_t& settings);
     int loadOwnCertificate(const tls_settings_t& settings);
     bool expect(const tls_settings_t& settings);
 
