@@ -13,6 +13,8 @@
 
 using comunication::mosquittopp::lookup_t;
 
+std::unique_ptr<client_t> lastClient; // lives longer than OpenSSL, which ends with exit()
+
 class adapter_connecting : public QObject {
     Q_OBJECT
 
@@ -141,7 +143,8 @@ authority directory | good               | localhost | .                | 1 8 | 
         broker_t broker(certificates.listener("good"_s));
         QVERIFY(QFile::copy(certificates.file("ca"_s), path) && broker.start());
         log_recorder_t log(::utility::logs::info);
-        client_t client;
+        lastClient = std::make_unique<client_t>();
+        client_t& client = *lastClient;
         QCOMPARE(client.tls_set(path, {}, {}, {}), 0);
         QVERIFY(client.joins(broker.port()) && QFile::remove(path) && QFile::copy(certificates.file("half"_s), path));
         broker.kill(SIGKILL);

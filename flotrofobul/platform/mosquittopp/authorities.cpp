@@ -5,9 +5,11 @@
 #include <QtCore/QFileInfo>
 
 #include <mosquitto.h>
+#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/x509_vfy.h>
 
+#include <atomic>
 #include <tuple>
 
 namespace comunication {
@@ -21,7 +23,16 @@ auto identityOf(const struct stat& file)
                            file.st_ctim.tv_sec, file.st_ctim.tv_nsec);
 }
 
+std::atomic<bool> gone{false};
+
 } // namespace
+
+bool opensslIsGone()
+{
+    static const int watched = OPENSSL_atexit([] { gone = true; });
+    Q_UNUSED(watched)
+    return gone;
+}
 
 QString unreadable(const QString& path)
 {
@@ -39,7 +50,9 @@ authorities_t::~authorities_t()
 
 void authorities_t::drop()
 {
-    X509_STORE_free(store);
+    if (!opensslIsGone()) {
+        X509_STORE_free(store);
+    }
     store = nullptr;
 }
 

@@ -11,6 +11,10 @@ struct x509_store_st;
 namespace comunication {
 namespace mosquittopp {
 
+/// OpenSSL cleans up at exit(), and objects with static storage duration may live longer. Nothing that it has made may
+/// be touched then, not even to free it. Watches from the first call on.
+bool opensslIsGone();
+
 /// Why a file cannot be read; empty if it can.
 QString unreadable(const QString& path);
 

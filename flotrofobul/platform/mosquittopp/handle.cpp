@@ -4,6 +4,8 @@
 #include <mosquitto.h>
 #include <openssl/ssl.h>
 
+#include <unistd.h>
+
 namespace comunication {
 namespace mosquittopp {
 
@@ -39,7 +41,10 @@ std::unique_ptr<handle_t> handle_t::create(const QString& clientId, bool cleanSe
 
 handle_t::~handle_t()
 {
-    if (handle != nullptr) {
+    if (tls && opensslIsGone()) {
+        // The process ends. libmosquitto would free what OpenSSL has freed already.
+        ::close(socket());
+    } else if (handle != nullptr) {
         mosquitto_destroy(handle);
     }
 }

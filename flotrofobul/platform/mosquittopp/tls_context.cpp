@@ -88,7 +88,7 @@ QString lastOpensslText()
 
 } // namespace
 
-tls_context_t::tls_context_t() : context(SSL_CTX_new(TLS_client_method()))
+tls_context_t::tls_context_t() : context(opensslIsGone() ? nullptr : SSL_CTX_new(TLS_client_method()))
 {
     if (SSL_CTX_set_ex_data(context, ownerIndex(), this) != 1) { // also where there is no memory for a context
         SSL_CTX_free(context);
@@ -105,7 +105,7 @@ tls_context_t::tls_context_t() : context(SSL_CTX_new(TLS_client_method()))
 tls_context_t::~tls_context_t()
 {
     // libmosquitto 2.0.11 takes a reference of its own and forgets it when dialling fails early.
-    while (context != nullptr && !released) {
+    while (context != nullptr && !released && !opensslIsGone()) {
         SSL_CTX_free(context);
     }
 }
