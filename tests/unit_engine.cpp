@@ -17,6 +17,8 @@
 
 using comunication::protoclient_t;
 using comunication::protoserver_t;
+using comunication::mosquittopp::authorities_t;
+using comunication::mosquittopp::tls_context_t;
 using comunication::utility::qos_t;
 using comunication::utility::topic_t;
 using panel_t = bare_t<protoclient_t>;
@@ -192,6 +194,10 @@ private Q_SLOTS:
         QCOMPARE(link.outbox.add({}, false) + link.outbox.add({}, false), 1); // the second takes the first one's place
         QCOMPARE(link.identity.username + link.identity.password, QByteArray("up"));
         QVERIFY(link.identity.tls.insecure);
+        authorities_t authorities;
+        tls_context_t context;
+        QCOMPARE(context.load(link.identity.tls, "broker.lan."_s, authorities), 0);
+        QCOMPARE(context.serverName(), QByteArray("broker.lan"));
         QVERIFY(engine.client->getWill().payload.endsWith(u'=')); // encoded, with padding
         for (const char* const file : {"/nowhere", "/etc/passwd"}) {
             QCOMPARE(panel_t("1"_s, configured(QLatin1String(file)), "panel"_s, true).init_comunication(), 1);

@@ -175,6 +175,9 @@ bool tls_context_t::expect(const tls_settings_t& settings)
     address.setScopeId(QString()); // no certificate holds the interface
     const bool isAddress = !address.isNull();
     name = isAddress ? QByteArray() : QUrl::toAce(host);
+    if (name.endsWith('.')) { // the end of a complete name, which certificates and server names lack
+        name.chop(1);
+    }
     X509_VERIFY_PARAM* const rules = SSL_CTX_get0_param(context);
     X509_VERIFY_PARAM_set_hostflags(rules, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
     X509_VERIFY_PARAM_set1_host(rules, nullptr, 0);
