@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <tuple>
+#include <vector>
 
 namespace comunication {
 namespace mosquittopp {
@@ -34,6 +35,12 @@ bool opensslIsGone()
     return gone;
 }
 
+void keepForever(void* thing)
+{
+    static auto* const things = new std::vector<void*>;
+    things->push_back(thing);
+}
+
 QString unreadable(const QString& path)
 {
     const QFileInfo file(path);
@@ -50,7 +57,9 @@ authorities_t::~authorities_t()
 
 void authorities_t::drop()
 {
-    if (!opensslIsGone()) {
+    if (opensslIsGone()) {
+        keepForever(store);
+    } else {
         X509_STORE_free(store);
     }
     store = nullptr;

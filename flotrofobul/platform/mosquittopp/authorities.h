@@ -14,6 +14,8 @@ namespace mosquittopp {
 /// OpenSSL cleans up at exit(), and objects with static storage duration may live longer. Nothing that it has made may
 /// be touched then, not even to free it. Watches from the first call on.
 bool opensslIsGone();
+/// Keeps what may not be freed any more within reach: nobody has lost it, so that leak checkers stay silent.
+void keepForever(void* thing);
 
 /// Why a file cannot be read; empty if it can.
 QString unreadable(const QString& path);

@@ -42,8 +42,9 @@ std::unique_ptr<handle_t> handle_t::create(const QString& clientId, bool cleanSe
 handle_t::~handle_t()
 {
     if (tls && opensslIsGone()) {
-        // The process ends. libmosquitto would free what OpenSSL has freed already.
+        // The process ends. libmosquitto would call OpenSSL to free its session.
         ::close(socket());
+        keepForever(handle);
     } else if (handle != nullptr) {
         mosquitto_destroy(handle);
     }

@@ -104,8 +104,12 @@ tls_context_t::tls_context_t() : context(opensslIsGone() ? nullptr : SSL_CTX_new
 
 tls_context_t::~tls_context_t()
 {
+    if (opensslIsGone()) {
+        keepForever(context);
+        return;
+    }
     // libmosquitto 2.0.11 takes a reference of its own and forgets it when dialling fails early.
-    while (context != nullptr && !released && !opensslIsGone()) {
+    while (context != nullptr && !released) {
         SSL_CTX_free(context);
     }
 }
