@@ -103,7 +103,8 @@ try {
         FLOTROFOBUL_LOG(warning, QStringLiteral("Network is down"));
     }
     int prepared = 0;
-    if (client == nullptr) {
+    // A broker client stays in the thread in which it was made, also when its engine has moved on.
+    if (client == nullptr || client->thread() != thread()) {
         FLOTROFOBUL_LOG(info, QStringLiteral("Init comunication"));
         prepared = init_comunication();
     } else if (system->getClientid() != formerId) {

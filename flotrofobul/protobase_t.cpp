@@ -85,15 +85,6 @@ void wire(mosquittopp::mosquittoqt* client, protobase_t* engine)
     QObject::connect(client, &mosquittopp::mosquittoppqt::onLinkProblem, engine, &protobase_t::onLinkProblem);
 }
 
-// From the event loop, after pending signals; it may be emitting one now.
-void letGo(mosquittopp::mosquittoqt* client)
-{
-    if (client != nullptr) {
-        client->setParent(nullptr);
-        client->deleteLater();
-    }
-}
-
 } // namespace
 
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding)
@@ -143,7 +134,9 @@ protobase_t::~protobase_t()
     messages.reset();
     delete system.data();
     delete configuration.data();
-    letGo(client);
+    if (client != nullptr) {
+        client->deleteLater(); // from the event loop, after pending signals
+    }
 }
 
 QString protobase_t::getClientId() const
@@ -251,11 +244,10 @@ try {
     auto* const mqtt = configuration->getMqtt();
     if (client != nullptr) {
         client->disconnect(this);
-        letGo(client);
+        client->deleteLater();
     }
-    // A child, so that it moves with the engine to another thread.
     client = new mosquittopp::mosquittoqt(system->getClientid(), mqtt->getConnect()->getCleansession(),
-                                          mqtt->getGlobal()->getAutoconnect(), this);
+                                          mqtt->getGlobal()->getAutoconnect());
     client->setConnectTimeout(mqtt->getConnect()->getTimeout());
     client->setOutboxLimits(mqtt->getConnect()->getOutbox_messages(), mqtt->getConnect()->getOutbox_bytes());
     client->setMaxPacketBytes(mqtt->getConnect()->getMax_packet_bytes());

@@ -89,8 +89,8 @@ after PUBREC        | 2 x       | PUBREL .                    | 7     | CONNECT 
 before PUBREC, kept | 2 x       | PUBLISH ., CONNECT 20020100 | 7     | CONNECT PUBLISH PUBREL |
 after PUBREC, kept  | 2 x       | PUBREL ., CONNECT 20020100  | 7     | CONNECT PUBREL         |
 kept and forgotten  | 2 x       | PUBREL ., CONNECT 20020000  | 7     | CONNECT PUBLISH PUBREL | forgotten the session
-poison              | 2 x bad x | bad ., bad ., bad .         | 7 7 7 | CONNECT PUBLISH PUBREL | at it: house/a
-poison, kept        | 2 x bad x | bad ., bad ., bad .         | 7 7 7 | CONNECT PUBLISH PUBREL | at it: house/a
+poison              | 2 x bad x | bad ., bad ., bad ., bad ., bad ., bad . | 7 7 7 7 7 7 | CONNECT PUBLISH PUBREL | at it: house/a
+bad network         | 2 x       | PUBLISH !, PUBLISH !, PUBLISH !, PUBLISH !, PUBLISH ! | 7 7 7 7 7 | CONNECT PUBLISH PUBREL |
 half a packet       | 1 x       | PUBLISH 3010.               | 14    | CONNECT PUBLISH        | middle of a packet
 reserved type       | 1 x       | PUBLISH f000                | 2     | CONNECT PUBLISH        | protocol does not know
 no UTF-8            | 1 x       | PUBLISH 30040002c328        | 18    | CONNECT PUBLISH        | protocol does not know

@@ -26,6 +26,7 @@ void delivery_t::deliverLater()
 
 void delivery_t::timerEvent(QTimerEvent* /*event*/)
 {
+    nextTurn.stop(); // a slot may run an event loop of its own, in which only a new timer fires
     deliver();
 }
 
@@ -40,6 +41,7 @@ bool delivery_t::deliver()
         const event_t event = std::move(events.front());
         events.pop_front();
         ends -= event.kind == event_t::disconnected;
+        bytes -= event.payloadlen;
         deliverLater();
         receiver(event);
         if (!alive) {

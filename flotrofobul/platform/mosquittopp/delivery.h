@@ -35,15 +35,18 @@ public:
     /// Passes one event to the host, which may delete this object while handling it.
     using receiver_t = std::function<void(const event_t&)>;
 
-    explicit delivery_t(receiver_t receiver) : receiver(std::move(receiver)) {}
+    delivery_t(receiver_t receiver, QObject* parent) : QObject(parent), receiver(std::move(receiver)) {}
 
     /// Adds an event; call deliver() or deliverLater() afterwards.
     void push(event_t event)
     {
         ends += event.kind == event_t::disconnected;
+        bytes += event.payloadlen;
         events.push_back(std::move(event));
     }
     bool isEmpty() const { return events.empty(); }
+    /// Bytes of the payloads that wait.
+    qint64 pendingBytes() const { return bytes; }
     /// How many ends of connections are still to be reported.
     int pendingEnds() const { return ends; }
     /// Delivers on the next turn of the event loop.
@@ -61,6 +64,7 @@ private:
     const receiver_t receiver;
     std::deque<event_t> events;
     int ends = 0;
+    qint64 bytes = 0;
     QBasicTimer nextTurn;
 };
 

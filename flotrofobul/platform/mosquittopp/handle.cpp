@@ -1,10 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include <flotrofobul/platform/mosquittopp/handle.h>
 
-#include <mosquitto.h>
-#include <openssl/ssl.h>
+#include <flotrofobul/platform/mosquittopp/outbox.h>
+#include <flotrofobul/platform/mosquittopp/process.h>
 
+#include <mosquitto.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <sys/socket.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <tuple>
 
 namespace comunication {
 namespace mosquittopp {
@@ -21,7 +28,19 @@ SSL* sessionOf(::mosquitto* handle)
     return static_cast<SSL*>(mosquitto_ssl_get(handle));
 }
 
+auto membersOf(const identity_t& one)
+{
+    return std::tie(one.clientId, one.username, one.password, one.hasWill, one.will.topic, one.will.payload,
+                    one.will.qos, one.will.retain, one.tls.wanted, one.tls.insecure, one.tls.cafile, one.tls.capath,
+                    one.tls.certfile, one.tls.keyfile, one.tls.passwordCallback);
+}
+
 } // namespace
+
+bool operator==(const identity_t& left, const identity_t& right)
+{
+    return membersOf(left) == membersOf(right);
+}
 
 std::unique_ptr<handle_t> handle_t::create(const QString& clientId, bool cleanSession, handle_listener_t* listener)
 {
@@ -30,9 +49,13 @@ std::unique_ptr<handle_t> handle_t::create(const QString& clientId, bool cleanSe
     std::unique_ptr<handle_t> result(new handle_t);
     result->listener = listener;
     result->id = clientId;
-    result->handle = mosquitto_new(clientId.toUtf8().constData(), cleanSession, result.get());
-    if (result->handle == nullptr) {
-        return nullptr;
+    {
+        const handle_creation_t creation;
+        result->handle = mosquitto_new(clientId.toUtf8().constData(), cleanSession, result.get());
+        if (result->handle == nullptr) {
+            return nullptr;
+        }
+        creation.removePair(result->handle);
     }
     mosquitto_int_option(result->handle, MOSQ_OPT_TCP_NODELAY, 1);
     result->setCallbacks();
@@ -43,11 +66,30 @@ handle_t::~handle_t()
 {
     if (tls && opensslIsGone()) {
         // The process ends. libmosquitto would call OpenSSL to free its session.
-        ::close(socket());
+        ::close(mosquitto_socket(handle));
         keepForever(handle);
-    } else if (handle != nullptr) {
-        mosquitto_destroy(handle);
+        return;
     }
+    if (handle == nullptr) {
+        return;
+    }
+    // The connection of the process that forked this one lives on: closing it here would end TLS for both.
+    if (!hasEnded() && descriptor >= 0 && process != ::getpid()) {
+        replaceByNull(descriptor);
+    }
+    mosquitto_destroy(handle);
+}
+
+// An error that the host has left behind in OpenSSL's queue would be taken for one of this connection.
+template <typename call_t>
+outcome_t handle_t::call(call_t&& library)
+{
+    if (tls) {
+        ERR_clear_error();
+    }
+    errno = 0;
+    const int code = library();
+    return {closeSeen ? closeCode : code, errno};
 }
 
 void handle_t::setCallbacks()
@@ -94,20 +136,80 @@ int handle_t::prepare(const identity_t& identity, const QString& host)
     return tls->load(identity.tls, host, *identity.authorities) == MOSQ_ERR_SUCCESS ? MOSQ_ERR_SUCCESS : MOSQ_ERR_TLS;
 }
 
-int handle_t::dial(const QString& address, int port, int keepalive)
+outcome_t handle_t::dial(const QString& address, int port, seconds_t keepalive)
 {
     closeSeen = false;
-    return mosquitto_connect_async(handle, address.toLatin1().constData(), port, keepalive);
+    closeCode = 0;
+    process = ::getpid();
+    const QByteArray host = address.toLatin1();
+    const outcome_t outcome =
+        call([&] { return mosquitto_connect_async(handle, host.constData(), port, keepalive.count()); });
+    descriptor = mosquitto_socket(handle);
+    if (descriptor >= 0) {
+        closeOnExec(descriptor);
+    }
+    return outcome;
 }
 
-int handle_t::socket() const
+outcome_t handle_t::read()
 {
-    return mosquitto_socket(handle);
+    return call([this] { return mosquitto_loop_read(handle, 1); });
+}
+
+outcome_t handle_t::write()
+{
+    return call([this] { return mosquitto_loop_write(handle, 1); });
+}
+
+outcome_t handle_t::checkKeepalive()
+{
+    return call([this] { return mosquitto_loop_misc(handle); });
+}
+
+outcome_t handle_t::disconnect()
+{
+    return call([this] { return mosquitto_disconnect(handle); });
+}
+
+outcome_t handle_t::publish(letter_t& letter)
+{
+    return call([&] {
+        return mosquitto_publish(handle, &letter.wireMid, letter.topic.constData(), letter.payload.size(),
+                                 letter.payload.constData(), letter.qos, letter.retain);
+    });
+}
+
+outcome_t handle_t::subscribe(int* wireMid, const QByteArray& filter, int qos)
+{
+    return call([&] { return mosquitto_subscribe(handle, wireMid, filter.constData(), qos); });
+}
+
+outcome_t handle_t::unsubscribe(int* wireMid, const QByteArray& filter)
+{
+    return call([&] { return mosquitto_unsubscribe(handle, wireMid, filter.constData()); });
+}
+
+void handle_t::cut()
+{
+    if (descriptor >= 0 && !hasEnded() && process == ::getpid()) {
+        ::shutdown(descriptor, SHUT_RDWR);
+    }
+}
+
+bool handle_t::hasEnded() const
+{
+    return closeSeen || mosquitto_socket(handle) != descriptor;
 }
 
 bool handle_t::wantsWrite() const
 {
     return mosquitto_want_write(handle);
+}
+
+bool handle_t::hasBufferedInput() const
+{
+    const SSL* const session = tls ? sessionOf(handle) : nullptr;
+    return session != nullptr && SSL_pending(session) > 0;
 }
 
 bool handle_t::handshakeDone() const
@@ -126,7 +228,8 @@ void handle_t::listenToLog(bool on)
 {
     using log_callback_t = void (*)(::mosquitto*, void*, int, const char*);
     const log_callback_t note = [](::mosquitto*, void* self, int level, const char* text) {
-        static_cast<handle_t*>(self)->listener->lineWritten(level, text);
+        auto* const handle = static_cast<handle_t*>(self);
+        handle->listener->lineWritten(*handle, level, text);
     };
     mosquitto_log_callback_set(handle, on ? note : nullptr);
 }

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Owns one libmosquitto handle and what is registered with it. Internal.
+// Owns one libmosquitto handle and what is registered with it; every call of the library is made here. Internal.
 #pragma once
 
+#include <flotrofobul/platform/limits.h>
 #include <flotrofobul/platform/mosquittopp/tls_context.h>
 #include <flotrofobul/platform/mosquittopp/types.h>
 
@@ -13,6 +14,9 @@ struct mosquitto_message;
 namespace comunication {
 namespace mosquittopp {
 
+class handle_t;
+struct letter_t;
+
 /// What a handle reports from inside a call of libmosquitto. The library hangs or crashes when it is called from there,
 /// so a listener only takes notes.
 class handle_listener_t {
@@ -22,7 +26,7 @@ public:
     virtual void messageArrived(const mosquitto_message& message) = 0;
     virtual void subscribed(int wireMid, int count, const int* granted) = 0;
     virtual void unsubscribed(int wireMid) = 0;
-    virtual void lineWritten(int level, const char* text) = 0;
+    virtual void lineWritten(handle_t& handle, int level, const char* text) = 0;
 
 protected:
     ~handle_listener_t() = default;
@@ -38,6 +42,14 @@ struct identity_t {
     tls_settings_t tls;
     std::shared_ptr<authorities_t> authorities = std::make_shared<authorities_t>();
 };
+bool operator==(const identity_t& left, const identity_t& right);
+
+/// What a call of libmosquitto came to: its code, or the one with which it ended the connection, and errno where that
+/// tells more.
+struct outcome_t {
+    int code = 0;
+    int systemError = 0;
+};
 
 class handle_t {
 public:
@@ -48,35 +60,54 @@ public:
     /// Registers credentials and last will and sets TLS up for a host; reads all files anew. Returns a code of
     /// libmosquitto; it is 8 for TLS, and tlsReason() says why.
     int prepare(const identity_t& identity, const QString& host);
+    QString tlsReason() const { return tls ? tls->reason() : QString(); }
 
     /// Starts to dial; forgets that an earlier connection has ended.
-    int dial(const QString& address, int port, int keepalive);
+    outcome_t dial(const QString& address, int port, seconds_t keepalive);
+    /// Reads what is there: as many packets as libmosquitto sees fit, and one step of a TLS handshake.
+    outcome_t read();
+    outcome_t write();
+    /// Sends a PINGREQ when it is time, and closes the connection when the last one was not answered.
+    outcome_t checkKeepalive();
+    outcome_t disconnect();
+    outcome_t publish(letter_t& letter);
+    outcome_t subscribe(int* wireMid, const QByteArray& filter, int qos);
+    outcome_t unsubscribe(int* wireMid, const QByteArray& filter);
 
-    ::mosquitto* get() const { return handle; }
-    int socket() const;
+    /// Ends the connection without a word; the library notices with its next call.
+    void cut();
+    /// The socket of the connection; -1 without one.
+    int socket() const { return descriptor; }
+    /// Whether the library has closed the connection.
+    bool hasEnded() const;
+
     bool wantsWrite() const;
+    /// Whether OpenSSL holds bytes that were read from the socket: no notifier tells of them.
+    bool hasBufferedInput() const;
     bool handshakeDone() const;
     bool handshakeWantsWrite() const;
-    QString tlsReason() const { return tls ? tls->reason() : QString(); }
+
     const QString& clientId() const { return id; }
     bool isSecure() const { return tls != nullptr; }
 
     /// The library formats a line for every packet, so this is on only while somebody reads them.
     void listenToLog(bool on);
 
-    /// libmosquitto has reported the end of the connection, with this code.
-    bool closeSeen = false;
-    int closeCode = 0;
-
 private:
     handle_t() = default;
     void setCallbacks();
+    template <typename call_t>
+    outcome_t call(call_t&& library);
 
     // Destroyed after the handle that uses it.
     std::unique_ptr<tls_context_t> tls;
     ::mosquitto* handle = nullptr;
     handle_listener_t* listener = nullptr;
     QString id;
+    int process = 0; // that made the connection; a fork's child must not end it
+    int descriptor = -1;
+    bool closeSeen = false;
+    int closeCode = 0;
 };
 
 } // namespace mosquittopp

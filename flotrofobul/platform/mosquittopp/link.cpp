@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: MIT
-// An established connection: reading, writing, what is published and what arrives.
+// An established link: reading, writing, what is published and what arrives.
 #include <flotrofobul/platform/mosquittopp/link.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
 
+#include <QtCore/QPointer>
 #include <QtCore/QTimerEvent>
 
 #include <mosquitto.h>
-
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
 
 #include <cerrno>
 #include <chrono>
@@ -22,10 +19,12 @@ namespace {
 
 using namespace ::utility::logs;
 
-// Several packets per wake-up, but never so many that the rest of the event loop has to wait.
-constexpr int mostReads = 64;
-constexpr std::chrono::milliseconds longestRead{5};
+// Many packets per wake-up, but never so many that the rest of the event loop has to wait.
+constexpr std::chrono::milliseconds longestTurn{5};
+constexpr int lettersBetweenLooks = 32; // at the clock
 constexpr milliseconds_t shortestHousekeeping{500};
+// More bytes than any packet has that is not reported: the rest of a long one is under way.
+constexpr std::uint64_t longPacket = 1000;
 
 bool endsConnection(int rc)
 {
@@ -55,10 +54,19 @@ int refuse(const verdict_t& verdict, const char* what, const QString& value)
     return verdict.code;
 }
 
-link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect)
-    : cleanSession(cleanSession), autoconnect(autoconnect), delivery(std::move(receiver))
+link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect,
+               QObject* parent)
+    : QObject(parent), autoconnect(autoconnect), session(cleanSession),
+      dialler({[this] { return takeHandle(); }, [this] { return !session.isResuming(); },
+               [this](std::unique_ptr<handle_t> used) { session.giveBack(std::move(used)); }},
+              this),
+      delivery(std::move(receiver), this)
 {
     identity.clientId = clientId;
+    dialler.finished = [this] {
+        conclude(false);
+        finish(MOSQ_ERR_SUCCESS);
+    };
     delivery.drained = [this] {
         if (congested) {
             congested = false;
@@ -70,7 +78,7 @@ link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cl
 link_t::~link_t()
 {
     noteDropped(0);
-    dropNotifiers();
+    flush();
 }
 
 int link_t::publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain)
@@ -83,16 +91,7 @@ int link_t::publish(int* mid, const QString& topic, const QString& payload, int 
     letter.payload = payload.toUtf8();
     letter.qos = qos;
     letter.retain = retain;
-    verdict_t verdict = checkQos(qos);
-    if (verdict.code == MOSQ_ERR_SUCCESS) {
-        verdict = checkTopic(letter.topic);
-    }
-    if (verdict.code == MOSQ_ERR_SUCCESS && letter.payload.size() > longestPayload) {
-        verdict = {MOSQ_ERR_PAYLOAD_SIZE, "it is longer than the protocol allows"};
-    }
-    if (verdict.code == MOSQ_ERR_SUCCESS && !isConnected() && letter.bytes() > outbox.bytesLimit()) {
-        verdict = {MOSQ_ERR_PAYLOAD_SIZE, "without a connection it does not fit into the outbox"};
-    }
+    const verdict_t verdict = check(letter);
     if (verdict.code != MOSQ_ERR_SUCCESS) {
         return refuse(verdict, "message to", topic);
     }
@@ -100,19 +99,37 @@ int link_t::publish(int* mid, const QString& topic, const QString& payload, int 
     if (mid != nullptr) {
         *mid = letter.mid;
     }
-    if (const int dropped = outbox.add(std::move(letter), isConnected()); dropped > 0) {
-        noteDropped(dropped);
-    }
+    noteDropped(outbox.add(std::move(letter), isConnected()));
     pump();
-    delivery.deliverLater();
-    return MOSQ_ERR_SUCCESS;
+    return finish(MOSQ_ERR_SUCCESS);
+}
+
+verdict_t link_t::check(const letter_t& letter) const
+{
+    verdict_t verdict = checkQos(letter.qos);
+    if (verdict.code == MOSQ_ERR_SUCCESS) {
+        verdict = checkTopic(letter.topic);
+    }
+    if (verdict.code != MOSQ_ERR_SUCCESS) {
+        return verdict;
+    }
+    if (letter.payload.size() > longestPayload) {
+        return {MOSQ_ERR_PAYLOAD_SIZE, "it is longer than the protocol allows"};
+    }
+    if (!isConnected() && letter.bytes() > outbox.bytesLimit()) {
+        return {MOSQ_ERR_PAYLOAD_SIZE, "without a connection it does not fit into the outbox"};
+    }
+    if (isConnected() && !outbox.hasRoom(letter.bytes())) {
+        return {MOSQ_ERR_NOMEM, "too many others wait for the broker"};
+    }
+    return verdict;
 }
 
 void link_t::withdraw(int mid)
 {
     // A handle that has sent the message would send it again.
     if (outbox.withdraw(mid)) {
-        resumable = false;
+        session.forget();
     }
 }
 
@@ -125,18 +142,17 @@ int link_t::subscribe(int* mid, const QString& filter, int qos)
         }
         return refuse(verdict, "subscription of", filter);
     }
-    return request(mid, filter, mosquitto_subscribe, qos);
+    return request(mid, filter,
+                   [this, qos](int* wireMid, const QByteArray& text) { return handle->subscribe(wireMid, text, qos); });
 }
 
 int link_t::unsubscribe(int* mid, const QString& filter)
 {
-    const auto call = [](::mosquitto* handle, int* wireMid, const char* text, int) {
-        return mosquitto_unsubscribe(handle, wireMid, text);
-    };
-    return request(mid, filter, call, 0);
+    return request(mid, filter,
+                   [this](int* wireMid, const QByteArray& text) { return handle->unsubscribe(wireMid, text); });
 }
 
-int link_t::request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos)
+int link_t::request(int* mid, const QString& filter, const std::function<outcome_t(int*, const QByteArray&)>& call)
 {
     if (mid != nullptr) {
         *mid = 0;
@@ -153,67 +169,78 @@ int link_t::request(int* mid, const QString& filter, int (*call)(::mosquitto*, i
         return refuse({MOSQ_ERR_NOMEM, "too many others wait for the broker"}, "subscription of", filter);
     }
     int wireMid = 0;
-    const int rc = call(handle->get(), &wireMid, text.constData(), qos);
-    const int systemError = errno;
-    if (rc == MOSQ_ERR_SUCCESS) {
+    const outcome_t outcome = call(&wireMid, text);
+    if (outcome.code == MOSQ_ERR_SUCCESS) {
         const int number = outbox.nextMid();
         outbox.addRequest(number, wireMid);
         if (mid != nullptr) {
             *mid = number;
         }
     }
-    if (endsConnection(rc)) {
-        settle(rc, systemError);
+    if (endsConnection(outcome.code)) {
+        settle(outcome);
     } else {
         watch();
     }
-    delivery.deliverLater();
-    return rc;
+    return finish(outcome.code);
 }
 
 void link_t::setLogging(bool on)
 {
     logging = on;
-    if (isConnected()) {
-        handle->listenToLog(on);
+    listenToLog();
+}
+
+// A session that is kept needs the lines for its book of what is being received.
+void link_t::listenToLog()
+{
+    if (handle) {
+        handle->listenToLog(logging || !session.isClean());
     }
 }
 
 void link_t::pump()
 {
+    QElapsedTimer turn;
+    turn.start();
     const moment_t now = moment_t::clock::now();
-    while (isConnected()) {
+    for (int count = 1; isConnected() && !session.inbound.hasLeftovers(); ++count) {
         letter_t* const letter = outbox.takeNext(now);
         if (letter == nullptr) {
             break;
         }
         // A QoS 0 message is acknowledged inside the call, and its letter is gone afterwards.
-        const int rc =
-            mosquitto_publish(handle->get(), &letter->wireMid, letter->topic.constData(), letter->payload.size(),
-                              letter->payload.constData(), letter->qos, letter->retain);
-        const int systemError = errno;
-        if (endsConnection(rc)) {
-            settle(rc, systemError);
+        const outcome_t outcome = handle->publish(*letter);
+        if (endsConnection(outcome.code)) {
+            settle(outcome);
             return;
         }
-        if (rc != MOSQ_ERR_SUCCESS) {
-            refuse({rc, mosquitto_strerror(rc)}, "message to", QString::fromUtf8(letter->topic));
+        if (outcome.code != MOSQ_ERR_SUCCESS) {
+            const verdict_t verdict{outcome.code, mosquitto_strerror(outcome.code)};
+            say(error, refusalText(verdict, "message to", QString::fromUtf8(letter->topic)), "refuse", __LINE__);
             outbox.discardNewest();
+        }
+        if (count % lettersBetweenLooks == 0 && turn.hasExpired(longestTurn.count())) {
+            nextTurn.start(0, this);
+            break;
         }
     }
     watch();
 }
 
-void link_t::readable()
+void link_t::readable(watcher_t& /*watcher*/)
 {
-    readStep();
+    read();
     pump();
     congested = false;
-    if (!delivery.deliver()) {
+    if (!flush() || !delivery.deliver()) {
         return;
     }
-    if (outbox.awaitsAnswers()) {
-        acknowledgeNow();
+    // The kernel holds an acknowledgement back for 40 ms, hoping to send it along with data, and a broker with Nagle's
+    // algorithm waits for exactly that before it sends the rest of a burst. So whatever is still owed after our own
+    // answers goes out at once.
+    if (isConnected() && outbox.awaitsAnswers()) {
+        tcp::acknowledge(handle->socket(), tcp::quickly_t::once);
     }
     if (!delivery.isEmpty()) {
         congested = true;
@@ -221,195 +248,200 @@ void link_t::readable()
     }
 }
 
-void link_t::writable()
+void link_t::writable(watcher_t& /*watcher*/)
 {
-    writeStep();
+    settle(handle->write());
     pump();
-    delivery.deliver();
+    if (flush()) {
+        delivery.deliver();
+    }
 }
 
-bool link_t::readStep()
+bool link_t::read()
 {
-    if (state == state_t::securing && !handshakeStands()) {
-        return false;
-    }
-    QElapsedTimer turn;
-    turn.start();
-    for (int count = 0; count < mostReads; ++count) {
-        errno = 0;
-        const int rc = mosquitto_loop_read(handle->get(), 1);
-        const int systemError = errno;
-        if (!settle(rc, systemError)) {
+    readTurn.start();
+    outcome_t outcome;
+    do {
+        outcome = handle->read();
+        if (!settle(outcome)) {
             return false;
         }
-        if (systemError == EAGAIN || !isConnected() || turn.hasExpired(longestRead.count())) {
-            break;
-        }
-    }
-    if (isUnderWay()) {
-        acknowledgeNow();
-    }
+    } while (outcome.systemError != EAGAIN && !readTurn.hasExpired(longestTurn.count()));
     return true;
 }
 
-void link_t::writeStep()
+// Looks at what a library call did to the connection; false if it has ended.
+bool link_t::settle(outcome_t outcome)
 {
-    if (state == state_t::dialling) {
-        dialled();
-        return;
-    }
-    errno = 0;
-    // libmosquitto drives a TLS handshake from its reading side only.
-    const int rc =
-        state == state_t::securing ? mosquitto_loop_read(handle->get(), 1) : mosquitto_loop_write(handle->get(), 1);
-    settle(rc, errno);
-}
-
-// When the other side closes the connection during the handshake, libmosquitto would retry forever.
-bool link_t::handshakeStands()
-{
-    char byte;
-    const ssize_t count = ::recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-    if (count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR))) {
-        return true;
-    }
-    addressFailed(MOSQ_ERR_TLS, count == 0 ? 0 : errno);
-    return false;
-}
-
-// Checks what a library call did to the connection; false if it has ended or been replaced.
-bool link_t::settle(int rc, int systemError)
-{
-    const bool gone = rc != MOSQ_ERR_SUCCESS || handle->closeSeen || handle->socket() != descriptor;
-    const int code = handle->closeSeen ? handle->closeCode : rc;
+    const bool gone = outcome.code != MOSQ_ERR_SUCCESS || handle->hasEnded();
     if (state == state_t::closing) {
         gone ? closed() : watch();
         return false;
     }
-    if (answerSeen) {
-        answered();
+    if (gone) {
+        renews ? renew() : lost(outcome);
+        return false;
     }
-    if (!gone) {
-        if (state == state_t::securing && handle->handshakeDone()) {
-            state = state_t::greeting;
-        }
-        watch();
-        return true;
+    // Another moment to replace a handle that holds stale messages: nothing is half done, in either direction.
+    if (session.inbound.hasLeftovers() && !session.inbound.isReceiving() && !outbox.awaitsAnswers() &&
+        !handle->wantsWrite()) {
+        renew();
+        return false;
     }
-    if (startAnew) {
-        beginAnew();
-    } else if (isConnected()) {
-        lost(code, systemError);
-    } else {
-        addressFailed(code, systemError);
-    }
-    return false;
-}
-
-bool link_t::wantsWrite() const
-{
-    switch (state) {
-    case state_t::dialling: return true;
-    case state_t::securing: return handle->handshakeWantsWrite();
-    default: return handle->wantsWrite();
-    }
+    watch();
+    return true;
 }
 
 void link_t::watch()
 {
-    if (synchronous || descriptor < 0) {
-        return;
+    if (watcher) {
+        watcher->update(!congested, handle->wantsWrite());
     }
-    if (!reader) {
-        reader = std::make_unique<QSocketNotifier>(descriptor, QSocketNotifier::Read);
-        writer = std::make_unique<QSocketNotifier>(descriptor, QSocketNotifier::Write);
-        QObject::connect(reader.get(), &QSocketNotifier::activated, this, &link_t::readable);
-        QObject::connect(writer.get(), &QSocketNotifier::activated, this, &link_t::writable);
-    }
-    reader->setEnabled(state != state_t::dialling && !congested);
-    writer->setEnabled(wantsWrite());
-}
-
-void link_t::dropNotifiers()
-{
-    descriptor = -1;
-    reader.reset();
-    writer.reset();
-}
-
-// The kernel holds an acknowledgement back for 40 ms, hoping to send it along with data, and a broker with Nagle's
-// algorithm waits for exactly that before it sends the rest of a burst. So whatever is still owed after our own answers
-// goes out at once. An even value does so once and lets later acknowledgements travel with later answers; an odd one
-// costs a segment for every packet, which is right only while a connection is made: the broker's half of a TLS
-// handshake comes in several pieces.
-void link_t::acknowledgeNow()
-{
-#ifdef TCP_QUICKACK
-    const int mode = isUnderWay() ? 1 : 2;
-    if (descriptor >= 0) {
-        ::setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &mode, sizeof mode);
-    }
-#endif
 }
 
 milliseconds_t link_t::housekeepingInterval() const
 {
     const milliseconds_t longest =
-        keepalive == seconds_t::zero() ? limits::interval.highest : milliseconds_t(keepalive) / 4;
+        target.keepalive == seconds_t::zero() ? limits::interval.highest : milliseconds_t(target.keepalive) / 4;
     return std::clamp(interval, shortestHousekeeping, longest);
 }
 
-void link_t::timerEvent(QTimerEvent*)
+void link_t::timerEvent(QTimerEvent* event)
 {
-    switch (state) {
-    case state_t::connected: {
-        errno = 0;
-        const int rc = mosquitto_loop_misc(handle->get());
-        settle(rc, errno);
-        break;
+    if (event->timerId() == nextTurn.timerId()) {
+        nextTurn.stop();
+        pump();
+    } else {
+        switch (state) {
+        case state_t::connected: keepHouse(); break;
+        case state_t::closing: closed(); break;
+        case state_t::waiting: dial(wait_t::no, false); break;
+        default: timer.stop();
+        }
     }
-    case state_t::closing: closed(); break;
-    case state_t::waiting: attempt(); break;
-    case state_t::idle: timer.stop(); break;
-    default: expired();
+    finish(MOSQ_ERR_SUCCESS);
+}
+
+// Judges the link by the keep-alive, but first reads what came while the host was busy. While a long packet moves the
+// link is alive, although the library sees no whole one.
+void link_t::keepHouse()
+{
+    const bool mayRead = delivery.pendingBytes() <= maxPacketBytes;
+    if (mayRead && !read()) {
+        return;
     }
-    delivery.deliverLater();
+    pump();
+    if (!isConnected()) {
+        return;
+    }
+    const tcp::traffic_t traffic = tcp::traffic(handle->socket());
+    const bool sends = isSending(traffic);
+    const bool receives = mayRead ? isReceiving(traffic) : tcp::hasInput(handle->socket());
+    lastTraffic = traffic;
+    if (receives) {
+        giveSignOfLife();
+    } else if (!sends) {
+        settle(handle->checkKeepalive());
+    }
+}
+
+bool link_t::isSending(const tcp::traffic_t& traffic) const
+{
+    const bool hasLongPacket = handle->wantsWrite() || traffic.queued > static_cast<int>(longPacket);
+    return hasLongPacket && traffic.acknowledged != lastTraffic.acknowledged;
+}
+
+bool link_t::isReceiving(const tcp::traffic_t& traffic)
+{
+    if (packetSeen) {
+        packetSeen = false;
+        receivedAtPacket = traffic.received;
+    }
+    return traffic.received != lastTraffic.received && traffic.received - receivedAtPacket > longPacket;
+}
+
+// The answer to a PINGREQ would come behind the packet that is under way, too late for the library, and the broker
+// wants to hear something, too. It answers that nobody is subscribed to this, and that is all.
+void link_t::giveSignOfLife()
+{
+    if (target.keepalive != seconds_t::zero() &&
+        (!signOfLife.isValid() || signOfLife.hasExpired(milliseconds_t(target.keepalive).count() / 2))) {
+        signOfLife.start();
+        int wireMid = 0;
+        settle(handle->unsubscribe(&wireMid, QByteArrayLiteral("still/receiving")));
+    }
 }
 
 void link_t::noteDropped(int count)
 {
     if (count > 0 && droppedCount == 0) {
-        FLOTROFOBUL_LOG(warning, "Outbox is full, the oldest messages go until the broker takes them"_l1);
+        say(warning, "Outbox is full, the oldest messages go until the broker takes them"_l1, __func__, __LINE__);
     }
     droppedCount += count;
-    if (count == 0 && droppedCount > 0) {
-        FLOTROFOBUL_LOG(warning, "Messages dropped from the full outbox: "_l1 + QString::number(droppedCount));
+    if (count == 0 && isConnected() && droppedCount > 0) {
+        say(warning, "Messages dropped from the full outbox: "_l1 + QString::number(droppedCount), __func__, __LINE__);
         droppedCount = 0;
     }
+}
+
+void link_t::say(int level, const QString& text, const char* function, int number)
+{
+    lines.push_back({level, text, function, number});
+}
+
+// False if this object was deleted meanwhile. What a sink makes this object say is for the next turn, or it would never
+// end where the sink dials at every line.
+bool link_t::flush()
+{
+    if (lines.empty() || flushing) {
+        return true;
+    }
+    const QPointer<link_t> alive(this);
+    flushing = true;
+    for (const line_t& line : std::exchange(lines, {})) {
+        FLOTROFOBUL_LOG_AT(line.level, line.text, line.function, logSource, line.number);
+    }
+    if (alive.isNull()) {
+        return false;
+    }
+    flushing = false;
+    if (!lines.empty()) {
+        nextTurn.start(0, this);
+    }
+    return true;
+}
+
+// Ends an operation or an event: no signal comes from inside.
+int link_t::finish(int rc)
+{
+    if (flush()) {
+        delivery.deliverLater();
+    }
+    return rc;
 }
 
 void link_t::brokerAnswered(int rc, int flags)
 {
     // On a fast network a single call may end the handshake, send CONNECT and read the answer.
-    if ((state != state_t::greeting && state != state_t::securing) || answerSeen) {
+    if (!dialler.mayAnswer()) {
         return; // a second answer that nobody asked for
     }
     const bool sessionPresent = flags & 1;
-    // At this point the library resumes half-finished QoS 2 exchanges. A broker that has forgotten the first half
-    // confirms the second without having the message, and a new message is taken for the rest of one that was half
-    // received. A DISCONNECT sent now prevents both.
-    if (rc == 0 && resumable && !sessionPresent) {
-        startAnew = true;
-        mosquitto_disconnect(handle->get());
-        return;
+    const bool resuming = session.isResuming();
+    const bool anew = rc == 0 && !session.begins(sessionPresent);
+    dialler.noteAnswer(rc, anew);
+    if (!anew) {
+        delivery.push(event_t(event_t::connected, rc, flags));
+    } else if (resuming) {
+        say(warning, "The broker has forgotten the session, a new one is begun"_l1, __func__, __LINE__);
+    } else if (sessionPresent) {
+        say(warning, "The broker holds an old session of this client, which is ended"_l1, __func__, __LINE__);
     }
-    answerSeen = true;
-    outcome = rc;
-    delivery.push(event_t(event_t::connected, rc, flags));
 }
 
 void link_t::acknowledged(int wireMid)
 {
+    packetSeen = true;
     const int mid = outbox.acknowledge(wireMid);
     if (mid > 0) {
         delivery.push(event_t(event_t::published, mid));
@@ -418,9 +450,16 @@ void link_t::acknowledged(int wireMid)
 
 void link_t::messageArrived(const mosquitto_message& message)
 {
+    packetSeen = true;
+    // The library reads on until nothing is left, which may be long. This ends its loop after this packet.
+    if (readTurn.hasExpired(longestTurn.count())) {
+        errno = EAGAIN;
+    }
     if (message.payloadlen > maxPacketBytes) {
-        FLOTROFOBUL_LOG(warning, "Message dropped, it is longer than "_l1 + QString::number(maxPacketBytes) +
-                                     " bytes: "_l1 + QString::fromUtf8(message.topic).left(120));
+        say(warning,
+            "Message dropped, it is longer than "_l1 + QString::number(maxPacketBytes) + " bytes: "_l1 +
+                QString::fromUtf8(message.topic).left(120),
+            __func__, __LINE__);
         return;
     }
     event_t event(event_t::message, message.mid, message.qos, message.retain, message.payloadlen);
@@ -431,10 +470,11 @@ void link_t::messageArrived(const mosquitto_message& message)
 
 void link_t::subscribed(int wireMid, int count, const int* granted)
 {
+    packetSeen = true;
     const int mid = outbox.acknowledgeRequest(wireMid);
     if (mid == 0) {
-        FLOTROFOBUL_LOG(warning,
-                        "The broker acknowledges a subscription that nobody made: "_l1 + QString::number(wireMid));
+        say(warning, "The broker acknowledges a subscription that nobody made: "_l1 + QString::number(wireMid),
+            __func__, __LINE__);
         return;
     }
     event_t event(event_t::subscribed, mid);
@@ -450,10 +490,24 @@ void link_t::unsubscribed(int wireMid)
     }
 }
 
-void link_t::lineWritten(int level, const char* text)
+// A repeat comes when all that was half received before is released. So where nothing of ours is on its way either, the
+// handle is not needed any more; without it the broker repeats the message to a new one.
+void link_t::noteInbound(handle_t& from, inbound_t::finding_t finding)
 {
-    if (isUnderWay() && (level == MOSQ_LOG_ERR || level == MOSQ_LOG_WARNING)) {
-        libraryLine = text;
+    const bool canRenew = finding == inbound_t::finding_t::repeat && !outbox.awaitsAnswers();
+    renews = renews || canRenew;
+    if (canRenew || finding == inbound_t::finding_t::stale) {
+        from.cut();
+    }
+}
+
+void link_t::lineWritten(handle_t& from, int level, const char* text)
+{
+    if (level == MOSQ_LOG_ERR || level == MOSQ_LOG_WARNING) {
+        dialler.noteLine(from, text);
+    }
+    if (!session.isClean() && level == MOSQ_LOG_DEBUG) {
+        noteInbound(from, session.inbound.note(text));
     }
     if (logging) {
         event_t event(event_t::log, level);

@@ -1,23 +1,19 @@
 // SPDX-License-Identifier: MIT
-// The connection to the broker as a state machine: which address is dialled, what is sent when, what follows a failure.
-// Internal. link.cpp deals with an established connection, link_dialling.cpp with how one is made and what happens when
-// it ends, link_reasons.cpp with the words for it.
+// The link to the broker: what is published over it, what arrives, and how it comes back when it is lost. Internal. How
+// a connection is made is the dialler's, what is left of a lost one the session's.
 #pragma once
 
-#include <flotrofobul/platform/limits.h>
 #include <flotrofobul/platform/mosquittopp/backoff.h>
 #include <flotrofobul/platform/mosquittopp/delivery.h>
-#include <flotrofobul/platform/mosquittopp/handle.h>
+#include <flotrofobul/platform/mosquittopp/dialler.h>
 #include <flotrofobul/platform/mosquittopp/outbox.h>
+#include <flotrofobul/platform/mosquittopp/session.h>
+#include <flotrofobul/platform/mosquittopp/tcp.h>
 #include <flotrofobul/platform/mosquittopp/values.h>
+#include <flotrofobul/platform/mosquittopp/watcher.h>
 
 #include <QtCore/QBasicTimer>
-#include <QtCore/QDeadlineTimer>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QSocketNotifier>
-#include <QtCore/QStringList>
-
-class QHostInfo;
 
 namespace comunication {
 namespace mosquittopp {
@@ -25,10 +21,23 @@ namespace mosquittopp {
 /// Source name in the adapter's log lines.
 constexpr const char logSource[] = "libscomunication/libmosquittoqt/mosquittoqt";
 
-class link_t : public QObject, private handle_listener_t {
+/// States and what changes them; "rest" is waiting with autoconnect, idle without.
+///
+///     state       connect                  disconnect   dialler              connection ended   timer
+///     idle        dialling                 (code 4)
+///     dialling    same target: goes on     idle         accepted: connected
+///                 other: dialling anew                  refused, failed: rest
+///     connected   (code 0)                 closing                           rest               housekeeping
+///     closing     idle, then dialling      goes on                           idle               idle
+///     waiting     dialling                 idle                                                 dialling
+///
+/// Every entry (an operation, an event) ends with finish() or flush() and deliver(), when the state is whole: a log
+/// sink or a slot may then call any operation or delete the host of this object.
+class link_t : public QObject, private handle_listener_t, private watcher_t::listener_t {
     Q_OBJECT
 public:
-    link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect);
+    link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect,
+           QObject* parent);
     ~link_t() override;
 
     int connectAsync(const QString& host, int port, seconds_t keepalive);
@@ -50,60 +59,57 @@ public:
     milliseconds_t connectTimeout = limits::connectTimeout.initial;
     int maxPacketBytes = limits::packetBytes.initial;
 
-protected:
-    void timerEvent(QTimerEvent* event) override;
-
-private Q_SLOTS:
-    void resolved(const QHostInfo& info);
-
 private:
-    /// dialling: TCP connects; securing: the TLS handshake runs; greeting: the broker has yet to answer; closing: the
-    /// last packets leave; waiting: until the next attempt.
-    enum class state_t { idle, resolving, dialling, securing, greeting, connected, closing, waiting };
+    enum class state_t { idle, dialling, connected, closing, waiting };
+    enum class wait_t { no, yes };
 
-    // link_dialling.cpp
-    int checkTarget(const QString& newHost, int newPort, seconds_t newKeepalive);
-    int refuseTarget(const verdict_t& verdict, const char* what, const QString& value);
-    int start(const QString& newHost, int newPort, seconds_t newKeepalive);
-    int attempt();
-    int dialNext();
-    int dial(const QString& address);
-    int prepareHandle();
-    void dialled();
-    void driveUntilAnswered();
-    void answered();
-    void expired();
-    int addressFailed(int rc, int systemError);
-    int failed(int rc, const QString& why);
-    void lost(int rc, int systemError);
-    void beginAnew();
-    void noteSessionLength();
-    void retryOrRest(const QString& why);
-    void noteProblem(const QString& why);
-    void abandon();
-    void closed();
-
-    // link_reasons.cpp
-    QString target() const;
-    QString failureText(int rc, int systemError) const;
-    QString lossText(int rc, int systemError) const;
+    /// A log line that waits until the state is whole.
+    struct line_t {
+        int level;
+        QString text;
+        const char* function;
+        int number;
+    };
 
     // link.cpp
-    bool isUnderWay() const { return state > state_t::idle && state < state_t::connected; }
-    void readable();
-    void writable();
-    bool readStep();
-    void writeStep();
-    bool handshakeStands();
-    bool settle(int rc, int systemError);
+    void readable(watcher_t& watcher) override;
+    void writable(watcher_t& watcher) override;
+    void timerEvent(QTimerEvent* event) override;
+    verdict_t check(const letter_t& letter) const;
+    int request(int* mid, const QString& filter, const std::function<outcome_t(int*, const QByteArray&)>& call);
+    void listenToLog();
     void pump();
+    bool read();
+    bool settle(outcome_t outcome);
     void watch();
-    bool wantsWrite() const;
-    void dropNotifiers();
-    void acknowledgeNow();
     milliseconds_t housekeepingInterval() const;
-    int request(int* mid, const QString& filter, int (*call)(::mosquitto*, int*, const char*, int), int qos);
+    void keepHouse();
+    bool isSending(const tcp::traffic_t& traffic) const;
+    bool isReceiving(const tcp::traffic_t& traffic);
+    void giveSignOfLife();
+    void noteInbound(handle_t& from, inbound_t::finding_t finding);
     void noteDropped(int count);
+    void say(int level, const QString& text, const char* function, int number);
+    bool flush();
+    int finish(int rc);
+
+    // link_connecting.cpp
+    int checkTarget(const target_t& newTarget);
+    int refuseTarget(const verdict_t& verdict, const char* what, const QString& value);
+    int start(const target_t& newTarget, wait_t wait);
+    bool isDialling(const target_t& newTarget) const;
+    int dial(wait_t wait, bool callerIsTold);
+    std::unique_ptr<handle_t> takeHandle();
+    int conclude(bool callerIsTold);
+    void established(dialler_t::result_t result);
+    void failed(const dialler_t::result_t& result, bool callerIsTold);
+    void lost(outcome_t outcome);
+    void renew();
+    void noteSessionLength();
+    void rest(const QString& why);
+    void noteProblem(const QString& why);
+    void letGo();
+    void closed();
 
     // handle_listener_t
     void brokerAnswered(int rc, int flags) override;
@@ -111,41 +117,36 @@ private:
     void messageArrived(const mosquitto_message& message) override;
     void subscribed(int wireMid, int count, const int* granted) override;
     void unsubscribed(int wireMid) override;
-    void lineWritten(int level, const char* text) override;
+    void lineWritten(handle_t& handle, int level, const char* text) override;
 
-    const bool cleanSession;
     const bool autoconnect;
     bool logging = false;
-    bool synchronous = false;  // the caller waits: the event loop has no part in it
-    bool reportFailure = true; // false while the caller receives the code as its result
-    bool answerSeen = false;
-    bool startAnew = false; // the broker has forgotten a session in which messages were sent
-    bool resumable = false; // the handle holds a session that the broker may still know
-    bool congested = false; // the host is slower than the broker: nothing more is read
+    bool congested = false; // the host is slower than the broker: as a rule nothing more is read
+    bool renews = false;    // the session goes on with another handle
+    bool flushing = false;
     state_t state = state_t::idle;
 
-    QString host;
-    int port = 0;
-    seconds_t keepalive{0};
-    int lookup = -1;
-    int outcome = 0;         // of the last attempt, as the caller receives it
-    QStringList addresses;   // still to be tried in this attempt
-    QString address;         // being tried
-    QDeadlineTimer deadline; // of the attempt
-    QDeadlineTimer addressDeadline;
-
-    std::unique_ptr<handle_t> handle;
-    int descriptor = -1;
-    std::unique_ptr<QSocketNotifier> reader;
-    std::unique_ptr<QSocketNotifier> writer;
+    session_t session;
+    dialler_t dialler;
+    target_t target;
+    std::unique_ptr<handle_t> handle; // while connected or closing
+    std::unique_ptr<watcher_t> watcher;
     QBasicTimer timer;
+    QBasicTimer nextTurn; // for letters and log lines that are left
+    QElapsedTimer readTurn;
 
-    QString problem;        // why there is no connection, in words
-    QByteArray libraryLine; // last complaint of libmosquitto during an attempt
-    QElapsedTimer session;
+    tcp::traffic_t lastTraffic;
+    std::uint64_t receivedAtPacket = 0; // bytes when the last whole packet was seen
+    bool packetSeen = false;
+    QElapsedTimer signOfLife;
+
+    QString problem; // why there is no connection, in words
+    QElapsedTimer connectedFor;
+    identity_t dialledAs;
     int shortSessions = 0;
     int droppedCount = 0;
     backoff_t backoff;
+    std::vector<line_t> lines;
     delivery_t delivery;
 };
 

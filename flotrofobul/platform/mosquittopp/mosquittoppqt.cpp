@@ -48,7 +48,7 @@ int lib_version(int* major, int* minor, int* revision)
 
 mosquittoppqt::mosquittoppqt(const QString& clientId, bool cleanSession, bool autoconnect, QObject* parent)
     : QObject(parent), link(std::make_unique<link_t>([this](const event_t& event) { emitSignal(this, event); },
-                                                     clientId, cleanSession, autoconnect))
+                                                     clientId, cleanSession, autoconnect, this))
 {}
 
 mosquittoppqt::~mosquittoppqt() = default;

@@ -11,8 +11,15 @@ namespace {
 
 constexpr int highestMid = 65535;
 constexpr int mostWaiting = limits::outboxMessages.highest;
+// What may wait at a broker that is slower than its host.
+constexpr qint64 mostBytesOverLink = 256 * 1024 * 1024;
 // A broker that closes the connection over a message does so when it reads it, not minutes later.
 constexpr std::chrono::seconds suspicionTime{5};
+// Three times alone on a proven connection, or six times on one that may have been bad.
+constexpr int mostGuilt = 6;
+constexpr int guiltOnProven = 2;
+// A network that cuts this many connections before one acknowledgement has come is no network.
+constexpr int mostFruitless = 8;
 
 } // namespace
 
@@ -38,17 +45,23 @@ void outbox_t::dropOldest()
     waiting.pop_front();
 }
 
+bool outbox_t::hasRoom(int bytes) const
+{
+    return waiting.empty() || (waitingCount() < mostWaiting && waitingBytes + bytes <= mostBytesOverLink);
+}
+
 int outbox_t::add(letter_t letter, bool linkUp)
 {
     waitingBytes += letter.bytes();
     waiting.push_back(std::move(letter));
-    // A burst over a healthy link must not lose anything, so there only ids and bytes limit it, and the newest message
-    // may be longer than all that may wait: it will be on its way in a moment. What was not acknowledged when the link
-    // went down does not count against the limits for what is published without one.
-    const int most = linkUp ? mostWaiting : std::min(mostMessages + keptFromBefore, mostWaiting);
-    const qint64 mostWaitingBytes = qint64(mostBytes) + (linkUp ? waiting.back().bytes() : bytesKeptFromBefore);
+    if (linkUp) {
+        return 0;
+    }
+    // What was not acknowledged when the link went down does not count against the limits for what is published
+    // without one.
+    const int most = std::min(mostMessages + keptFromBefore, mostWaiting);
     int dropped = 0;
-    while (waitingCount() > most || (waitingBytes > mostWaitingBytes && waiting.size() > 1)) {
+    while (waitingCount() > most || (waitingBytes > mostBytes + bytesKeptFromBefore && waiting.size() > 1)) {
         dropOldest();
         ++dropped;
     }
@@ -65,6 +78,7 @@ letter_t* outbox_t::takeNext(moment_t now)
     sent.push_back(std::move(waiting.front()));
     waiting.pop_front();
     sent.back().sentAt = now;
+    sent.back().onProven = proven;
     return &sent.back();
 }
 
@@ -80,6 +94,7 @@ int outbox_t::acknowledge(int wireMid)
     takenMids.erase(mid);
     sent.erase(std::next(letter).base());
     suspects = std::max(suspects - 1, 0);
+    noteAnswer();
     return mid;
 }
 
@@ -115,11 +130,19 @@ int outbox_t::acknowledgeRequest(int wireMid)
     const int mid = request->mid;
     takenMids.erase(mid);
     requests.erase(request);
+    noteAnswer();
     return mid;
+}
+
+void outbox_t::noteAnswer()
+{
+    proven = true;
+    fruitless = 0;
 }
 
 void outbox_t::linkLost(bool resumable)
 {
+    proven = false;
     for (const request_t request : requests) {
         takenMids.erase(request.mid);
     }
@@ -150,31 +173,46 @@ void outbox_t::restart()
     sent.clear();
 }
 
-int outbox_t::suspect(moment_t now, const std::function<void(const letter_t&)>& givenUp)
+outbox_t::suspicion_t outbox_t::suspect(moment_t now)
 {
-    suspects = 0;
-    int mostSuspect = 0;
-    const auto isGuilty = [&](letter_t& letter) {
-        if (now - letter.sentAt > suspicionTime) {
-            return false;
-        }
-        mostSuspect = std::max(mostSuspect, ++letter.cuts);
-        if (letter.cuts < mostCuts) {
-            ++suspects;
-            return false;
-        }
-        givenUp(letter);
-        takenMids.erase(letter.mid);
-        return true;
-    };
-    sent.erase(std::remove_if(sent.begin(), sent.end(), isGuilty), sent.end());
-    return mostSuspect;
+    suspicion_t suspicion;
+    const auto isRecent = [now](const letter_t& letter) { return now - letter.sentAt <= suspicionTime; };
+    suspects = static_cast<int>(std::count_if(sent.begin(), sent.end(), isRecent));
+    suspicion.any = suspects > 0;
+    if (!suspicion.any) {
+        return suspicion;
+    }
+    fruitless += proven ? 0 : 1;
+    if (sent.size() > 1) {
+        suspicion.isStuck = fruitless >= mostFruitless;
+        return suspicion;
+    }
+    letter_t& only = sent.front();
+    only.guilt += only.onProven ? guiltOnProven : 1;
+    if (only.guilt >= mostGuilt) {
+        takenMids.erase(only.mid);
+        suspicion.forsaken = std::move(only);
+        sent.clear();
+        suspects = 0;
+    }
+    return suspicion;
+}
+
+void outbox_t::acquit()
+{
+    for (letter_t& letter : sent) {
+        letter.guilt = 0;
+    }
+    if (!waiting.empty()) {
+        waiting.front().guilt = 0;
+    }
 }
 
 void outbox_t::sentAgain(moment_t now)
 {
     for (letter_t& letter : sent) {
         letter.sentAt = now;
+        letter.onProven = false;
     }
 }
 

@@ -9,7 +9,7 @@
 
 #include <chrono>
 #include <deque>
-#include <functional>
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -27,7 +27,8 @@ struct letter_t {
     int wireMid = 0;
     int qos = 0;
     bool retain = false;
-    int cuts = 0; // how often the broker closed the connection over it
+    int guilt = 0;         // how much it looks as if the broker closed connections over it
+    bool onProven = false; // sent over a connection over which the broker had acknowledged something
     moment_t sentAt;
 
     int bytes() const { return topic.size() + payload.size(); }
@@ -39,16 +40,16 @@ public:
     /// With more than this many unacknowledged, a mosquitto with its default configuration silently loses acknowledged
     /// QoS 2 messages.
     static constexpr int widestWindow = 20;
-    /// A message that makes the broker close the connection this often is given up.
-    static constexpr int mostCuts = 3;
 
     void setLimits(int messages, int bytes);
     int bytesLimit() const { return mostBytes; }
+    /// Whether one more message may wait while the link is up, where nothing is dropped.
+    bool hasRoom(int bytes) const;
 
     /// The next free id, 1 to 65535, counted as libmosquitto counts: in an undisturbed session both ids are equal.
     int nextMid();
 
-    /// Adds a message at the end. The oldest are dropped until all fit; returns how many were.
+    /// Adds a message at the end. Without a link the oldest are dropped until all fit; returns how many were.
     int add(letter_t letter, bool linkUp);
 
     /// The message to send next, now counted among those on their way; null if none may be sent. The pointer is valid
@@ -69,10 +70,17 @@ public:
     void linkLost(bool resumable);
     /// All messages on their way are to be sent anew.
     void restart();
-    /// The broker has closed the connection: suspects what was sent just before. A message over which this happened too
-    /// often goes to givenUp and is forgotten; the others are sent one by one until the suspects are acknowledged.
-    /// Returns how often it has happened to the worst suspect; 0 if there is none.
-    int suspect(moment_t now, const std::function<void(const letter_t&)>& givenUp);
+    /// A connection has ended in the middle of something: looks for a message over which the broker closes it. A
+    /// message is blamed only when it was alone on its way, and more where the connection had proved itself. Those on
+    /// their way are sent one by one until they are acknowledged.
+    struct suspicion_t {
+        bool any = false;                 ///< something had been sent just before
+        bool isStuck = false;             ///< many connections in a row ended so, without one acknowledgement
+        std::optional<letter_t> forsaken; ///< what the broker does not want: it is forgotten
+    };
+    suspicion_t suspect(moment_t now);
+    /// The network has failed at a moment when no message can be the cause.
+    void acquit();
 
     /// The library has sent the messages on their way once more.
     void sentAgain(moment_t now);
@@ -92,6 +100,7 @@ private:
     static constexpr std::size_t mostRequests = 500;
 
     void dropOldest();
+    void noteAnswer();
 
     std::deque<letter_t> waiting;
     std::vector<letter_t> sent;
@@ -100,6 +109,8 @@ private:
     qint64 waitingBytes = 0;
     int lastMid = 0;
     int suspects = 0;
+    bool proven = false; // something was acknowledged over this connection
+    int fruitless = 0;   // connections in a row that ended without an acknowledgement
     int mostMessages = limits::outboxMessages.initial;
     int mostBytes = limits::outboxBytes.initial;
     int keptFromBefore = 0; // messages, and below bytes, not acknowledged when the link went down
