@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: MIT
+// A bad network before a real broker: a port whose connections are handed on late, slowly, in part or not at all, and
+// are cut as it happens in a house. Knows nothing of MQTT.
+#pragma once
+
+#include "support/broker.h"
+
+#include <QtCore/QPointer>
+#include <QtCore/QRandomGenerator>
+#include <QtCore/QTimer>
+#include <QtNetwork/QTcpServer>
+#include <QtNetwork/QTcpSocket>
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <vector>
+
+/// How bytes that go one way are treated from now on. Their order stays.
+struct way_t {
+    std::chrono::milliseconds shortestDelay{0};
+    std::chrono::milliseconds longestDelay{0}; ///< of each piece at random, from the shortest on
+    int bytesPerSecond = 0;                    ///< 0: as fast as they come
+    bool silent = false;                       ///< nothing passes; what waits goes on when this ends
+    qint64 bytesUntilCut = -1;                 ///< everything is cut after that many, inside a packet or not; -1: never
+};
+
+/// orderly: FIN to both sides. reset: RST to both. unnoticed: RST to the client, while the broker waits on.
+enum class cut_t { orderly, reset, unnoticed };
+
+/// One way of one connection: what has been read and is not due yet.
+class pipe_t : public QObject {
+public:
+    pipe_t(QTcpSocket* from, QTcpSocket* to, way_t& way, std::function<void()> cut)
+        : from(from), to(to), way(way), cut(std::move(cut))
+    {
+        next.setSingleShot(true);
+        next.setTimerType(Qt::PreciseTimer);
+        connect(&next, &QTimer::timeout, this, &pipe_t::passOn);
+        connect(from, &QTcpSocket::readyRead, this, &pipe_t::passOn);
+        connect(from, &QTcpSocket::stateChanged, this, &pipe_t::passOn);
+        connect(to, &QTcpSocket::bytesWritten, this, &pipe_t::passOn);
+    }
+
+    /// What waits is lost, and nothing passes any more.
+    void close()
+    {
+        closed = true;
+        next.stop();
+        waiting.clear();
+    }
+
+    void passOn()
+    {
+        if (closed) {
+            return;
+        }
+        read();
+        while (!waiting.empty() && mayPass()) {
+            const QByteArray bytes = waiting.front().bytes;
+            waiting.pop_front();
+            held -= bytes.size();
+            if (way.bytesUntilCut >= 0 && way.bytesUntilCut <= bytes.size()) {
+                to->write(bytes.constData(), way.bytesUntilCut);
+                to->flush();
+                cut();
+                return;
+            }
+            way.bytesUntilCut -= way.bytesUntilCut < 0 ? 0 : bytes.size();
+            to->write(bytes);
+            read();
+        }
+        if (!waiting.empty()) {
+            next.start(std::max(1, static_cast<int>(milliseconds_t(waiting.front().due - clock_t::now()).count())));
+        } else if (from->state() == QTcpSocket::UnconnectedState && from->bytesAvailable() == 0) {
+            to->disconnectFromHost();
+        }
+    }
+
+private:
+    using clock_t = std::chrono::steady_clock;
+    using milliseconds_t = std::chrono::duration<double, std::milli>;
+
+    struct piece_t {
+        clock_t::time_point due;
+        QByteArray bytes;
+    };
+
+    // Both so small that a sender soon feels a network that does not take anything.
+    static constexpr int mostHeld = 64 * 1024;
+    static constexpr int longestPiece = 1400;
+
+    bool mayPass() const
+    {
+        return !way.silent && to->bytesToWrite() < mostHeld && waiting.front().due <= clock_t::now();
+    }
+
+    void read()
+    {
+        while (held < mostHeld && from->bytesAvailable() > 0) {
+            const QByteArray bytes = from->read(longestPiece);
+            const auto delay = way.shortestDelay + (way.longestDelay - way.shortestDelay) *
+                                                       QRandomGenerator::global()->bounded(1000) / 1000;
+            lastDue = std::max(lastDue, clock_t::now() + delay);
+            if (way.bytesPerSecond > 0) {
+                lastDue += std::chrono::microseconds(bytes.size() * 1000000LL / way.bytesPerSecond);
+            }
+            waiting.push_back({lastDue, bytes});
+            held += bytes.size();
+        }
+    }
+
+    QTcpSocket* const from;
+    QTcpSocket* const to;
+    way_t& way;
+    const std::function<void()> cut;
+    std::deque<piece_t> waiting;
+    int held = 0;
+    bool closed = false;
+    clock_t::time_point lastDue;
+    QTimer next;
+};
+
+/// A client's connection and the one to the broker that belongs to it; deletes itself when both have ended.
+class passage_t : public QObject {
+public:
+    passage_t(QTcpSocket* client, quint16 broker, way_t* ways, const std::function<void()>& cutAll, QObject* parent)
+        : QObject(parent), client(client), upstream(new QTcpSocket(this))
+    {
+        client->setParent(this);
+        for (QTcpSocket* const socket : {client, upstream}) {
+            socket->setReadBufferSize(16 * 1024);
+            connect(socket, &QTcpSocket::stateChanged, this, &passage_t::endWithBoth, Qt::QueuedConnection);
+        }
+        upstream->connectToHost(QHostAddress::LocalHost, broker);
+        client->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        upstream->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        pipes.push_back(std::make_unique<pipe_t>(client, upstream, ways[0], cutAll));
+        pipes.push_back(std::make_unique<pipe_t>(upstream, client, ways[1], cutAll));
+    }
+
+    void passOn()
+    {
+        for (const auto& pipe : pipes) {
+            pipe->passOn();
+        }
+    }
+
+    /// What is under way is lost.
+    void cut(cut_t how)
+    {
+        for (const auto& pipe : pipes) {
+            pipe->close(); // it may be the caller, so it lives on
+        }
+        how == cut_t::orderly ? client->disconnectFromHost() : reset(client);
+        switch (how) {
+        case cut_t::orderly: upstream->disconnectFromHost(); break;
+        case cut_t::reset: reset(upstream); break;
+        case cut_t::unnoticed: connect(upstream, &QTcpSocket::readyRead, this, [this] { upstream->readAll(); }); break;
+        }
+    }
+
+private:
+    static void reset(QTcpSocket* socket)
+    {
+        const linger atOnce{1, 0};
+        ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+        socket->abort();
+    }
+
+    void endWithBoth()
+    {
+        if (client->state() == QTcpSocket::UnconnectedState && upstream->state() == QTcpSocket::UnconnectedState) {
+            deleteLater();
+        }
+    }
+
+    QTcpSocket* const client;
+    QTcpSocket* const upstream;
+    std::vector<std::unique_ptr<pipe_t>> pipes;
+};
+
+/// Everything behind one port. Without further orders it hands everything on at once.
+class proxy_t : public QObject {
+public:
+    explicit proxy_t(quint16 broker) : ownPort(freePort())
+    {
+        connect(&server, &QTcpServer::newConnection, this, [this, broker] {
+            passages.erase(std::remove(passages.begin(), passages.end(), nullptr), passages.end());
+            passages.emplace_back(new passage_t(
+                server.nextPendingConnection(), broker, ways, [this] { cut(plannedCut); }, this));
+        });
+        refuse(false);
+    }
+
+    quint16 port() const { return ownPort; }
+    /// How often a connection was cut.
+    int cuts() const { return cutCount; }
+
+    void set(const way_t& toBroker, const way_t& toClient)
+    {
+        ways[0] = toBroker;
+        ways[1] = toClient;
+        for (const auto& passage : passages) {
+            if (passage) {
+                passage->passOn();
+            }
+        }
+    }
+
+    /// Whether an attempt to connect meets a closed port.
+    void refuse(bool on)
+    {
+        if (on) {
+            server.close();
+        } else if (!server.isListening() && !server.listen(QHostAddress::LocalHost, ownPort)) {
+            QTimer::singleShot(100, this, [this] { refuse(false); });
+        }
+    }
+
+    /// What a way's bytesUntilCut leads to.
+    void plan(cut_t how) { plannedCut = how; }
+
+    void cut(cut_t how)
+    {
+        for (way_t& way : ways) {
+            way.bytesUntilCut = -1;
+        }
+        for (const auto& passage : std::exchange(passages, {})) {
+            if (passage) {
+                passage->cut(how);
+                ++cutCount;
+            }
+        }
+    }
+
+    void heal()
+    {
+        set({}, {});
+        refuse(false);
+    }
+
+private:
+    const quint16 ownPort;
+    way_t ways[2];
+    cut_t plannedCut = cut_t::orderly;
+    int cutCount = 0;
+    QTcpServer server;
+    std::vector<QPointer<passage_t>> passages;
+};
