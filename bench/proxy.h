@@ -25,7 +25,7 @@ struct way_t {
     std::chrono::milliseconds longestDelay{0}; ///< of each piece at random, from the shortest on
     int bytesPerSecond = 0;                    ///< 0: as fast as they come
     bool silent = false;                       ///< nothing passes; what waits goes on when this ends
-    qint64 bytesUntilCut = -1;                 ///< everything is cut after that many, inside a packet or not; -1: never
+    int bytesUntilCut = -1;                    ///< each connection is cut after that many more; -1: it is not
 };
 
 /// orderly: FIN to both sides. reset: RST to both. unnoticed: RST to the client, while the broker waits on.
@@ -34,8 +34,8 @@ enum class cut_t { orderly, reset, unnoticed };
 /// One way of one connection: what has been read and is not due yet.
 class pipe_t : public QObject {
 public:
-    pipe_t(QTcpSocket* from, QTcpSocket* to, way_t& way, std::function<void()> cut)
-        : from(from), to(to), way(way), cut(std::move(cut))
+    pipe_t(QTcpSocket* from, QTcpSocket* to, const way_t& way, std::function<void()> cut)
+        : from(from), to(to), way(way), cut(std::move(cut)), bytesLeft(way.bytesUntilCut)
     {
         next.setSingleShot(true);
         next.setTimerType(Qt::PreciseTimer);
@@ -43,6 +43,13 @@ public:
         connect(from, &QTcpSocket::readyRead, this, &pipe_t::passOn);
         connect(from, &QTcpSocket::stateChanged, this, &pipe_t::passOn);
         connect(to, &QTcpSocket::bytesWritten, this, &pipe_t::passOn);
+    }
+
+    /// The treatment has changed.
+    void renew()
+    {
+        bytesLeft = way.bytesUntilCut;
+        passOn();
     }
 
     /// What waits is lost, and nothing passes any more.
@@ -63,13 +70,16 @@ public:
             const QByteArray bytes = waiting.front().bytes;
             waiting.pop_front();
             held -= bytes.size();
-            if (way.bytesUntilCut >= 0 && way.bytesUntilCut <= bytes.size()) {
-                to->write(bytes.constData(), way.bytesUntilCut);
-                to->flush();
+            if (bytesLeft >= 0 && bytesLeft <= bytes.size()) {
+                close(); // flush() signals that bytes were written
+                to->write(bytes.constData(), bytesLeft);
+                if (to->state() == QTcpSocket::ConnectedState) {
+                    to->flush();
+                }
                 cut();
                 return;
             }
-            way.bytesUntilCut -= way.bytesUntilCut < 0 ? 0 : bytes.size();
+            bytesLeft -= bytesLeft < 0 ? 0 : bytes.size();
             to->write(bytes);
             read();
         }
@@ -115,8 +125,9 @@ private:
 
     QTcpSocket* const from;
     QTcpSocket* const to;
-    way_t& way;
+    const way_t& way;
     const std::function<void()> cut;
+    int bytesLeft;
     std::deque<piece_t> waiting;
     int held = 0;
     bool closed = false;
@@ -127,7 +138,8 @@ private:
 /// A client's connection and the one to the broker that belongs to it; deletes itself when both have ended.
 class passage_t : public QObject {
 public:
-    passage_t(QTcpSocket* client, quint16 broker, way_t* ways, const std::function<void()>& cutAll, QObject* parent)
+    passage_t(QTcpSocket* client, quint16 broker, const way_t* ways, const std::function<void()>& cutAll,
+              QObject* parent)
         : QObject(parent), client(client), upstream(new QTcpSocket(this))
     {
         client->setParent(this);
@@ -142,10 +154,10 @@ public:
         pipes.push_back(std::make_unique<pipe_t>(upstream, client, ways[1], cutAll));
     }
 
-    void passOn()
+    void renew()
     {
         for (const auto& pipe : pipes) {
-            pipe->passOn();
+            pipe->renew();
         }
     }
 
@@ -159,7 +171,10 @@ public:
         switch (how) {
         case cut_t::orderly: upstream->disconnectFromHost(); break;
         case cut_t::reset: reset(upstream); break;
-        case cut_t::unnoticed: connect(upstream, &QTcpSocket::readyRead, this, [this] { upstream->readAll(); }); break;
+        case cut_t::unnoticed:
+            connect(upstream, &QTcpSocket::readyRead, this, [this] { upstream->readAll(); });
+            upstream->readAll();
+            break;
         }
     }
 
@@ -206,7 +221,7 @@ public:
         ways[1] = toClient;
         for (const auto& passage : passages) {
             if (passage) {
-                passage->passOn();
+                passage->renew();
             }
         }
     }
@@ -221,14 +236,11 @@ public:
         }
     }
 
-    /// What a way's bytesUntilCut leads to.
+    /// What it is when a way's bytesUntilCut is reached.
     void plan(cut_t how) { plannedCut = how; }
 
     void cut(cut_t how)
     {
-        for (way_t& way : ways) {
-            way.bytesUntilCut = -1;
-        }
         for (const auto& passage : std::exchange(passages, {})) {
             if (passage) {
                 passage->cut(how);

@@ -63,8 +63,8 @@ private:
     {
         way_t toBroker = late();
         way_t toClient = late();
-        // From a byte to a kilobyte, short distances as often as long ones.
-        (random.bounded(2) ? toBroker : toClient).bytesUntilCut = random.bounded(1 << random.bounded(1, 11));
+        // From one byte to some kilobytes, short distances as often as long ones.
+        (random.bounded(2) ? toBroker : toClient).bytesUntilCut = random.bounded(1 << random.bounded(1, 13));
         proxy.plan(anyCut());
         proxy.set(toBroker, toClient);
     }
