@@ -19,23 +19,23 @@
 #include <functional>
 #include <vector>
 
-/// How bytes that go one way are treated from now on. Their order stays.
-struct way_t {
-    std::chrono::milliseconds shortestDelay{0};
-    std::chrono::milliseconds longestDelay{0}; ///< of each piece at random, from the shortest on
-    int bytesPerSecond = 0;                    ///< 0: as fast as they come
-    bool silent = false;                       ///< nothing passes; what waits goes on when this ends
-    int bytesUntilCut = -1;                    ///< each connection is cut after that many more; -1: it is not
-};
-
 /// orderly: FIN to both sides. reset: RST to both. unnoticed: RST to the client, while the broker waits on.
 enum class cut_t { orderly, reset, unnoticed };
+
+/// How bytes that go one way are treated from now on. Their order stays.
+struct way_t {
+    int longestDelay = 0;   ///< of each piece, in milliseconds and at random
+    int bytesPerSecond = 0; ///< 0: as fast as they come
+    bool silent = false;    ///< nothing passes; what waits goes on when this ends
+    int bytesUntilCut = -1; ///< each connection is cut after that many more, inside a packet or not; -1: it is not
+    cut_t cut = cut_t::orderly;
+};
 
 /// One way of one connection: what has been read and is not due yet.
 class pipe_t : public QObject {
 public:
-    pipe_t(QTcpSocket* from, QTcpSocket* to, const way_t& way, std::function<void()> cut)
-        : from(from), to(to), way(way), cut(std::move(cut)), bytesLeft(way.bytesUntilCut)
+    pipe_t(QTcpSocket* from, QTcpSocket* to, const way_t& way, QRandomGenerator& random, std::function<void()> cut)
+        : from(from), to(to), way(way), random(random), cut(std::move(cut)), bytesLeft(way.bytesUntilCut)
     {
         next.setSingleShot(true);
         next.setTimerType(Qt::PreciseTimer);
@@ -84,7 +84,7 @@ public:
             read();
         }
         if (!waiting.empty()) {
-            next.start(std::max(1, static_cast<int>(milliseconds_t(waiting.front().due - clock_t::now()).count())));
+            scheduleNext();
         } else if (from->state() == QTcpSocket::UnconnectedState && from->bytesAvailable() == 0) {
             to->disconnectFromHost();
         }
@@ -92,7 +92,6 @@ public:
 
 private:
     using clock_t = std::chrono::steady_clock;
-    using milliseconds_t = std::chrono::duration<double, std::milli>;
 
     struct piece_t {
         clock_t::time_point due;
@@ -108,13 +107,21 @@ private:
         return !way.silent && to->bytesToWrite() < mostHeld && waiting.front().due <= clock_t::now();
     }
 
+    // What is due already waits for something else.
+    void scheduleNext()
+    {
+        const auto delay = waiting.front().due - clock_t::now();
+        if (delay > delay.zero()) {
+            next.start(std::chrono::ceil<std::chrono::milliseconds>(delay));
+        }
+    }
+
     void read()
     {
         while (held < mostHeld && from->bytesAvailable() > 0) {
             const QByteArray bytes = from->read(longestPiece);
-            const auto delay = way.shortestDelay + (way.longestDelay - way.shortestDelay) *
-                                                       QRandomGenerator::global()->bounded(1000) / 1000;
-            lastDue = std::max(lastDue, clock_t::now() + delay);
+            lastDue =
+                std::max(lastDue, clock_t::now() + std::chrono::milliseconds(random.bounded(way.longestDelay + 1)));
             if (way.bytesPerSecond > 0) {
                 lastDue += std::chrono::microseconds(bytes.size() * 1000000LL / way.bytesPerSecond);
             }
@@ -126,6 +133,7 @@ private:
     QTcpSocket* const from;
     QTcpSocket* const to;
     const way_t& way;
+    QRandomGenerator& random;
     const std::function<void()> cut;
     int bytesLeft;
     std::deque<piece_t> waiting;
@@ -138,20 +146,22 @@ private:
 /// A client's connection and the one to the broker that belongs to it; deletes itself when both have ended.
 class passage_t : public QObject {
 public:
-    passage_t(QTcpSocket* client, quint16 broker, const way_t* ways, const std::function<void()>& cutAll,
-              QObject* parent)
+    passage_t(QTcpSocket* client, quint16 broker, const way_t& toBroker, const way_t& toClient,
+              QRandomGenerator& random, QObject* parent)
         : QObject(parent), client(client), upstream(new QTcpSocket(this))
     {
         client->setParent(this);
+        upstream->connectToHost(QHostAddress::LocalHost, broker);
         for (QTcpSocket* const socket : {client, upstream}) {
             socket->setReadBufferSize(16 * 1024);
+            socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
             connect(socket, &QTcpSocket::stateChanged, this, &passage_t::endWithBoth, Qt::QueuedConnection);
         }
-        upstream->connectToHost(QHostAddress::LocalHost, broker);
-        client->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        upstream->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        pipes.push_back(std::make_unique<pipe_t>(client, upstream, ways[0], cutAll));
-        pipes.push_back(std::make_unique<pipe_t>(upstream, client, ways[1], cutAll));
+        const auto add = [&](QTcpSocket* from, QTcpSocket* to, const way_t& way) {
+            pipes.push_back(std::make_unique<pipe_t>(from, to, way, random, [this, &way] { cut(way.cut); }));
+        };
+        add(client, upstream, toBroker);
+        add(upstream, client, toClient);
     }
 
     void renew()
@@ -164,6 +174,9 @@ public:
     /// What is under way is lost.
     void cut(cut_t how)
     {
+        if (std::exchange(isCut, true)) {
+            return;
+        }
         for (const auto& pipe : pipes) {
             pipe->close(); // it may be the caller, so it lives on
         }
@@ -195,35 +208,30 @@ private:
 
     QTcpSocket* const client;
     QTcpSocket* const upstream;
+    bool isCut = false;
     std::vector<std::unique_ptr<pipe_t>> pipes;
 };
 
 /// Everything behind one port. Without further orders it hands everything on at once.
 class proxy_t : public QObject {
 public:
-    explicit proxy_t(quint16 broker) : ownPort(freePort())
+    explicit proxy_t(quint16 broker, quint32 seed = 0) : ownPort(freePort()), random(seed), server(this)
     {
         connect(&server, &QTcpServer::newConnection, this, [this, broker] {
             passages.erase(std::remove(passages.begin(), passages.end(), nullptr), passages.end());
-            passages.emplace_back(new passage_t(
-                server.nextPendingConnection(), broker, ways, [this] { cut(plannedCut); }, this));
+            passages.emplace_back(
+                new passage_t(server.nextPendingConnection(), broker, toBroker, toClient, random, this));
         });
         refuse(false);
     }
 
     quint16 port() const { return ownPort; }
-    /// How often a connection was cut.
-    int cuts() const { return cutCount; }
 
-    void set(const way_t& toBroker, const way_t& toClient)
+    void set(const way_t& newToBroker, const way_t& newToClient)
     {
-        ways[0] = toBroker;
-        ways[1] = toClient;
-        for (const auto& passage : passages) {
-            if (passage) {
-                passage->renew();
-            }
-        }
+        toBroker = newToBroker;
+        toClient = newToClient;
+        each([](passage_t* passage) { passage->renew(); });
     }
 
     /// Whether an attempt to connect meets a closed port.
@@ -236,17 +244,9 @@ public:
         }
     }
 
-    /// What it is when a way's bytesUntilCut is reached.
-    void plan(cut_t how) { plannedCut = how; }
-
     void cut(cut_t how)
     {
-        for (const auto& passage : std::exchange(passages, {})) {
-            if (passage) {
-                passage->cut(how);
-                ++cutCount;
-            }
-        }
+        each([how](passage_t* passage) { passage->cut(how); });
     }
 
     void heal()
@@ -256,10 +256,20 @@ public:
     }
 
 private:
+    template <typename Act>
+    void each(Act act)
+    {
+        for (const QPointer<passage_t>& passage : passages) {
+            if (passage) {
+                act(passage);
+            }
+        }
+    }
+
     const quint16 ownPort;
-    way_t ways[2];
-    cut_t plannedCut = cut_t::orderly;
-    int cutCount = 0;
+    QRandomGenerator random;
+    way_t toBroker;
+    way_t toClient;
     QTcpServer server;
     std::vector<QPointer<passage_t>> passages;
 };

@@ -1,145 +1,85 @@
 // SPDX-License-Identifier: MIT
-// Changing weather for proxies, at random from a seed, on a thread of its own.
+// A proxy whose network is good and bad by turns, at random from a seed.
 #pragma once
 
 #include "proxy.h"
 
-#include <QtCore/QThread>
-
-/// One proxy whose network is good and bad by turns.
 class weather_t : public QObject {
 public:
-    weather_t(quint16 broker, quint32 seed) : proxy(broker), random(seed)
+    weather_t(quint16 broker, quint32 seed) : proxy(broker, seed), random(seed), change(this)
     {
+        proxy.setParent(this);
         change.setSingleShot(true);
-        connect(&change, &QTimer::timeout, this, &weather_t::turn);
+        connect(&change, &QTimer::timeout, this, &weather_t::begin);
     }
 
-    void begin() { turn(); }
+    quint16 port() const { return proxy.port(); }
+    void begin()
+    {
+        int dice = random.bounded(100);
+        for (const spell_t& spell : spells) {
+            if ((dice -= spell.share) < 0) {
+                proxy.heal();
+                enter(spell);
+                break;
+            }
+        }
+        change.start(random.bounded(200, 4000));
+    }
     void calm()
     {
         change.stop();
         proxy.heal();
     }
 
-    proxy_t proxy;
-
 private:
-    using change_t = void (weather_t::*)();
-    struct chance_t {
+    // Of a hundred, this share of spells; bounds of what is chosen at random.
+    struct spell_t {
         int share;
-        change_t change;
+        int longestDelay;
+        int mostBytesPerSecond;
+        int farthestCut; // in bytes, as a power of two
+        bool silentToBroker;
+        bool silentToClient; // alone: messages arrive and their acknowledgements do not
+        bool cutsNow;
+        bool refuses;
+    };
+    static constexpr spell_t spells[] = {
+        {20, 0, 0, 0, false, false, false, false},      {15, 300, 0, 0, false, false, false, false},
+        {10, 0, 200000, 0, false, false, false, false}, {24, 100, 0, 13, false, false, false, false},
+        {18, 50, 0, 0, false, false, true, false},      {2, 0, 0, 0, true, false, false, false},
+        {2, 0, 0, 0, false, true, false, false},        {4, 0, 0, 0, true, true, false, false},
+        {5, 0, 0, 0, false, false, true, true},
     };
 
-    void turn()
+    void enter(const spell_t& spell)
     {
-        static constexpr chance_t chances[] = {
-            {20, &weather_t::clear},    {15, &weather_t::delay}, {10, &weather_t::throttle}, {8, &weather_t::silence},
-            {22, &weather_t::cutLater}, {20, &weather_t::cut},   {5, &weather_t::refuse},
-        };
-        proxy.heal();
-        int dice = random.bounded(100);
-        for (const chance_t& chance : chances) {
-            if ((dice -= chance.share) < 0) {
-                (this->*chance.change)();
-                break;
-            }
+        way_t toBroker = choose(spell);
+        way_t toClient = choose(spell);
+        toBroker.silent = spell.silentToBroker;
+        toClient.silent = spell.silentToClient;
+        if (spell.farthestCut > 0) {
+            // Short distances as often as long ones.
+            (random.bounded(2) ? toBroker : toClient).bytesUntilCut =
+                random.bounded(1 << random.bounded(1, spell.farthestCut));
         }
-        change.start(random.bounded(200, 4000));
-    }
-
-    void clear() {}
-    void delay() { proxy.set(late(), late()); }
-    void throttle() { proxy.set(slow(), slow()); }
-    // Half of the times one way only: what is sent arrives, and its acknowledgement does not, or the reverse.
-    void silence()
-    {
-        way_t silent;
-        silent.silent = true;
-        const int which = random.bounded(4);
-        proxy.set(which == 0 ? way_t() : silent, which == 1 ? way_t() : silent);
-    }
-    void cutLater()
-    {
-        way_t toBroker = late();
-        way_t toClient = late();
-        // From one byte to some kilobytes, short distances as often as long ones.
-        (random.bounded(2) ? toBroker : toClient).bytesUntilCut = random.bounded(1 << random.bounded(1, 13));
-        proxy.plan(anyCut());
+        proxy.refuse(spell.refuses);
+        if (spell.cutsNow) {
+            proxy.cut(toBroker.cut);
+        }
         proxy.set(toBroker, toClient);
     }
-    void cut() { proxy.cut(anyCut()); }
-    void refuse()
-    {
-        proxy.refuse(true);
-        proxy.cut(anyCut());
-    }
 
-    cut_t anyCut() { return static_cast<cut_t>(random.bounded(3)); }
-    way_t late()
+    way_t choose(const spell_t& spell)
     {
         way_t way;
-        way.shortestDelay = std::chrono::milliseconds(random.bounded(5));
-        way.longestDelay = std::chrono::milliseconds(1 << random.bounded(3, 9));
-        return way;
-    }
-    way_t slow()
-    {
-        way_t way;
-        way.bytesPerSecond = random.bounded(5000, 200000);
+        way.longestDelay = random.bounded(spell.longestDelay + 1);
+        way.bytesPerSecond = spell.mostBytesPerSecond > 0 ? random.bounded(5000, spell.mostBytesPerSecond) : 0;
+        way.cut = static_cast<cut_t>(random.bounded(3));
         return way;
     }
 
+    proxy_t proxy;
     QRandomGenerator random;
     QTimer change;
-};
-
-/// All proxies, and the thread that they live on, so that they do not disturb an event loop under test.
-class network_t {
-public:
-    network_t()
-    {
-        ground.moveToThread(&thread);
-        thread.start();
-    }
-    ~network_t()
-    {
-        onThread([this] { all.clear(); });
-        thread.quit();
-        thread.wait();
-    }
-    network_t(const network_t&) = delete;
-    network_t& operator=(const network_t&) = delete;
-
-    /// The port of a new proxy before a port of this machine.
-    quint16 add(quint16 broker, quint32 seed)
-    {
-        onThread([&] { all.push_back(std::make_unique<weather_t>(broker, seed)); });
-        return all.back()->proxy.port();
-    }
-    void begin()
-    {
-        onThread([this] { std::for_each(all.begin(), all.end(), [](const auto& one) { one->begin(); }); });
-    }
-    void calm()
-    {
-        onThread([this] { std::for_each(all.begin(), all.end(), [](const auto& one) { one->calm(); }); });
-    }
-    int cuts()
-    {
-        int sum = 0;
-        onThread([&] { std::for_each(all.begin(), all.end(), [&sum](const auto& one) { sum += one->proxy.cuts(); }); });
-        return sum;
-    }
-
-private:
-    template <typename Work>
-    void onThread(Work work)
-    {
-        QMetaObject::invokeMethod(&ground, work, Qt::BlockingQueuedConnection);
-    }
-
-    QThread thread;
-    QObject ground;
-    std::vector<std::unique_ptr<weather_t>> all;
 };
