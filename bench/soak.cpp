@@ -116,6 +116,9 @@ public:
         }
         storm();
         calmDown();
+        if (interrupted != 0) {
+            return 130;
+        }
         printTable(nodes);
         return judge(nodes, figures()) ? 0 : 1;
     }
@@ -144,7 +147,7 @@ private:
             return false;
         }
         std::for_each(nodes.begin(), nodes.end(), [](node_t* node) { node->dial(); });
-        return waitFor([this] { return allReady() && witness.isWatching(); }, 20s);
+        return waitFor([this] { return nodesReady() && witness.isWatching(); }, 20s);
     }
 
     setup_t setup(task_t task, bool kept, bool tls)
@@ -219,7 +222,7 @@ private:
     {
         change(&weather_t::calm);
         std::for_each(nodes.begin(), nodes.end(), [](node_t* node) { node->rest(); });
-        waitFor([this] { return allReady(); }, 90s);
+        waitFor([this] { return nodesReady(); }, 90s);
         // The broker keeps the order, so the last one comes when everything has come.
         const int last = subscribers[0]->ledger.size();
         feed(1);
@@ -228,7 +231,7 @@ private:
         waitFor([&] { return marked && std::all_of(subscribers.begin(), subscribers.end(), hasLast); }, 30s);
     }
 
-    bool allReady() const
+    bool nodesReady() const
     {
         return std::all_of(nodes.begin(), nodes.end(), [](const node_t* node) { return node->isReady(); });
     }
@@ -291,7 +294,8 @@ private:
             {"acknowledgements of nothing", sum(publishers, [](auto& one) { return one.strays; }), 0},
             {"lines about a full outbox", log.full, 0},
             {"lines about a message given up", log.givenUp, 0},
-            {"lines of the broker about dropped messages", broker.output().count("being dropped"), 0},
+            {"subscribers whose queue the broker cut", broker.output().count("being dropped for client down/"), 0},
+            {"witness's queue cut by the broker", broker.output().count("being dropped for client witness"), 0},
             {"losses of the witness", witness.losses(), 0},
             {"growth of memory in KiB", growth(), mostGrowthKib},
             {"more descriptors", openDescriptors() - descriptorsAtRest, 4},
@@ -341,6 +345,5 @@ int main(int argc, char** argv)
     const auto interrupt = [](int) { interrupted = 1; };
     std::signal(SIGINT, interrupt);
     std::signal(SIGTERM, interrupt);
-    const int result = soak_t(std::chrono::minutes(minutes), seed, options.isSet(QStringLiteral("verbose"))).run();
-    return interrupted ? 130 : result;
+    return soak_t(std::chrono::minutes(minutes), seed, options.isSet(QStringLiteral("verbose"))).run();
 }
