@@ -17,6 +17,8 @@
 #include <chrono>
 #include <deque>
 #include <functional>
+#include <memory>
+#include <utility>
 #include <vector>
 
 /// orderly: FIN to both sides. reset: RST to both. unnoticed: RST to the client, while the broker waits on.
@@ -72,7 +74,7 @@ public:
             held -= bytes.size();
             if (bytesLeft >= 0 && bytesLeft <= bytes.size()) {
                 close(); // flush() signals that bytes were written
-                to->write(bytes.constData(), bytesLeft);
+                write(bytes.left(bytesLeft));
                 if (to->state() == QTcpSocket::ConnectedState) {
                     to->flush();
                 }
@@ -80,7 +82,7 @@ public:
                 return;
             }
             bytesLeft -= bytesLeft < 0 ? 0 : bytes.size();
-            to->write(bytes);
+            write(bytes);
             read();
         }
         if (!waiting.empty()) {
@@ -105,6 +107,14 @@ private:
     bool mayPass() const
     {
         return !way.silent && to->bytesToWrite() < mostHeld && waiting.front().due <= clock_t::now();
+    }
+
+    // A side that has ended takes nothing any more.
+    void write(const QByteArray& bytes)
+    {
+        if (to->isOpen()) {
+            to->write(bytes);
+        }
     }
 
     // What is due already waits for something else.

@@ -15,8 +15,13 @@
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QThread>
 
+#include <malloc.h>
+
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <map>
+#include <memory>
 #include <numeric>
 
 namespace {
@@ -342,6 +347,7 @@ int main(int argc, char** argv)
     std::printf("%d minutes, seed %u\n", minutes, seed);
     std::fflush(stdout);
 
+    mallopt(M_MMAP_THRESHOLD, 64 * 1024); // so that large payloads leave no holes that look like growth
     const auto interrupt = [](int) { interrupted = 1; };
     std::signal(SIGINT, interrupt);
     std::signal(SIGTERM, interrupt);
