@@ -201,6 +201,14 @@ public:
         }
     }
 
+    /// Tells the broker, too.
+    void sweep()
+    {
+        if (isCut) {
+            reset(upstream);
+        }
+    }
+
 private:
     static void reset(QTcpSocket* socket)
     {
@@ -263,6 +271,12 @@ public:
     {
         set({}, {});
         refuse(false);
+    }
+
+    /// Ends what the broker waits for after a cut that it has not noticed.
+    void sweep()
+    {
+        each([](passage_t* passage) { passage->sweep(); });
     }
 
 private:

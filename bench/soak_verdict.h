@@ -91,5 +91,6 @@ inline bool judge(const std::vector<node_t*>& nodes, const std::vector<figure_t>
         std::printf("%s %s: %d\n", fails ? "FAILED" : "      ", figure.what, figure.value);
         passes &= !fails;
     }
+    std::fflush(stdout);
     return passes;
 }

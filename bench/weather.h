@@ -30,6 +30,7 @@ public:
     {
         change.stop();
         proxy.heal();
+        proxy.sweep();
     }
 
 private:
