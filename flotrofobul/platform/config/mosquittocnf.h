@@ -64,7 +64,8 @@ public:
     /// ten when connecting.
     [[nodiscard]] int getKeepalive() const noexcept { return keepalive; }
 
-    /// "cleansession": whether the broker forgets the session when the link ends; true by default.
+    /// "cleansession": whether the broker forgets the session when the link ends; true by default. With false it keeps
+    /// the session as long as this process lives.
     [[nodiscard]] bool getCleansession() const noexcept { return cleansession; }
 
     /// "username": any text, empty by default.

@@ -3,18 +3,22 @@
 
 #include <QtCore/QString>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 namespace comunication {
 namespace mosquittopp {
 
-void inbound_t::begin(const QString& clientId)
+void inbound_t::begin(const QString& clientId, bool goesOn)
 {
     prefix = "Client " + clientId.toUtf8() + " received PUB";
     messages.clear();
     waiting = 0;
     leftovers = 0;
+    if (!goesOn) {
+        passed.clear();
+    }
 }
 
 inbound_t::finding_t inbound_t::note(const char* line)
@@ -24,16 +28,20 @@ inbound_t::finding_t inbound_t::note(const char* line)
     }
     const char* const packet = line + prefix.size();
     int mid = 0;
+    int again = 0;
     if (std::sscanf(packet, "REL (Mid: %d)", &mid) == 1) {
         return released(mid);
     }
-    return std::sscanf(packet, "LISH (d%*d, q2, r%*d, m%d,", &mid) == 1 ? begun(mid) : finding_t::none;
+    return std::sscanf(packet, "LISH (d%d, q2, r%*d, m%d,", &again, &mid) == 2 ? begun(mid, again != 0)
+                                                                               : finding_t::none;
 }
 
-inbound_t::finding_t inbound_t::begun(int mid)
+inbound_t::finding_t inbound_t::begun(int mid, bool again)
 {
+    copies_t& copies = messages[mid];
+    copies.again = again;
     ++waiting;
-    return ++messages[mid].waiting > 1 ? finding_t::repeat : finding_t::none;
+    return ++copies.waiting > 1 ? finding_t::repeat : finding_t::none;
 }
 
 inbound_t::finding_t inbound_t::released(int mid)
@@ -48,13 +56,31 @@ inbound_t::finding_t inbound_t::released(int mid)
         --leftovers;
         return finding_t::stale;
     }
+    lastAgain = copies.again;
     waiting -= copies.waiting;
-    copies = {0, copies.waiting - 1};
+    copies = {0, copies.waiting - 1, false};
     leftovers += copies.left;
     if (copies.left <= 0) {
         messages.erase(message);
     }
-    return finding_t::none;
+    return finding_t::release;
+}
+
+// The same message under the same packet id, marked as a repeat: the host has it.
+bool inbound_t::isNew(int mid, uint content)
+{
+    const auto former = std::find_if(passed.begin(), passed.end(), [mid](passed_t one) { return one.mid == mid; });
+    if (former != passed.end()) {
+        if (lastAgain && former->content == content) {
+            return false;
+        }
+        passed.erase(former);
+    }
+    passed.push_back({mid, content});
+    if (passed.size() > mostPassed) {
+        passed.pop_front();
+    }
+    return true;
 }
 
 } // namespace mosquittopp

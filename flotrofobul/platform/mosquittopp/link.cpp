@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 
 namespace comunication {
 namespace mosquittopp {
@@ -448,12 +449,22 @@ void link_t::acknowledged(int wireMid)
     }
 }
 
+bool link_t::isNew(const mosquitto_message& message)
+{
+    const uint topic = qHashBits(message.topic, std::strlen(message.topic));
+    const uint content = qHashBits(message.payload, static_cast<std::size_t>(message.payloadlen), topic);
+    return session.inbound.isNew(message.mid, content);
+}
+
 void link_t::messageArrived(const mosquitto_message& message)
 {
     packetSeen = true;
     // The library reads on until nothing is left, which may be long. This ends its loop after this packet.
     if (readTurn.hasExpired(longestTurn.count())) {
         errno = EAGAIN;
+    }
+    if (message.qos == 2 && !session.isClean() && !isNew(message)) {
+        return;
     }
     if (message.payloadlen > maxPacketBytes) {
         say(warning,
@@ -498,6 +509,8 @@ void link_t::noteInbound(handle_t& from, inbound_t::finding_t finding)
     renews = renews || canRenew;
     if (canRenew || finding == inbound_t::finding_t::stale) {
         from.cut();
+    } else if (finding == inbound_t::finding_t::release && tcp::isDead(from.socket())) {
+        from.cutSilently();
     }
 }
 

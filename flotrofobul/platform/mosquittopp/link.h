@@ -87,6 +87,7 @@ private:
     bool isSending(const tcp::traffic_t& traffic) const;
     bool isReceiving(const tcp::traffic_t& traffic);
     void giveSignOfLife();
+    bool isNew(const mosquitto_message& message);
     void noteInbound(handle_t& from, inbound_t::finding_t finding);
     void noteDropped(int count);
     void say(int level, const QString& text, const char* function, int number);

@@ -54,7 +54,7 @@ public:
     /// Publishes payload as UTF-8; onPublish follows with the same mid when the broker has taken the message over (at
     /// QoS 0: when it has been handed to the network). Without a connection the message waits in the outbox. Refused
     /// are topics over which brokers close the connection (empty, with wildcards or control characters, of more than
-    /// 200 levels), a qos outside 0 to 2, and more than 256 MB.
+    /// 200 levels), a qos outside 0 to 2, and more than 256 MB. Returns 1 when too much waits for a slow broker.
     int publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain);
 
     /// Credentials from the next connection on; none if both are empty. A null user name with a password gives 3. The

@@ -15,8 +15,8 @@ constexpr int mostWaiting = limits::outboxMessages.highest;
 constexpr qint64 mostBytesOverLink = 256 * 1024 * 1024;
 // A broker that closes the connection over a message does so when it reads it, not minutes later.
 constexpr std::chrono::seconds suspicionTime{5};
-// Three times alone on a proven connection, or six times on one that may have been bad.
-constexpr int mostGuilt = 6;
+// Six times alone on a proven connection, or twelve times on one that may have been bad.
+constexpr int mostGuilt = 12;
 constexpr int guiltOnProven = 2;
 // A network that cuts this many connections before one acknowledgement has come is no network.
 constexpr int mostFruitless = 8;

@@ -21,7 +21,7 @@ std::unique_ptr<handle_t> session_t::takeHandle(const identity_t& identity, hand
     }
     mayResume = false;
     clientId = identity.clientId;
-    inbound.begin(clientId);
+    inbound.begin(clientId, broker == broker_t::ours);
     return handle_t::create(clientId, clean || broker == broker_t::ending, listener);
 }
 

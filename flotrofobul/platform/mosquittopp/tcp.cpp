@@ -64,6 +64,12 @@ bool stands(int descriptor, int* systemError)
     return count > 0 || *systemError == EAGAIN || *systemError == EINTR;
 }
 
+bool isDead(int descriptor)
+{
+    constexpr int closed = 7; // TCP_CLOSE in the kernel's numbers
+    return infoOf(descriptor).tcpi_state == closed;
+}
+
 // An even value acknowledges once and lets later acknowledgements travel with later answers; an odd one costs a segment
 // for every packet.
 void acknowledge(int descriptor, quickly_t quickly)

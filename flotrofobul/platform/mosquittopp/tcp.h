@@ -26,6 +26,9 @@ int connectError(int descriptor);
 /// False when the other side has ended the connection; systemError is then 0 for an orderly end.
 bool stands(int descriptor, int* systemError);
 
+/// Whether the other side has ended the connection so that nothing can be written any more.
+bool isDead(int descriptor);
+
 /// When the kernel acknowledges what was received: this once at once, or at once for the next packets, too.
 enum class quickly_t { once, always };
 void acknowledge(int descriptor, quickly_t quickly);
