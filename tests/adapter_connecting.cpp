@@ -153,6 +153,20 @@ authority directory | good               | localhost | .                | 1 8 | 
         QTRY_VERIFY_WITH_TIMEOUT(client.getConnected(), 3000);
     }
 
+    // Who has new credentials does not wait for the answer to the old ones; a name that was typed may have a blank.
+    void newCredentials()
+    {
+        peer_t peer;
+        peer.rules << "WRONG "_s;
+        client_t client;
+        client.username_pw_set("user"_s, "WRONG"_s);
+        QCOMPARE(client.connect_async(" 127.0.0.1"_s, peer.port(), 60), 0);
+        QTRY_VERIFY(peer.rules.isEmpty());
+        client.username_pw_set("user"_s, "RIGHT"_s);
+        QCOMPARE(client.connect_async(" 127.0.0.1"_s, peer.port(), 60), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(client.getConnected(), 1000);
+    }
+
     void refusedValues()
     {
         const QString longText(65536, u'x');

@@ -5,6 +5,15 @@
 #include "support/client.h"
 #include "support/peer.h"
 
+#include <QtNetwork/QSslCertificate>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
 class adapter_reentrancy : public QObject {
     Q_OBJECT
 
@@ -79,6 +88,35 @@ private Q_SLOTS:
             const int mid = client->say("x"_s);
             QTRY_VERIFY(client->acknowledged.contains(mid));
             delete client;
+        }
+    }
+
+    // Certificates that the host reads, its signals and its children do no harm to the link, nor the link to them.
+    void goodGuest()
+    {
+        broker_t secure(certificates.listener("good"_s));
+        void (*const own)(int) = [](int) {};
+        signal(SIGPIPE, own);
+        auto client = std::make_unique<client_t>();
+        QCOMPARE(client->tls_set(certificates.file("ca"_s), {}, {}, {}), 0);
+        QVERIFY(secure.start() && client->joins(secure.port()));
+        const pid_t child = fork();
+        if (child == 0) {
+            client.reset();
+            _exit(0);
+        }
+        waitpid(child, nullptr, 0);
+        client->subscribe(nullptr, "house/a"_s, 2);
+        QObject::connect(client.get(), &client_t::onMessage,
+                         [] { QSslCertificate::fromData("-----BEGIN CERTIFICATE-----\nMIIB"); });
+        client->say("x"_s);
+        client->say("y"_s);
+        QTRY_COMPARE(client->messages.size() + client->acknowledged.size(), 4);
+        QVERIFY(client->losses.isEmpty() && signal(SIGPIPE, SIG_IGN) == own);
+        for (int descriptor = 3; descriptor < 100; ++descriptor) {
+            struct stat what = {};
+            const bool isSocket = ::fstat(descriptor, &what) == 0 && S_ISSOCK(what.st_mode);
+            QVERIFY(!isSocket || ::fcntl(descriptor, F_GETFD) == FD_CLOEXEC);
         }
     }
 

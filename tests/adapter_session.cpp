@@ -87,19 +87,21 @@ private Q_SLOTS:
         QCOMPARE(client.subscribe(&mid, "house/#"_s, 0), 0);
         QCOMPARE(mid, 1);
         connect(&client, &client_t::onMessage, [&] {
-            if (client.messages.size() == 1) {
-                QTRY_COMPARE(client.messages.size(), 3);
+            if (client.messages.size() < 3) {
+                QTest::qSleep(20); // so that the third comes on a turn of its own
+            } else if (client.messages.size() == 3) {
+                QTRY_COMPARE(client.messages.size(), 4);
                 QCOMPARE(client.unsubscribe(&mid, "house/#"_s), 0);
             }
         });
-        QCOMPARE(client.say("\u00e9"_s, 0), 2);
-        QCOMPARE(client.say("\u00e9"_s, 0), 3);
-        QCOMPARE(client.say("\u00e9"_s, 0), 4);
+        for (const int expected : {2, 3, 4, 5}) {
+            QCOMPARE(client.say("\u00e9"_s, 0), expected);
+        }
         QVERIFY(client.acknowledged.isEmpty() && client.subscribed.isEmpty());
-        QTRY_COMPARE(unsubscribed, QList<QVariantList>({{5}}));
-        QCOMPARE(client.messages.mid(2), QStringList{"house/a 2 0 0 \u00e9"_s});
+        QTRY_COMPARE(unsubscribed, QList<QVariantList>({{6}}));
+        QCOMPARE(client.messages.mid(3), QStringList{"house/a 2 0 0 \u00e9"_s});
         QCOMPARE(client.subscribed, QList<int>({1, 0}));
-        QCOMPARE(client.acknowledged, QList<int>({2, 3, 4}));
+        QCOMPARE(client.acknowledged, QList<int>({2, 3, 4, 5}));
     }
 };
 

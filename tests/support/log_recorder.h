@@ -6,6 +6,7 @@
 
 #include <QtCore/QStringList>
 
+#include <functional>
 #include <utility>
 
 using comunication::literals::operator""_l1;
@@ -27,6 +28,9 @@ public:
         logs->setSink([this](const ::utility::logs::LogRecord& record) {
             records << record;
             lines << textOf(record);
+            if (also) {
+                also();
+            }
         });
     }
     ~log_recorder_t()
@@ -53,4 +57,5 @@ public:
 
     QList<::utility::logs::LogRecord> records;
     QStringList lines;
+    std::function<void()> also; ///< what the host does at every line
 };

@@ -60,6 +60,7 @@ private:
         }
         auto* const upstream = new QTcpSocket(client);
         upstream->connectToHost(QHostAddress::LocalHost, broker);
+        client->setReadBufferSize(0x10000); // a large message takes many turns
         QObject::connect(client, &QTcpSocket::readyRead, upstream, [=] { upstream->write(client->readAll()); });
         QObject::connect(client, &QTcpSocket::disconnected, upstream, &QTcpSocket::disconnectFromHost);
         QObject::connect(upstream, &QTcpSocket::disconnected, client, &QTcpSocket::disconnectFromHost);
