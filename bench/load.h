@@ -15,6 +15,7 @@ struct load_t {
     int messages = 0;
     int window = 20; ///< most publications that wait for their acknowledgement
     int burst = 0;   ///< if not 0: this many at once, then wait for all acknowledgements
+    int qos = 2;     ///< at 0 a message is on its way until it has arrived
 };
 
 /// What one round measured.

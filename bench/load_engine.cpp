@@ -52,7 +52,7 @@ protected:
             return;
         }
         ++acknowledged;
-        if (load.burst == 0 && load.window > 1) {
+        if (load.burst == 0 && load.window > 1 && load.qos > 0) {
             publishBatch(1);
         }
         onAcknowledged();
@@ -64,7 +64,7 @@ private:
         publish(QJsonObject{{QStringLiteral("topic"), QStringLiteral("status/DB/realtime")},
                             {QStringLiteral("destination"), QStringLiteral("all")},
                             {QStringLiteral("payload"), benchReading(sent++)}},
-                comunication::utility::exactly_once, false);
+                static_cast<comunication::utility::qos_t>(load.qos), false);
     }
 
     load_t load;
@@ -114,6 +114,8 @@ load_result_t runEngines(const load_t& load)
         if (load.burst == 0 && load.window == 1) {
             result.microseconds.append(static_cast<double>(one.nsecsElapsed()) / 1e3);
             one.start();
+            server.publishBatch(1);
+        } else if (load.qos == 0) {
             server.publishBatch(1);
         }
         finishWhenDone();

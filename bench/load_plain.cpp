@@ -36,7 +36,7 @@ struct plain_t {
             const QJsonObject body{{QStringLiteral("payload"), benchReading(sent++)}};
             const QByteArray text =
                 QJsonDocument(QJsonObject{{QStringLiteral("d"), body}}).toJson(QJsonDocument::Compact);
-            mosquitto_publish(publisher, nullptr, topic.constData(), text.size(), text.constData(), 2, false);
+            mosquitto_publish(publisher, nullptr, topic.constData(), text.size(), text.constData(), load.qos, false);
         }
     }
 
@@ -49,7 +49,7 @@ struct plain_t {
                 pausing = true;
                 pause.start();
             }
-        } else if (load.window > 1) {
+        } else if (load.window > 1 && load.qos > 0) {
             publishBatch(1);
         }
     }
@@ -66,6 +66,8 @@ struct plain_t {
         if (load.burst == 0 && load.window == 1) {
             result.microseconds.append(static_cast<double>(one.nsecsElapsed()) / 1e3);
             one.start();
+            publishBatch(1);
+        } else if (load.qos == 0) {
             publishBatch(1);
         }
     }

@@ -18,8 +18,9 @@ constexpr std::chrono::seconds suspicionTime{5};
 // Six times alone on a proven connection, or twelve times on one that may have been bad.
 constexpr int mostGuilt = 12;
 constexpr int guiltOnProven = 2;
-// A network that cuts this many connections before one acknowledgement has come is no network.
+// A network that cuts this many connections in this time, all before one acknowledgement has come, is no network.
 constexpr int mostFruitless = 8;
+constexpr std::chrono::minutes fruitlessTime{5};
 
 } // namespace
 
@@ -182,9 +183,11 @@ outbox_t::suspicion_t outbox_t::suspect(moment_t now)
     if (!suspicion.any) {
         return suspicion;
     }
-    fruitless += proven ? 0 : 1;
+    if (!proven && fruitless++ == 0) {
+        fruitlessSince = now;
+    }
     if (sent.size() > 1) {
-        suspicion.isStuck = fruitless >= mostFruitless;
+        suspicion.isStuck = fruitless >= mostFruitless && now - fruitlessSince >= fruitlessTime;
         return suspicion;
     }
     letter_t& only = sent.front();

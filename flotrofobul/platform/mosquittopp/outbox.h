@@ -111,6 +111,7 @@ private:
     int suspects = 0;
     bool proven = false; // something was acknowledged over this connection
     int fruitless = 0;   // connections in a row that ended without an acknowledgement
+    moment_t fruitlessSince;
     int mostMessages = limits::outboxMessages.initial;
     int mostBytes = limits::outboxBytes.initial;
     int keptFromBefore = 0; // messages, and below bytes, not acknowledged when the link went down

@@ -32,6 +32,8 @@ QString systemText(int error)
     case ENETUNREACH:
     case EHOSTUNREACH: return QStringLiteral("there is no way to this host, is the network up?");
     case ETIMEDOUT: return QStringLiteral("the host does not answer");
+    case EPIPE:
+    case EAGAIN: // of a call after the one that failed
     case ECONNRESET: return QStringLiteral("the other side has reset the connection");
     default: return QString::fromLocal8Bit(std::strerror(error));
     }
