@@ -61,12 +61,19 @@ protected:
 private:
     void publishOne()
     {
-        publish(QJsonObject{{QStringLiteral("topic"), QStringLiteral("status/DB/realtime")},
-                            {QStringLiteral("destination"), QStringLiteral("all")},
-                            {QStringLiteral("payload"), benchReading(sent++)}},
-                static_cast<comunication::utility::qos_t>(load.qos), false);
+        const QJsonObject reading = benchReading(sent++);
+        if (load.qos == 2) {
+            publish(QJsonObject{{QStringLiteral("topic"), QStringLiteral("status/DB/realtime")},
+                                {QStringLiteral("destination"), QStringLiteral("all")},
+                                {QStringLiteral("payload"), reading}},
+                    comunication::utility::exactly_once, false);
+        } else { // packets always go out at QoS 2
+            publish(topic, QJsonObject{{QStringLiteral("payload"), reading}},
+                    static_cast<comunication::utility::qos_t>(load.qos), false);
+        }
     }
 
+    const QString topic = loadTopic();
     load_t load;
     bool started = false;
 };

@@ -69,7 +69,7 @@ private Q_SLOTS:
         QCOMPARE(outbox.waitingCount(), 4);
     }
 
-    void suspects_data() { addRows("proven connections | 3\nany connections | 6"); }
+    void suspects_data() { addRows("proven connections | 6\nany connections | 12"); }
 
     // A message is blamed for the end of a connection only when it was alone; how soon depends on the connection.
     void suspects()
@@ -80,7 +80,7 @@ private Q_SLOTS:
         send(outbox);
         QVERIFY(!outbox.suspect({}).forsaken);
         int cuts = 0;
-        for (bool fatal = false; !fatal && cuts < 10; ++cuts) {
+        for (bool fatal = false; !fatal && cuts < 15; ++cuts) {
             outbox.linkLost(false);
             if (cells[0] == "proven connections"_s) {
                 outbox.addRequest(outbox.nextMid(), 7);

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <flotrofobul/platform/mosquittopp/delivery.h>
 
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QPointer>
+#include <flotrofobul/platform/mosquittopp/turn.h>
 
-#include <chrono>
+#include <QtCore/QPointer>
 
 namespace comunication {
 namespace mosquittopp {
@@ -12,7 +11,7 @@ namespace mosquittopp {
 namespace {
 
 // Long enough for a few hundred messages, short enough that nobody sees a panel freeze.
-constexpr std::chrono::milliseconds longestTurn{10};
+constexpr milliseconds_t longestTurn{10};
 
 } // namespace
 
@@ -33,8 +32,7 @@ void delivery_t::timerEvent(QTimerEvent* /*event*/)
 bool delivery_t::deliver()
 {
     const QPointer<delivery_t> alive(this);
-    QElapsedTimer turn;
-    turn.start();
+    const turn_t turn(longestTurn);
     // An event leaves the queue, and the next turn is scheduled, before it is passed on: a slot that runs an event loop
     // of its own then receives the events after it.
     while (!events.empty()) {
@@ -47,7 +45,7 @@ bool delivery_t::deliver()
         if (!alive) {
             return false;
         }
-        if (turn.hasExpired(longestTurn.count())) {
+        if (turn.isOver()) {
             return true;
         }
     }

@@ -21,8 +21,7 @@ namespace {
 using namespace ::utility::logs;
 
 // Many packets per wake-up, but never so many that the rest of the event loop has to wait.
-constexpr std::chrono::milliseconds longestTurn{5};
-constexpr int lettersBetweenLooks = 32; // at the clock
+constexpr milliseconds_t longestTurn{5};
 constexpr milliseconds_t shortestHousekeeping{500};
 // More bytes than any packet has that is not reported: the rest of a long one is under way.
 constexpr std::uint64_t longPacket = 1000;
@@ -202,11 +201,9 @@ void link_t::listenToLog()
 
 void link_t::pump()
 {
-    QElapsedTimer turn;
-    turn.start();
-    const moment_t now = moment_t::clock::now();
-    for (int count = 1; isConnected() && !session.inbound.hasLeftovers(); ++count) {
-        letter_t* const letter = outbox.takeNext(now);
+    const turn_t turn(longestTurn);
+    while (isConnected() && !session.inbound.hasLeftovers()) {
+        letter_t* const letter = outbox.takeNext(lastTick());
         if (letter == nullptr) {
             break;
         }
@@ -221,7 +218,7 @@ void link_t::pump()
             say(error, refusalText(verdict, "message to", QString::fromUtf8(letter->topic)), "refuse", __LINE__);
             outbox.discardNewest();
         }
-        if (count % lettersBetweenLooks == 0 && turn.hasExpired(longestTurn.count())) {
+        if (turn.isOver()) {
             nextTurn.start(0, this);
             break;
         }
@@ -260,14 +257,14 @@ void link_t::writable(watcher_t& /*watcher*/)
 
 bool link_t::read()
 {
-    readTurn.start();
+    readTurn.start(longestTurn);
     outcome_t outcome;
     do {
         outcome = handle->read();
         if (!settle(outcome)) {
             return false;
         }
-    } while (outcome.systemError != EAGAIN && !readTurn.hasExpired(longestTurn.count()));
+    } while (outcome.systemError != EAGAIN && !readTurn.isOver());
     return true;
 }
 
@@ -460,7 +457,7 @@ void link_t::messageArrived(const mosquitto_message& message)
 {
     packetSeen = true;
     // The library reads on until nothing is left, which may be long. This ends its loop after this packet.
-    if (readTurn.hasExpired(longestTurn.count())) {
+    if (readTurn.isOver()) {
         errno = EAGAIN;
     }
     if (message.qos == 2 && !session.isClean() && !isNew(message)) {

@@ -9,6 +9,7 @@
 #include <flotrofobul/platform/mosquittopp/outbox.h>
 #include <flotrofobul/platform/mosquittopp/session.h>
 #include <flotrofobul/platform/mosquittopp/tcp.h>
+#include <flotrofobul/platform/mosquittopp/turn.h>
 #include <flotrofobul/platform/mosquittopp/values.h>
 #include <flotrofobul/platform/mosquittopp/watcher.h>
 
@@ -134,7 +135,7 @@ private:
     std::unique_ptr<watcher_t> watcher;
     QBasicTimer timer;
     QBasicTimer nextTurn; // for letters and log lines that are left
-    QElapsedTimer readTurn;
+    turn_t readTurn;
 
     tcp::traffic_t lastTraffic;
     std::uint64_t receivedAtPacket = 0; // bytes when the last whole packet was seen

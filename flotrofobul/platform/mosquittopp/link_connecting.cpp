@@ -138,7 +138,7 @@ void link_t::established(dialler_t::result_t result)
     receivedAtPacket = 0;
     timer.start(housekeepingInterval().count(), this);
     listenToLog();
-    outbox.sentAgain(moment_t::clock::now()); // by the library, if a session goes on
+    outbox.sentAgain(lastTick()); // by the library, if a session goes on
     noteDropped(0);
     noteProblem(QString());
     if (settle(result.outcome)) {
@@ -167,7 +167,7 @@ void link_t::lost(outcome_t outcome)
     }
     outbox_t::suspicion_t suspicion;
     if (outcome.code != MOSQ_ERR_KEEPALIVE) {
-        suspicion = outbox.suspect(moment_t::clock::now());
+        suspicion = outbox.suspect(lastTick());
     }
     if (!suspicion.any) {
         outbox.acquit();

@@ -4,10 +4,10 @@
 #pragma once
 
 #include <flotrofobul/platform/limits.h>
+#include <flotrofobul/platform/mosquittopp/turn.h>
 
 #include <QtCore/QByteArray>
 
-#include <chrono>
 #include <deque>
 #include <optional>
 #include <unordered_set>
@@ -15,8 +15,6 @@
 
 namespace comunication {
 namespace mosquittopp {
-
-using moment_t = std::chrono::steady_clock::time_point;
 
 /// A message as it was published. It has two ids: the caller's, which stays however often it is sent, and the one that
 /// libmosquitto gave it in this session.
