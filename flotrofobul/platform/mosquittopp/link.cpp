@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An established link: reading, writing, what is published and what arrives.
+// What a host asks of a link, and how it reads and writes.
 #include <flotrofobul/platform/mosquittopp/link.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
@@ -22,9 +22,6 @@ using namespace ::utility::logs;
 
 // Many packets per wake-up, but never so many that the rest of the event loop has to wait.
 constexpr milliseconds_t longestTurn{5};
-constexpr milliseconds_t shortestHousekeeping{500};
-// More bytes than any packet has that is not reported: the rest of a long one is under way.
-constexpr std::uint64_t longPacket = 1000;
 
 bool endsConnection(int rc)
 {
@@ -297,13 +294,6 @@ void link_t::watch()
     }
 }
 
-milliseconds_t link_t::housekeepingInterval() const
-{
-    const milliseconds_t longest =
-        target.keepalive == seconds_t::zero() ? limits::interval.highest : milliseconds_t(target.keepalive) / 4;
-    return std::clamp(interval, shortestHousekeeping, longest);
-}
-
 void link_t::timerEvent(QTimerEvent* event)
 {
     if (event->timerId() == nextTurn.timerId()) {
@@ -318,56 +308,6 @@ void link_t::timerEvent(QTimerEvent* event)
         }
     }
     finish(MOSQ_ERR_SUCCESS);
-}
-
-// Judges the link by the keep-alive, but first reads what came while the host was busy. While a long packet moves the
-// link is alive, although the library sees no whole one.
-void link_t::keepHouse()
-{
-    const bool mayRead = delivery.pendingBytes() <= maxPacketBytes;
-    if (mayRead && !read()) {
-        return;
-    }
-    pump();
-    if (!isConnected()) {
-        return;
-    }
-    const tcp::traffic_t traffic = tcp::traffic(handle->socket());
-    const bool sends = isSending(traffic);
-    const bool receives = mayRead ? isReceiving(traffic) : tcp::hasInput(handle->socket());
-    lastTraffic = traffic;
-    if (receives) {
-        giveSignOfLife();
-    } else if (!sends) {
-        settle(handle->checkKeepalive());
-    }
-}
-
-bool link_t::isSending(const tcp::traffic_t& traffic) const
-{
-    const bool hasLongPacket = handle->wantsWrite() || traffic.queued > static_cast<int>(longPacket);
-    return hasLongPacket && traffic.acknowledged != lastTraffic.acknowledged;
-}
-
-bool link_t::isReceiving(const tcp::traffic_t& traffic)
-{
-    if (packetSeen) {
-        packetSeen = false;
-        receivedAtPacket = traffic.received;
-    }
-    return traffic.received != lastTraffic.received && traffic.received - receivedAtPacket > longPacket;
-}
-
-// The answer to a PINGREQ would come behind the packet that is under way, too late for the library, and the broker
-// wants to hear something, too. It answers that nobody is subscribed to this, and that is all.
-void link_t::giveSignOfLife()
-{
-    if (target.keepalive != seconds_t::zero() &&
-        (!signOfLife.isValid() || signOfLife.hasExpired(milliseconds_t(target.keepalive).count() / 2))) {
-        signOfLife.start();
-        int wireMid = 0;
-        settle(handle->unsubscribe(&wireMid, QByteArrayLiteral("still/receiving")));
-    }
 }
 
 void link_t::noteDropped(int count)
@@ -416,114 +356,6 @@ int link_t::finish(int rc)
         delivery.deliverLater();
     }
     return rc;
-}
-
-void link_t::brokerAnswered(int rc, int flags)
-{
-    // On a fast network a single call may end the handshake, send CONNECT and read the answer.
-    if (!dialler.mayAnswer()) {
-        return; // a second answer that nobody asked for
-    }
-    const bool sessionPresent = flags & 1;
-    const bool resuming = session.isResuming();
-    const bool anew = rc == 0 && !session.begins(sessionPresent);
-    dialler.noteAnswer(rc, anew);
-    if (!anew) {
-        delivery.push(event_t(event_t::connected, rc, flags));
-    } else if (resuming) {
-        say(warning, "The broker has forgotten the session, a new one is begun"_l1, __func__, __LINE__);
-    } else if (sessionPresent) {
-        say(warning, "The broker holds an old session of this client, which is ended"_l1, __func__, __LINE__);
-    }
-}
-
-void link_t::acknowledged(int wireMid)
-{
-    packetSeen = true;
-    const int mid = outbox.acknowledge(wireMid);
-    if (mid > 0) {
-        delivery.push(event_t(event_t::published, mid));
-    }
-}
-
-bool link_t::isNew(const mosquitto_message& message)
-{
-    const uint topic = qHashBits(message.topic, std::strlen(message.topic));
-    const uint content = qHashBits(message.payload, static_cast<std::size_t>(message.payloadlen), topic);
-    return session.inbound.isNew(message.mid, content);
-}
-
-void link_t::messageArrived(const mosquitto_message& message)
-{
-    packetSeen = true;
-    // The library reads on until nothing is left, which may be long. This ends its loop after this packet.
-    if (readTurn.isOver()) {
-        errno = EAGAIN;
-    }
-    if (message.qos == 2 && !session.isClean() && !isNew(message)) {
-        return;
-    }
-    if (message.payloadlen > maxPacketBytes) {
-        say(warning,
-            "Message dropped, it is longer than "_l1 + QString::number(maxPacketBytes) + " bytes: "_l1 +
-                QString::fromUtf8(message.topic).left(120),
-            __func__, __LINE__);
-        return;
-    }
-    event_t event(event_t::message, message.mid, message.qos, message.retain, message.payloadlen);
-    event.topic = QString::fromUtf8(message.topic);
-    event.text = QString::fromUtf8(static_cast<const char*>(message.payload), message.payloadlen);
-    delivery.push(std::move(event));
-}
-
-void link_t::subscribed(int wireMid, int count, const int* granted)
-{
-    packetSeen = true;
-    const int mid = outbox.acknowledgeRequest(wireMid);
-    if (mid == 0) {
-        say(warning, "The broker acknowledges a subscription that nobody made: "_l1 + QString::number(wireMid),
-            __func__, __LINE__);
-        return;
-    }
-    event_t event(event_t::subscribed, mid);
-    event.granted.assign(granted, granted + count);
-    delivery.push(std::move(event));
-}
-
-void link_t::unsubscribed(int wireMid)
-{
-    const int mid = outbox.acknowledgeRequest(wireMid);
-    if (mid > 0) {
-        delivery.push(event_t(event_t::unsubscribed, mid));
-    }
-}
-
-// A repeat comes when all that was half received before is released. So where nothing of ours is on its way either, the
-// handle is not needed any more; without it the broker repeats the message to a new one.
-void link_t::noteInbound(handle_t& from, inbound_t::finding_t finding)
-{
-    const bool canRenew = finding == inbound_t::finding_t::repeat && !outbox.awaitsAnswers();
-    renews = renews || canRenew;
-    if (canRenew || finding == inbound_t::finding_t::stale) {
-        from.cut();
-    } else if (finding == inbound_t::finding_t::release && tcp::isDead(from.socket())) {
-        from.cutSilently();
-    }
-}
-
-void link_t::lineWritten(handle_t& from, int level, const char* text)
-{
-    if (level == MOSQ_LOG_ERR || level == MOSQ_LOG_WARNING) {
-        dialler.noteLine(from, text);
-    }
-    if (!session.isClean() && level == MOSQ_LOG_DEBUG) {
-        noteInbound(from, session.inbound.note(text));
-    }
-    if (logging) {
-        event_t event(event_t::log, level);
-        event.text = QString::fromUtf8(text);
-        delivery.push(std::move(event));
-    }
 }
 
 } // namespace mosquittopp

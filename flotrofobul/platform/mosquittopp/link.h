@@ -83,17 +83,17 @@ private:
     bool read();
     bool settle(outcome_t outcome);
     void watch();
+    void noteDropped(int count);
+    void say(int level, const QString& text, const char* function, int number);
+    bool flush();
+    int finish(int rc);
+
+    // link_housekeeping.cpp
     milliseconds_t housekeepingInterval() const;
     void keepHouse();
     bool isSending(const tcp::traffic_t& traffic) const;
     bool isReceiving(const tcp::traffic_t& traffic);
     void giveSignOfLife();
-    bool isNew(const mosquitto_message& message);
-    void noteInbound(handle_t& from, inbound_t::finding_t finding);
-    void noteDropped(int count);
-    void say(int level, const QString& text, const char* function, int number);
-    bool flush();
-    int finish(int rc);
 
     // link_connecting.cpp
     int checkTarget(const target_t& newTarget);
@@ -113,13 +113,15 @@ private:
     void letGo();
     void closed();
 
-    // handle_listener_t
+    // link_arrivals.cpp
     void brokerAnswered(int rc, int flags) override;
     void acknowledged(int wireMid) override;
     void messageArrived(const mosquitto_message& message) override;
     void subscribed(int wireMid, int count, const int* granted) override;
     void unsubscribed(int wireMid) override;
     void lineWritten(handle_t& handle, int level, const char* text) override;
+    bool isNew(const mosquitto_message& message);
+    void noteInbound(handle_t& from, inbound_t::finding_t finding);
 
     const bool autoconnect;
     bool logging = false;

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+// What libmosquitto reports from inside its calls: only notes are taken here.
+#include <flotrofobul/platform/mosquittopp/link.h>
+
+#include <flotrofobul/platform/logs/log_line.h>
+
+#include <mosquitto.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace comunication {
+namespace mosquittopp {
+
+using namespace ::utility::logs;
+
+void link_t::brokerAnswered(int rc, int flags)
+{
+    // On a fast network a single call may end the handshake, send CONNECT and read the answer.
+    if (!dialler.mayAnswer()) {
+        return; // a second answer that nobody asked for
+    }
+    const bool sessionPresent = flags & 1;
+    const bool resuming = session.isResuming();
+    const bool anew = rc == 0 && !session.begins(sessionPresent);
+    dialler.noteAnswer(rc, anew);
+    if (!anew) {
+        delivery.push(event_t(event_t::connected, rc, flags));
+    } else if (resuming) {
+        say(warning, "The broker has forgotten the session, a new one is begun"_l1, __func__, __LINE__);
+    } else if (sessionPresent) {
+        say(warning, "The broker holds an old session of this client, which is ended"_l1, __func__, __LINE__);
+    }
+}
+
+void link_t::acknowledged(int wireMid)
+{
+    packetSeen = true;
+    const int mid = outbox.acknowledge(wireMid);
+    if (mid > 0) {
+        delivery.push(event_t(event_t::published, mid));
+    }
+}
+
+bool link_t::isNew(const mosquitto_message& message)
+{
+    const uint topic = qHashBits(message.topic, std::strlen(message.topic));
+    const uint content = qHashBits(message.payload, static_cast<std::size_t>(message.payloadlen), topic);
+    return session.inbound.isNew(message.mid, content);
+}
+
+void link_t::messageArrived(const mosquitto_message& message)
+{
+    packetSeen = true;
+    // The library reads on until nothing is left, which may be long. This ends its loop after this packet.
+    if (readTurn.isOver()) {
+        errno = EAGAIN;
+    }
+    if (message.qos == 2 && !session.isClean() && !isNew(message)) {
+        return;
+    }
+    if (message.payloadlen > maxPacketBytes) {
+        say(warning,
+            "Message dropped, it is longer than "_l1 + QString::number(maxPacketBytes) + " bytes: "_l1 +
+                QString::fromUtf8(message.topic).left(120),
+            __func__, __LINE__);
+        return;
+    }
+    event_t event(event_t::message, message.mid, message.qos, message.retain, message.payloadlen);
+    event.topic = QString::fromUtf8(message.topic);
+    event.text = QString::fromUtf8(static_cast<const char*>(message.payload), message.payloadlen);
+    delivery.push(std::move(event));
+}
+
+void link_t::subscribed(int wireMid, int count, const int* granted)
+{
+    packetSeen = true;
+    const int mid = outbox.acknowledgeRequest(wireMid);
+    if (mid == 0) {
+        say(warning, "The broker acknowledges a subscription that nobody made: "_l1 + QString::number(wireMid),
+            __func__, __LINE__);
+        return;
+    }
+    event_t event(event_t::subscribed, mid);
+    event.granted.assign(granted, granted + count);
+    delivery.push(std::move(event));
+}
+
+void link_t::unsubscribed(int wireMid)
+{
+    const int mid = outbox.acknowledgeRequest(wireMid);
+    if (mid > 0) {
+        delivery.push(event_t(event_t::unsubscribed, mid));
+    }
+}
+
+// A repeat comes when all that was half received before is released. So where nothing of ours is on its way either, the
+// handle is not needed any more; without it the broker repeats the message to a new one.
+void link_t::noteInbound(handle_t& from, inbound_t::finding_t finding)
+{
+    const bool canRenew = finding == inbound_t::finding_t::repeat && !outbox.awaitsAnswers();
+    renews = renews || canRenew;
+    if (canRenew || finding == inbound_t::finding_t::stale) {
+        from.cut();
+    } else if (finding == inbound_t::finding_t::release && tcp::isDead(from.socket())) {
+        from.cutSilently();
+    }
+}
+
+void link_t::lineWritten(handle_t& from, int level, const char* text)
+{
+    if (level == MOSQ_LOG_ERR || level == MOSQ_LOG_WARNING) {
+        dialler.noteLine(from, text);
+    }
+    if (!session.isClean() && level == MOSQ_LOG_DEBUG) {
+        noteInbound(from, session.inbound.note(text));
+    }
+    if (logging) {
+        event_t event(event_t::log, level);
+        event.text = QString::fromUtf8(text);
+        delivery.push(std::move(event));
+    }
+}
+
+} // namespace mosquittopp
+} // namespace comunication
