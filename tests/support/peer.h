@@ -21,6 +21,7 @@ public:
     /// or by something in it, and what act() understands; "ACCEPT" stands for the connection,
     /// over which nothing is read then.
     QStringList rules;
+    qint64 passed = 0;    ///< bytes to the broker, as a proxy
     QStringList received; ///< names of the packets over the newest connection
 
     quint16 port() const { return server.serverPort(); }
@@ -61,7 +62,8 @@ private:
         auto* const upstream = new QTcpSocket(client);
         upstream->connectToHost(QHostAddress::LocalHost, broker);
         client->setReadBufferSize(0x10000); // a large message takes many turns
-        QObject::connect(client, &QTcpSocket::readyRead, upstream, [=] { upstream->write(client->readAll()); });
+        QObject::connect(client, &QTcpSocket::readyRead, upstream,
+                         [=] { passed += upstream->write(client->readAll()); });
         QObject::connect(client, &QTcpSocket::disconnected, upstream, &QTcpSocket::disconnectFromHost);
         QObject::connect(upstream, &QTcpSocket::disconnected, client, &QTcpSocket::disconnectFromHost);
         QObject::connect(upstream, &QTcpSocket::readyRead, [=] {
