@@ -62,6 +62,7 @@ private:
         auto* const upstream = new QTcpSocket(client);
         upstream->connectToHost(QHostAddress::LocalHost, broker);
         client->setReadBufferSize(0x10000); // a large message takes many turns
+        client->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 0x10000);
         QObject::connect(client, &QTcpSocket::readyRead, upstream,
                          [=] { passed += upstream->write(client->readAll()); });
         QObject::connect(client, &QTcpSocket::disconnected, upstream, &QTcpSocket::disconnectFromHost);
