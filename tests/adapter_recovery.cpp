@@ -261,6 +261,23 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QCOMPARE(peer.received.join(u' '), "CONNECT PUBLISH PUBREL"_s);
     }
 
+    // What one broker has half received is sent whole to another, also where that knows the client.
+    void otherBroker()
+    {
+        peer_t first;
+        first.rules << "PUBREL "_s; // and no answer
+        peer_t second;
+        second.rules << "CONNECT 20020100"_s;
+        client_t client(false);
+        QVERIFY(client.joins(first.port()));
+        client.say("x"_s);
+        QTRY_VERIFY(first.rules.isEmpty());
+        QCOMPARE(client.disconnect_sync(), 0);
+        QVERIFY(client.joins(second.port()));
+        QTRY_COMPARE(client.acknowledged.size(), 1);
+        QCOMPARE(second.received.join(u' '), "CONNECT PUBLISH PUBREL"_s);
+    }
+
     void nobodyThere()
     {
         broker_t broker;

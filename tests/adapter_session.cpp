@@ -76,6 +76,22 @@ private Q_SLOTS:
                  QStringList({"house/a 3 1 0 \u00e9"_s + QChar(0), "house/a 16777216 1 0 "_s + limit}));
     }
 
+    // A host that was slow is heard at once when it is not any more.
+    void slowSlot()
+    {
+        client_t client;
+        client.setLoopInterval(15000); // so that no housekeeping helps
+        QVERIFY(client.joins(broker.port()));
+        client.subscribe(nullptr, "house/#"_s, 0);
+        connect(&client, &client_t::onMessage, [] { QTest::qSleep(20); });
+        for (const int all : {8, 16}) {
+            for (int i = 0; i < 8; ++i) {
+                client.say("x"_s, 0);
+            }
+            QTRY_COMPARE_WITH_TIMEOUT(client.messages.size(), all, 1000);
+        }
+    }
+
     // No signal comes from inside an operation, and a slot with an event loop of its own gets the next ones.
     void nestedLoop()
     {

@@ -39,13 +39,13 @@ bool delivery_t::deliver()
         const event_t event = std::move(events.front());
         events.pop_front();
         ends -= event.kind == event_t::disconnected;
-        bytes -= event.payloadlen;
+        bytes -= sizeOf(event);
         deliverLater();
         receiver(event);
         if (!alive) {
             return false;
         }
-        if (turn.isOver()) {
+        if (turn.isOver() && !events.empty()) {
             return true;
         }
     }

@@ -41,11 +41,11 @@ public:
     void push(event_t event)
     {
         ends += event.kind == event_t::disconnected;
-        bytes += event.payloadlen;
+        bytes += sizeOf(event);
         events.push_back(std::move(event));
     }
     bool isEmpty() const { return events.empty(); }
-    /// Bytes of the payloads that wait.
+    /// About how much memory waits.
     qint64 pendingBytes() const { return bytes; }
     /// How many ends of connections are still to be reported.
     int pendingEnds() const { return ends; }
@@ -60,6 +60,7 @@ public:
 
 private:
     void timerEvent(QTimerEvent* event) override;
+    static int sizeOf(const event_t& event) { return static_cast<int>(sizeof event) + event.payloadlen; }
 
     const receiver_t receiver;
     std::deque<event_t> events;

@@ -234,6 +234,13 @@ void dialler_t::timerEvent(QTimerEvent* /*event*/)
 
 void dialler_t::outOfTime()
 {
+    // The answer may have come while the host was busy.
+    if (chosen != nullptr && tcp::hasInput(chosen->handle->socket())) {
+        proceed(*chosen, true);
+        if (result) {
+            return;
+        }
+    }
     if (deadline.hasExpired()) {
         if (lookup) {
             finish({MOSQ_ERR_EAI, false, lookupText(false), nullptr, {}});
@@ -380,6 +387,10 @@ void dialler_t::tell()
 
 void dialler_t::pollOnce()
 {
+    if (deadline.hasExpired()) {
+        outOfTime();
+        return;
+    }
     std::vector<pollfd> watched;
     bool buffered = false;
     if (lookup) {

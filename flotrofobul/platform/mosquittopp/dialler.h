@@ -72,6 +72,8 @@ public:
     /// used, and another one is to be made. mayAnswer() is false for an answer that nobody asked for.
     bool mayAnswer() const;
     void noteAnswer(int rc, bool anew);
+    /// Whether the connection that the broker has just accepted is being ended again.
+    bool startsAnew() const { return startAnew; }
     void noteLine(const handle_t& handle, const char* text);
 
 private:

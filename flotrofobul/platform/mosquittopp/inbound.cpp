@@ -39,7 +39,7 @@ inbound_t::finding_t inbound_t::note(const char* line)
 inbound_t::finding_t inbound_t::begun(int mid, bool again)
 {
     copies_t& copies = messages[mid];
-    copies.again = again;
+    copies.again = again && (copies.waiting == 0 || copies.again);
     ++waiting;
     return ++copies.waiting > 1 ? finding_t::repeat : finding_t::none;
 }
@@ -52,8 +52,10 @@ inbound_t::finding_t inbound_t::released(int mid)
     }
     copies_t& copies = message->second;
     if (copies.left > 0) {
-        --copies.left;
         --leftovers;
+        if (--copies.left == 0 && copies.waiting == 0) {
+            messages.erase(message);
+        }
         return finding_t::stale;
     }
     lastAgain = copies.again;

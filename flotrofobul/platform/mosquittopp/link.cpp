@@ -90,13 +90,13 @@ int link_t::publish(int* mid, const QString& topic, const QString& payload, int 
     letter.retain = retain;
     const verdict_t verdict = check(letter);
     if (verdict.code != MOSQ_ERR_SUCCESS) {
-        return refuse(verdict, "message to", topic);
+        return refused(verdict, "message to", topic);
     }
     letter.mid = outbox.nextMid();
     if (mid != nullptr) {
         *mid = letter.mid;
     }
-    noteDropped(outbox.add(std::move(letter), isConnected()));
+    noteDropped(outbox.add(std::move(letter), handle != nullptr));
     pump();
     return finish(MOSQ_ERR_SUCCESS);
 }
@@ -113,13 +113,19 @@ verdict_t link_t::check(const letter_t& letter) const
     if (letter.payload.size() > longestPayload) {
         return {MOSQ_ERR_PAYLOAD_SIZE, "it is longer than the protocol allows"};
     }
-    if (!isConnected() && letter.bytes() > outbox.bytesLimit()) {
+    if (!handle && letter.bytes() > outbox.bytesLimit()) {
         return {MOSQ_ERR_PAYLOAD_SIZE, "without a connection it does not fit into the outbox"};
     }
-    if (isConnected() && !outbox.hasRoom(letter.bytes())) {
+    if (handle && !outbox.hasRoom(letter.bytes())) {
         return {MOSQ_ERR_NOMEM, "too many others wait for the broker"};
     }
     return verdict;
+}
+
+int link_t::refused(const verdict_t& verdict, const char* what, const QString& value)
+{
+    say(error, refusalText(verdict, what, value), "refuse", __LINE__);
+    return finish(verdict.code);
 }
 
 void link_t::withdraw(int mid)
@@ -137,7 +143,7 @@ int link_t::subscribe(int* mid, const QString& filter, int qos)
         if (mid != nullptr) {
             *mid = 0;
         }
-        return refuse(verdict, "subscription of", filter);
+        return refused(verdict, "subscription of", filter);
     }
     return request(mid, filter,
                    [this, qos](int* wireMid, const QByteArray& text) { return handle->subscribe(wireMid, text, qos); });
@@ -157,13 +163,13 @@ int link_t::request(int* mid, const QString& filter, const std::function<outcome
     const QByteArray text = filter.toUtf8();
     const verdict_t verdict = checkFilter(text);
     if (verdict.code != MOSQ_ERR_SUCCESS) {
-        return refuse(verdict, "subscription of", filter);
+        return refused(verdict, "subscription of", filter);
     }
     if (!isConnected()) {
         return MOSQ_ERR_NO_CONN;
     }
     if (outbox.hasTooManyRequests()) {
-        return refuse({MOSQ_ERR_NOMEM, "too many others wait for the broker"}, "subscription of", filter);
+        return refused({MOSQ_ERR_NOMEM, "too many others wait for the broker"}, "subscription of", filter);
     }
     int wireMid = 0;
     const outcome_t outcome = call(&wireMid, text);
@@ -199,7 +205,7 @@ void link_t::listenToLog()
 void link_t::pump()
 {
     const turn_t turn(longestTurn);
-    while (isConnected() && !session.inbound.hasLeftovers()) {
+    while (isConnected()) {
         letter_t* const letter = outbox.takeNext(lastTick());
         if (letter == nullptr) {
             break;
@@ -225,6 +231,10 @@ void link_t::pump()
 
 void link_t::readable(watcher_t& /*watcher*/)
 {
+    if (state == state_t::closing) {
+        bin();
+        return;
+    }
     read();
     pump();
     congested = false;
@@ -241,6 +251,16 @@ void link_t::readable(watcher_t& /*watcher*/)
         congested = true;
         watch();
     }
+}
+
+// What comes while the last packets leave: libmosquitto would take it for a fault and end the connection at once, but
+// left unread it would make the kernel do the same.
+void link_t::bin()
+{
+    if (!tcp::discardInput(handle->socket())) {
+        closed();
+    }
+    finish(MOSQ_ERR_SUCCESS);
 }
 
 void link_t::writable(watcher_t& /*watcher*/)

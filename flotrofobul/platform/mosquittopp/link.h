@@ -77,10 +77,12 @@ private:
     void writable(watcher_t& watcher) override;
     void timerEvent(QTimerEvent* event) override;
     verdict_t check(const letter_t& letter) const;
+    int refused(const verdict_t& verdict, const char* what, const QString& value);
     int request(int* mid, const QString& filter, const std::function<outcome_t(int*, const QByteArray&)>& call);
     void listenToLog();
     void pump();
     bool read();
+    void bin();
     bool settle(outcome_t outcome);
     void watch();
     void noteDropped(int count);
@@ -133,7 +135,7 @@ private:
     session_t session;
     dialler_t dialler;
     target_t target;
-    std::unique_ptr<handle_t> handle; // while connected or closing
+    std::unique_ptr<handle_t> handle; // while there is a connection, also a closing one
     std::unique_ptr<watcher_t> watcher;
     QBasicTimer timer;
     QBasicTimer nextTurn; // for letters and log lines that are left
@@ -142,6 +144,7 @@ private:
     tcp::traffic_t lastTraffic;
     std::uint64_t receivedAtPacket = 0; // bytes when the last whole packet was seen
     bool packetSeen = false;
+    QElapsedTimer lastMove; // of a long packet
     QElapsedTimer signOfLife;
 
     QString problem; // why there is no connection, in words

@@ -26,10 +26,10 @@ void link_t::brokerAnswered(int rc, int flags)
     dialler.noteAnswer(rc, anew);
     if (!anew) {
         delivery.push(event_t(event_t::connected, rc, flags));
-    } else if (resuming) {
-        say(warning, "The broker has forgotten the session, a new one is begun"_l1, __func__, __LINE__);
     } else if (sessionPresent) {
         say(warning, "The broker holds an old session of this client, which is ended"_l1, __func__, __LINE__);
+    } else if (resuming) {
+        say(warning, "The broker has forgotten the session, a new one is begun"_l1, __func__, __LINE__);
     }
 }
 
@@ -52,6 +52,9 @@ bool link_t::isNew(const mosquitto_message& message)
 void link_t::messageArrived(const mosquitto_message& message)
 {
     packetSeen = true;
+    if (dialler.startsAnew()) {
+        return; // it belongs to the session that is being ended
+    }
     // The library reads on until nothing is left, which may be long. This ends its loop after this packet.
     if (readTurn.isOver()) {
         errno = EAGAIN;

@@ -54,8 +54,7 @@ int link_t::refuseTarget(const verdict_t& verdict, const char* what, const QStri
     if (!isConnected()) {
         noteProblem(refusalText(verdict, what, value));
     }
-    say(error, refusalText(verdict, what, value), "refuse", __LINE__);
-    return verdict.code;
+    return refused(verdict, what, value);
 }
 
 int link_t::connectAsync(const QString& host, int port, seconds_t keepalive)
@@ -78,6 +77,10 @@ int link_t::start(const target_t& newTarget, wait_t wait)
         closed();
     }
     letGo();
+    // What was half done with one broker means nothing to another.
+    if (newTarget.host != target.host || newTarget.port != target.port) {
+        session.forget();
+    }
     target = newTarget;
     return dial(wait, true);
 }
@@ -103,7 +106,7 @@ int link_t::dial(wait_t wait, bool callerIsTold)
 
 std::unique_ptr<handle_t> link_t::takeHandle()
 {
-    std::unique_ptr<handle_t> next = session.takeHandle(identity, this);
+    std::unique_ptr<handle_t> next = session.takeHandle(dialledAs, this);
     if (!session.isResuming()) {
         outbox.restart();
     }
@@ -134,8 +137,10 @@ void link_t::established(dialler_t::result_t result)
     watcher = std::make_unique<watcher_t>(*handle, listener, this);
     connectedFor.start();
     signOfLife.invalidate();
-    lastTraffic = {};
-    receivedAtPacket = 0;
+    lastTraffic = tcp::traffic(handle->socket());
+    receivedAtPacket = lastTraffic.received;
+    packetSeen = false;
+    lastMove.invalidate();
     timer.start(housekeepingInterval().count(), this);
     listenToLog();
     outbox.sentAgain(lastTick()); // by the library, if a session goes on

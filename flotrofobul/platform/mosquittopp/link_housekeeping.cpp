@@ -38,9 +38,14 @@ void link_t::keepHouse()
     const bool sends = isSending(traffic);
     const bool receives = mayRead ? isReceiving(traffic) : tcp::hasInput(handle->socket());
     lastTraffic = traffic;
+    if (sends || receives) {
+        lastMove.start();
+    }
+    // A packet that moves may rest for a while, too.
+    const int patience = milliseconds_t(target.keepalive).count() / 2;
     if (receives) {
         giveSignOfLife();
-    } else if (!sends) {
+    } else if (!lastMove.isValid() || lastMove.hasExpired(patience)) {
         settle(handle->checkKeepalive());
     }
 }

@@ -161,7 +161,7 @@ void outbox_t::linkLost(bool resumable)
     }
     sent.erase(std::remove_if(sent.begin(), sent.end(), isForgotten), sent.end());
     keptFromBefore = waitingCount();
-    bytesKeptFromBefore = waitingBytes;
+    bytesKeptFromBefore = std::min(waitingBytes, mostBytesOverLink);
 }
 
 void outbox_t::restart()

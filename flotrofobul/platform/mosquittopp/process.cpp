@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace comunication {
@@ -19,11 +20,6 @@ std::mutex& creation()
     return mutex;
 }
 
-int openNull()
-{
-    return ::open("/dev/null", O_RDWR | O_CLOEXEC);
-}
-
 int optionOf(int descriptor, int name)
 {
     int value = -1;
@@ -32,8 +28,7 @@ int optionOf(int descriptor, int name)
     return value;
 }
 
-// Whether a descriptor looks in every respect like an end of libmosquitto's pair; another thread may have opened
-// something else under the number.
+// Whether a descriptor looks in every respect like an end of libmosquitto's pair.
 bool isPairEnd(int descriptor)
 {
     sockaddr_storage name;
@@ -53,7 +48,7 @@ void closeOnExec(int descriptor)
 
 void replaceByNull(int descriptor)
 {
-    const int null = openNull();
+    const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     if (null >= 0) {
         ::dup3(null, descriptor, O_CLOEXEC);
         ::close(null);
@@ -63,8 +58,6 @@ void replaceByNull(int descriptor)
 handle_creation_t::handle_creation_t() : alone(creation())
 {
     ::sigaction(SIGPIPE, nullptr, &pipeAction);
-    next = {openNull(), openNull()};
-    std::for_each(next.begin(), next.end(), ::close);
 }
 
 handle_creation_t::~handle_creation_t()
@@ -76,20 +69,15 @@ handle_creation_t::~handle_creation_t()
 }
 
 // A handle begins with the numbers of its socket and of the pair. Where they are what they must be, it is told that it
-// has no pair, as if it could not be made; else it keeps the numbers, which then stand for /dev/null.
+// has no pair, as if none could be made.
 void handle_creation_t::removePair(::mosquitto* handle) const
 {
-    if (!std::all_of(next.begin(), next.end(), isPairEnd)) {
-        return;
-    }
     std::array<int, 3> numbers;
     std::memcpy(numbers.data(), handle, sizeof numbers);
-    if (numbers == std::array<int, 3>{-1, next[0], next[1]}) {
-        numbers = {-1, -1, -1};
+    if (numbers[0] == -1 && std::all_of(numbers.begin() + 1, numbers.end(), isPairEnd)) {
+        std::for_each(numbers.begin() + 1, numbers.end(), ::close);
+        numbers.fill(-1);
         std::memcpy(handle, numbers.data(), sizeof numbers);
-        std::for_each(next.begin(), next.end(), ::close);
-    } else {
-        std::for_each(next.begin(), next.end(), replaceByNull);
     }
 }
 

@@ -3,7 +3,6 @@
 // Internal.
 #pragma once
 
-#include <array>
 #include <csignal>
 #include <mutex>
 
@@ -34,7 +33,6 @@ public:
 private:
     std::unique_lock<std::mutex> alone;
     struct sigaction pipeAction;
-    std::array<int, 2> next; // the numbers that the pair gets, as long as no other thread opens something
 };
 
 } // namespace mosquittopp

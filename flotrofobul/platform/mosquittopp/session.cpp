@@ -42,6 +42,10 @@ bool session_t::begins(bool sessionPresent)
         broker = broker_t::nothing;
         return false;
     }
+    if (resuming && !mayResume) { // forgotten since the handle was taken
+        broker = sessionPresent ? broker_t::ending : broker_t::nothing;
+        return false;
+    }
     // At this point the library resumes half-finished QoS 2 exchanges. A broker that has forgotten the first half
     // confirms the second without having the message, and a new message is taken for the rest of one that was half
     // received. A DISCONNECT sent now prevents both.

@@ -64,6 +64,16 @@ bool stands(int descriptor, int* systemError)
     return count > 0 || *systemError == EAGAIN || *systemError == EINTR;
 }
 
+bool discardInput(int descriptor)
+{
+    char bytes[4096];
+    ssize_t count = 0;
+    do {
+        count = ::recv(descriptor, bytes, sizeof bytes, MSG_DONTWAIT);
+    } while (count > 0 || (count < 0 && errno == EINTR));
+    return count < 0 && errno == EAGAIN;
+}
+
 bool isDead(int descriptor)
 {
     constexpr int closed = 7; // TCP_CLOSE in the kernel's numbers

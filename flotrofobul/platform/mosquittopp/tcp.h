@@ -26,6 +26,9 @@ int connectError(int descriptor);
 /// False when the other side has ended the connection; systemError is then 0 for an orderly end.
 bool stands(int descriptor, int* systemError);
 
+/// Throws away what waits to be read. False when the other side has ended the connection.
+bool discardInput(int descriptor);
+
 /// Whether the other side has ended the connection so that nothing can be written any more.
 bool isDead(int descriptor);
 
