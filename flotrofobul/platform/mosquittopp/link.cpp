@@ -281,7 +281,7 @@ bool link_t::read()
         if (!settle(outcome)) {
             return false;
         }
-    } while (outcome.systemError != EAGAIN && !readTurn.isOver());
+    } while (outcome.systemError != EAGAIN && !hasReadEnough());
     return true;
 }
 

@@ -64,6 +64,9 @@ private:
     enum class state_t { idle, dialling, connected, closing, waiting };
     enum class wait_t { no, yes };
 
+    /// Bytes that may wait for a host that is slower than the broker, but for the message that goes beyond.
+    static constexpr qint64 mostPending = 1024 * 1024;
+
     /// A log line that waits until the state is whole.
     struct line_t {
         int level;
@@ -82,6 +85,7 @@ private:
     void listenToLog();
     void pump();
     bool read();
+    bool hasReadEnough() const { return readTurn.isOver() || delivery.pendingBytes() > mostPending; }
     void bin();
     bool settle(outcome_t outcome);
     void watch();

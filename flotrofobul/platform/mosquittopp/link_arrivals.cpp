@@ -56,7 +56,7 @@ void link_t::messageArrived(const mosquitto_message& message)
         return; // it belongs to the session that is being ended
     }
     // The library reads on until nothing is left, which may be long. This ends its loop after this packet.
-    if (readTurn.isOver()) {
+    if (hasReadEnough()) {
         errno = EAGAIN;
     }
     if (message.qos == 2 && !session.isClean() && !isNew(message)) {

@@ -26,7 +26,7 @@ milliseconds_t link_t::housekeepingInterval() const
 // link is alive, although the library sees no whole one.
 void link_t::keepHouse()
 {
-    const bool mayRead = delivery.pendingBytes() <= maxPacketBytes;
+    const bool mayRead = delivery.pendingBytes() <= mostPending;
     if (mayRead && !read()) {
         return;
     }
