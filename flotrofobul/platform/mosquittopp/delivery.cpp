@@ -41,6 +41,9 @@ bool delivery_t::deliver()
         ends -= event.kind == event_t::disconnected;
         bytes -= sizeOf(event);
         deliverLater();
+        if (events.empty() && drained) {
+            drained(); // the last one is about to be taken, so that there is room for more
+        }
         receiver(event);
         if (!alive) {
             return false;

@@ -55,7 +55,7 @@ public:
     /// was deleted meanwhile.
     bool deliver();
 
-    /// Called when nothing is left.
+    /// Called when nothing is left, before the last event is passed on.
     std::function<void()> drained;
 
 private:
