@@ -194,6 +194,18 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QCOMPARE(client.messages, QStringList({"a 1 2 0 A"_s, "a 1 2 0 B"_s, "a 1 2 0 C"_s}));
     }
 
+    // A message that is released comes, also where the connection ends before that can be confirmed.
+    void releasedAndReset()
+    {
+        peer_t peer;
+        peer.rules << "CONNECT 200200003406000161000141"_s
+                   << "PUBREC 62020001!"_s;
+        client_t client;
+        QVERIFY(client.joins(peer.port()));
+        QTRY_COMPARE(client.losses.size(), 1);
+        QCOMPARE(client.messages, QStringList{"a 1 2 0 A"_s});
+    }
+
     // The answers of the broker wait where a slow host has not looked.
     void slowHost()
     {

@@ -7,6 +7,8 @@
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
+#include <sys/socket.h>
+
 /// Serves one client at a time: a new connection takes the place of the one before.
 class peer_t {
 public:
@@ -33,6 +35,8 @@ public:
         if (bytes.endsWith(u'.')) {
             client->disconnectFromHost();
         } else if (bytes.endsWith(u'!')) {
+            const ::linger none{1, 0};
+            ::setsockopt(static_cast<int>(client->socketDescriptor()), SOL_SOCKET, SO_LINGER, &none, sizeof none);
             client->abort();
         }
     }

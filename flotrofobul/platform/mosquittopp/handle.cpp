@@ -151,9 +151,18 @@ outcome_t handle_t::dial(const QString& address, int port, seconds_t keepalive)
     return outcome;
 }
 
+// The answers are written after the call. Inside it an answer that cannot be written to a connection that is just
+// ending makes libmosquitto 2.0.11 throw away the released message that it was about to hand over.
 outcome_t handle_t::read()
 {
-    return call([this] { return mosquitto_loop_read(handle, 1); });
+    mosquitto_threaded_set(handle, true);
+    const outcome_t outcome = call([this] { return mosquitto_loop_read(handle, 1); });
+    mosquitto_threaded_set(handle, false);
+    if (outcome.code != MOSQ_ERR_SUCCESS || hasEnded() || !wantsWrite()) {
+        return outcome;
+    }
+    const outcome_t written = write();
+    return written.code == MOSQ_ERR_SUCCESS ? outcome : written;
 }
 
 outcome_t handle_t::write()

@@ -64,7 +64,7 @@ public:
 
     /// Starts to dial; forgets that an earlier connection has ended.
     outcome_t dial(const QString& address, int port, seconds_t keepalive);
-    /// Reads what is there: as many packets as libmosquitto sees fit, and one step of a TLS handshake.
+    /// Reads what is there: as many packets as libmosquitto sees fit, and one step of a TLS handshake. Then answers.
     outcome_t read();
     outcome_t write();
     /// Sends a PINGREQ when it is time, and closes the connection when the last one was not answered.
