@@ -3,7 +3,7 @@
 // are cut as it happens in a house. Knows nothing of MQTT.
 #pragma once
 
-#include "support/broker.h"
+#include "laboratory/broker.h"
 
 #include <QtCore/QPointer>
 #include <QtCore/QRandomGenerator>
@@ -26,9 +26,10 @@ enum class cut_t { orderly, reset, unnoticed };
 
 /// How bytes that go one way are treated from now on. Their order stays.
 struct way_t {
-    int longestDelay = 0;   ///< of each piece, in milliseconds and at random
+    int longestDelay = 0; ///< of each piece, in milliseconds and at random
+    int shortestDelay = 0;
     int bytesPerSecond = 0; ///< 0: as fast as they come
-    bool silent = false;    ///< nothing passes; what waits goes on when this ends
+    bool silent = false;    ///< nothing passes, not even an end; what waits goes on when this ends
     int bytesUntilCut = -1; ///< each connection is cut after that many more, inside a packet or not; -1: it is not
     cut_t cut = cut_t::orderly;
 };
@@ -87,7 +88,7 @@ public:
         }
         if (!waiting.empty()) {
             scheduleNext();
-        } else if (from->state() == QTcpSocket::UnconnectedState && from->bytesAvailable() == 0) {
+        } else if (!way.silent && from->state() == QTcpSocket::UnconnectedState && from->bytesAvailable() == 0) {
             to->disconnectFromHost();
         }
     }
@@ -130,8 +131,8 @@ private:
     {
         while (held < mostHeld && from->bytesAvailable() > 0) {
             const QByteArray bytes = from->read(longestPiece);
-            lastDue =
-                std::max(lastDue, clock_t::now() + std::chrono::milliseconds(random.bounded(way.longestDelay + 1)));
+            lastDue = std::max(lastDue, clock_t::now() + std::chrono::milliseconds(
+                                                             random.bounded(way.shortestDelay, way.longestDelay + 1)));
             if (way.bytesPerSecond > 0) {
                 lastDue += std::chrono::microseconds(bytes.size() * 1000000LL / way.bytesPerSecond);
             }
