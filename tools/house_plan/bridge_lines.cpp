@@ -117,7 +117,7 @@ const access_t& brokerOf(const house_plan_t& plan, const bridge_t& bridge)
     return bridge.to == bridge_t::cloud ? plan.cloud->broker : plan.boxes[bridge.to].broker;
 }
 
-// Comments that say what a line is for stand above its first occurrence in a block.
+// What a line is for.
 QString commentOn(const QString& topic)
 {
     if (topic.contains(QLatin1String(" out 2 forward-bridge/ remote-bridge/"))) {
@@ -145,10 +145,19 @@ QString commentOn(const QString& topic)
     return QStringLiteral("# What the other boxes say, for phones.");
 }
 
-QString block(const house_plan_t& plan, const bridge_t& bridge, const endpoint_t& endpoint)
+// said: the comments that stand in the file already, which are not repeated.
+QString block(const house_plan_t& plan, const bridge_t& bridge, const endpoint_t& endpoint, QStringList& said)
 {
     QStringList lines;
-    const auto add = [&](const QString& line) { lines << line; };
+    const auto add = [&](const QString& line) {
+        const bool comment = line.startsWith(QLatin1Char('#'));
+        if (!comment || !said.contains(line)) {
+            lines << line;
+        }
+        if (comment) {
+            said << line;
+        }
+    };
     const access_t& broker = brokerOf(plan, bridge);
     const bool cloud = bridge.to == bridge_t::cloud;
     if (cloud) {
@@ -189,13 +198,8 @@ QString block(const house_plan_t& plan, const bridge_t& bridge, const endpoint_t
             add(QStringLiteral("bridge_insecure true"));
         }
     }
-    QString last;
     for (const QString& topic : bridge.topics) {
-        const QString comment = commentOn(topic);
-        if (comment != last) {
-            add(comment);
-            last = comment;
-        }
+        add(commentOn(topic));
         add(QStringLiteral("topic ") + topic);
     }
     if (bridge.lane == lane_t::data) {
@@ -210,7 +214,7 @@ QString block(const house_plan_t& plan, const bridge_t& bridge, const endpoint_t
     }
     add(QStringLiteral("# Nodes at both ends hear when the link ends and when it is back."));
     add(QStringLiteral("notifications true"));
-    add(QStringLiteral("# A dead link is noticed after at most 8 seconds and dialled again after 1 to 3."));
+    add(QStringLiteral("# A dead link is noticed after about ten seconds and dialled again after 1 to 3."));
     add(QStringLiteral("keepalive_interval 5"));
     add(QStringLiteral("restart_timeout 1 3"));
     return lines.join(QLatin1Char('\n')) + QLatin1Char('\n');
@@ -261,11 +265,12 @@ QString bridgeLines(const house_plan_t& plan, int box, const endpoint_of_t& endp
         bridgeLinesMark() +
         QStringLiteral("\n# Bridges of box %1, installation %2.\n").arg(plan.boxes[box].server, plan.installationId);
     bool any = false;
+    QStringList said;
     for (const bridge_t& bridge : bridgesOf(plan)) {
         if (bridge.from == box) {
             any = true;
             text += QLatin1Char('\n') +
-                    block(plan, bridge, endpointOf ? endpointOf(bridge) : plannedEndpoint(plan, bridge));
+                    block(plan, bridge, endpointOf ? endpointOf(bridge) : plannedEndpoint(plan, bridge), said);
         }
     }
     if (!any) {
