@@ -32,6 +32,19 @@ struct way_t {
     bool silent = false;    ///< nothing passes, not even an end; what waits goes on when this ends
     int bytesUntilCut = -1; ///< each connection is cut after that many more, inside a packet or not; -1: it is not
     cut_t cut = cut_t::orderly;
+
+    static way_t silence()
+    {
+        way_t way;
+        way.silent = true;
+        return way;
+    }
+    static way_t late(int ms)
+    {
+        way_t way;
+        way.longestDelay = way.shortestDelay = ms;
+        return way;
+    }
 };
 
 /// One way of one connection: what has been read and is not due yet.
