@@ -37,7 +37,7 @@ laboratory_t::laboratory_t(const house_t& house) : house(house)
         one.server = makeNode(QStringLiteral("server"), number, *one.serverFile, house.serverProgram);
         one.panel = makeNode(QStringLiteral("panel"), number, *one.panelFile, house.panelProgram);
         one.ear = std::make_unique<ear_t>(one.broker.port());
-        connect(one.ear.get(), &ear_t::changed, this, [] {}); // wakes until()
+        connect(one.ear.get(), &ear_t::changed, this, &laboratory_t::look);
     }
 }
 
@@ -74,7 +74,7 @@ void laboratory_t::wire()
         plan.cloud->box = QStringLiteral("1");
     }
     for (const tools::bridge_t& bridge : tools::bridgesOf(plan)) {
-        box(bridge.from + 1).bridgeNames << bridge.remoteClientId;
+        box(bridge.from + 1).bridges.insert(bridge.remoteClientId, bridge.to + 1);
         auto& link = links[{bridge.from + 1, bridge.to + 1}];
         if (!link) {
             link = std::make_unique<proxy_t>(bridge.to < 0 ? cloud.port() : box(bridge.to + 1).broker.port());
@@ -133,7 +133,7 @@ bool laboratory_t::start()
         one->ear->dial();
     }
     note(QStringLiteral("house"), QStringLiteral("%1 brokers run").arg(size()));
-    if (!until([this] { return bridgesStand(); }, 15s)) {
+    if (!until([this] { return missingBridge().isEmpty(); }, 15s)) {
         note(QStringLiteral("house"), QStringLiteral("the bridges do not come up"));
         return false;
     }
@@ -156,12 +156,21 @@ bool laboratory_t::leave()
                  5s);
 }
 
-bool laboratory_t::bridgesStand() const
+// Between brokers that run; one that is cut off is missing all the same.
+QString laboratory_t::missingBridge() const
 {
-    return std::all_of(boxes.begin(), boxes.end(), [](const auto& one) {
-        return std::all_of(one->bridgeNames.begin(), one->bridgeNames.end(),
-                           [&](const QString& name) { return one->ear->bridges.value(name); });
-    });
+    const auto runs = [this](int number) {
+        return number == 0 || (box(number).broker.isRunning() && !box(number).brokerFrozen);
+    };
+    for (int number = 1; number <= size(); ++number) {
+        const box_t& one = box(number);
+        for (auto bridge = one.bridges.begin(); bridge != one.bridges.end(); ++bridge) {
+            if (runs(number) && runs(bridge.value()) && !one.ear->bridges.value(bridge.key())) {
+                return bridge.key();
+            }
+        }
+    }
+    return {};
 }
 
 // What happens to the house
@@ -379,7 +388,8 @@ QString laboratory_t::disagreement() const
                    QStringLiteral(" is master");
         }
     }
-    return {};
+    const QString bridge = missingBridge();
+    return bridge.isEmpty() ? QString() : QStringLiteral("bridge ") + bridge + QStringLiteral(" is down");
 }
 
 laboratory_t::milliseconds laboratory_t::agreedFor() const

@@ -44,7 +44,7 @@ class laboratory_t : public QObject {
 public:
     struct box_t {
         broker_t broker;
-        QStringList bridgeNames; ///< those that its broker dials
+        QMap<QString, int> bridges; ///< that its broker dials, by name: to which box (0: the cloud)
         std::unique_ptr<memory_file_t> serverFile;
         std::unique_ptr<memory_file_t> panelFile;
         std::unique_ptr<node_t> server;
@@ -94,7 +94,8 @@ public:
     const box_t& box(int number) const { return *boxes[static_cast<std::size_t>(number - 1)]; }
     std::vector<node_t*> nodes() const; ///< servers, then panels
     QStringList masters() const;        ///< running servers that take themselves for the master
-    /// What keeps the running nodes from having one master that all follow; empty if nothing.
+    /// What keeps the running nodes from having one master that all follow, or bridges that join their brokers; empty
+    /// if nothing.
     QString disagreement() const;
     /// How long they have agreed without a break; 0 if they do not.
     milliseconds agreedFor() const;
@@ -130,7 +131,7 @@ private:
     std::unique_ptr<node_t> makeNode(const QString& role, int number, memory_file_t& file, const QString& program);
     void hear(node_t& node, const QJsonObject& event);
     void look();
-    bool bridgesStand() const;
+    QString missingBridge() const;
     void mend(int one, int other);
     void each(int one, int other, const std::function<void(proxy_t&)>& act);
 
