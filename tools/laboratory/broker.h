@@ -45,12 +45,6 @@ public:
     /// Starts it, again on the same port after a kill. False when it does not listen within 5 s.
     bool start()
     {
-        launch();
-        return awaitListening();
-    }
-    /// The two halves of start(), for several brokers at once.
-    void launch()
-    {
         process = std::make_unique<child_t>();
         process->setProcessChannelMode(QProcess::MergedChannels);
         process->setStandardOutputFile(words.path(), QIODevice::Append);
@@ -58,9 +52,6 @@ public:
         process->start(QStringLiteral("sh"),
                        {QStringLiteral("-c"), QStringLiteral("PATH=$PATH:/usr/sbin; exec mosquitto -c \"$0\""),
                         configuration.path()});
-    }
-    bool awaitListening()
-    {
         const QDeadlineTimer deadline(5000);
         for (process->waitForStarted(); isRunning() && !deadline.hasExpired(); process->waitForFinished(5)) {
             QTcpSocket socket;

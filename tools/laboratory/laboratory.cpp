@@ -14,6 +14,15 @@ namespace {
 
 const QString installation = QStringLiteral("1234");
 
+QString boxName(int number)
+{
+    return QStringLiteral("box %1").arg(number);
+}
+QString linkName(int one, int other)
+{
+    return QStringLiteral("link %1-%2").arg(one).arg(other);
+}
+
 } // namespace
 
 laboratory_t::laboratory_t(const house_t& house) : house(house)
@@ -105,7 +114,9 @@ std::unique_ptr<node_t> laboratory_t::makeNode(const QString& role, int number, 
         arguments << role;
     }
     arguments << file.path();
-    const QString own = QCoreApplication::applicationDirPath() + QStringLiteral("/flotrofobul-lab-node");
+    const QString own = house.nodeProgram.isEmpty()
+                            ? QCoreApplication::applicationDirPath() + QStringLiteral("/flotrofobul-lab-node")
+                            : house.nodeProgram;
     auto node = std::make_unique<node_t>(id, program.isEmpty() ? own : program, arguments);
     connect(node.get(), &node_t::told, this, [this, one = node.get()](const QJsonObject& event) { hear(*one, event); });
     connect(node.get(), &node_t::ended, this, [this, one = node.get()](int status) {
@@ -120,17 +131,15 @@ std::unique_ptr<node_t> laboratory_t::makeNode(const QString& role, int number, 
 
 bool laboratory_t::start()
 {
-    for (const auto& one : boxes) {
-        one->broker.launch();
-    }
     if (house.cloud && !cloud.start()) {
         return false;
     }
-    for (const auto& one : boxes) {
-        if (!one->broker.awaitListening()) {
+    // Those that are dialled first: a bridge that finds nobody waits before it dials again.
+    for (auto one = boxes.rbegin(); one != boxes.rend(); ++one) {
+        if (!(*one)->broker.start()) {
             return false;
         }
-        one->ear->dial();
+        (*one)->ear->dial();
     }
     note(QStringLiteral("house"), QStringLiteral("%1 brokers run").arg(size()));
     if (!until([this] { return missingBridge().isEmpty(); }, 15s)) {
@@ -175,12 +184,27 @@ QString laboratory_t::missingBridge() const
 
 // What happens to the house
 
+void laboratory_t::happens(const QString& who, const QString& what)
+{
+    ++events;
+    note(who, what);
+}
+
+bool laboratory_t::hasPower(const node_t& node) const
+{
+    return std::any_of(boxes.begin(), boxes.end(), [&](const auto& one) {
+        return one->hasPower && (one->server.get() == &node || one->panel.get() == &node);
+    });
+}
+
 void laboratory_t::powerCut(int number, power_cut_t how)
 {
-    note(QStringLiteral("box %1").arg(number), how == power_cut_t::silent
-                                                   ? QStringLiteral("power cut: silence")
-                                                   : QStringLiteral("power cut: its connections end"));
     box_t& one = box(number);
+    if (!std::exchange(one.hasPower, false)) {
+        return;
+    }
+    happens(boxName(number), how == power_cut_t::silent ? QStringLiteral("power cut: silence")
+                                                        : QStringLiteral("power cut: its connections end"));
     for (int other = 1; how == power_cut_t::silent && other <= size(); ++other) {
         each(number, other, [](proxy_t& link) { link.set(way_t::silence(), way_t::silence()); });
     }
@@ -193,13 +217,16 @@ void laboratory_t::powerCut(int number, power_cut_t how)
 
 void laboratory_t::powerOn(int number)
 {
-    note(QStringLiteral("box %1").arg(number), QStringLiteral("has power again"));
+    box_t& one = box(number);
+    if (std::exchange(one.hasPower, true)) {
+        return;
+    }
+    happens(boxName(number), QStringLiteral("has power again"));
     for (int other = 1; other <= size(); ++other) {
         // As its system does with connections that it does not know.
         each(number, other, [](proxy_t& link) { link.cut(cut_t::reset); });
         mend(number, other);
     }
-    box_t& one = box(number);
     one.broker.start();
     one.ear->dial();
     one.server->start();
@@ -209,15 +236,17 @@ void laboratory_t::powerOn(int number)
 
 void laboratory_t::kill(node_t& node)
 {
-    note(node.name, QStringLiteral("killed"));
-    node.kill();
-    look();
+    if (node.isRunning()) {
+        happens(node.name, QStringLiteral("killed"));
+        node.kill();
+        look();
+    }
 }
 
 void laboratory_t::freeze(node_t& node)
 {
-    if (node.isRunning()) {
-        note(node.name, QStringLiteral("frozen"));
+    if (node.isRunning() && !node.isFrozen()) {
+        happens(node.name, QStringLiteral("frozen"));
         node.freeze();
         look();
     }
@@ -226,7 +255,7 @@ void laboratory_t::freeze(node_t& node)
 void laboratory_t::proceed(node_t& node)
 {
     if (node.isFrozen()) {
-        note(node.name, QStringLiteral("continues"));
+        happens(node.name, QStringLiteral("continues"));
         node.proceed();
         look();
     }
@@ -234,48 +263,61 @@ void laboratory_t::proceed(node_t& node)
 
 void laboratory_t::restart(node_t& node)
 {
-    note(node.name, node.isRunning() ? QStringLiteral("killed and started") : QStringLiteral("started"));
-    node.kill();
-    node.start();
-    look();
+    if (hasPower(node)) {
+        happens(node.name, node.isRunning() ? QStringLiteral("killed and started") : QStringLiteral("started"));
+        node.kill();
+        node.start();
+        look();
+    }
 }
 
 void laboratory_t::killBroker(int number)
 {
-    note(QStringLiteral("box %1").arg(number), QStringLiteral("its broker is killed"));
-    box(number).broker.kill(SIGKILL);
-    box(number).brokerFrozen = false;
+    box_t& one = box(number);
+    if (one.broker.isRunning()) {
+        happens(boxName(number), QStringLiteral("its broker is killed"));
+        one.broker.kill(SIGKILL);
+        one.brokerFrozen = false;
+        look();
+    }
 }
 
 void laboratory_t::freezeBroker(int number)
 {
-    note(QStringLiteral("box %1").arg(number), QStringLiteral("its broker is frozen"));
-    box(number).broker.kill(SIGSTOP);
-    box(number).brokerFrozen = box(number).broker.isRunning();
+    box_t& one = box(number);
+    if (one.broker.isRunning() && !std::exchange(one.brokerFrozen, true)) {
+        happens(boxName(number), QStringLiteral("its broker is frozen"));
+        one.broker.kill(SIGSTOP);
+        look();
+    }
 }
 
 void laboratory_t::restartBroker(int number)
 {
     box_t& one = box(number);
     if (std::exchange(one.brokerFrozen, false)) {
-        note(QStringLiteral("box %1").arg(number), QStringLiteral("its broker continues"));
+        happens(boxName(number), QStringLiteral("its broker continues"));
         one.broker.kill(SIGCONT);
-    } else if (!one.broker.isRunning()) {
-        note(QStringLiteral("box %1").arg(number), QStringLiteral("its broker is started"));
+    } else if (one.hasPower && !one.broker.isRunning()) {
+        happens(boxName(number), QStringLiteral("its broker is started"));
         one.broker.start();
         one.ear->dial();
     }
+    look();
 }
 
 void laboratory_t::claim(int number)
 {
-    note(box(number).server->name, QStringLiteral("claims to be the master"));
-    box(number).server->say(QStringLiteral("claim"));
+    node_t& server = *box(number).server;
+    if (server.isRunning()) {
+        happens(server.name, QStringLiteral("claims to be the master"));
+        server.say(QStringLiteral("claim"));
+    }
 }
 
 void laboratory_t::cut(int one, int other)
 {
-    note(QStringLiteral("link %1-%2").arg(one).arg(other), QStringLiteral("cut"));
+    happens(linkName(one, other), QStringLiteral("cut"));
     each(one, other, [](proxy_t& link) {
         link.refuse(true);
         link.cut(cut_t::reset);
@@ -284,14 +326,16 @@ void laboratory_t::cut(int one, int other)
 
 void laboratory_t::silence(int one, int other)
 {
-    note(QStringLiteral("link %1-%2").arg(one).arg(other), QStringLiteral("falls silent"));
+    happens(linkName(one, other), QStringLiteral("falls silent"));
     each(one, other, [](proxy_t& link) { link.set(way_t::silence(), way_t::silence()); });
 }
 
 void laboratory_t::heal(int one, int other)
 {
-    note(QStringLiteral("link %1-%2").arg(one).arg(other), QStringLiteral("healed"));
-    mend(one, other);
+    if (box(one).hasPower && box(other).hasPower) {
+        happens(linkName(one, other), QStringLiteral("healed"));
+        mend(one, other);
+    }
 }
 
 void laboratory_t::mend(int one, int other)
@@ -302,12 +346,15 @@ void laboratory_t::mend(int one, int other)
     });
 }
 
+// Silence stays silence.
 void laboratory_t::delay(int ms)
 {
-    note(QStringLiteral("links"), QStringLiteral("%1 ms each way from now on").arg(ms));
+    happens(QStringLiteral("links"), QStringLiteral("%1 ms each way from now on").arg(ms));
     delayMs = ms;
     for (const auto& [ends, link] : links) {
-        link->set(way_t::late(ms), way_t::late(ms));
+        if (!link->isSilent()) {
+            link->set(way_t::late(ms), way_t::late(ms));
+        }
     }
 }
 
@@ -315,6 +362,9 @@ void laboratory_t::peace()
 {
     note(QStringLiteral("house"), QStringLiteral("peace: all links heal, the frozen continue, the dead are started"));
     delayMs = 0;
+    for (int number = 1; number <= size(); ++number) {
+        powerOn(number);
+    }
     for (const auto& [ends, link] : links) {
         link->heal();
     }

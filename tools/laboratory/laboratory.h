@@ -30,6 +30,7 @@ struct house_t {
     int defaultMaster = 1;   ///< its box; 0: nobody's
     QString serverProgram;   ///< empty: the laboratory's own
     QString panelProgram;    ///< the same
+    QString nodeProgram;     ///< the laboratory's own; empty: beside this program
     QJsonObject keeperTimes; ///< further keys of section "house" of the servers' configuration
 };
 
@@ -50,6 +51,7 @@ public:
         std::unique_ptr<node_t> server;
         std::unique_ptr<node_t> panel;
         std::unique_ptr<ear_t> ear;
+        bool hasPower = true;
         bool brokerFrozen = false;
     };
     struct request_t {
@@ -70,7 +72,7 @@ public:
     /// Everybody takes leave.
     bool leave();
 
-    // What happens to the house; each writes a line of the time line.
+    // What happens to the house; each writes a line of the time line, unless it cannot happen.
     void powerCut(int box, power_cut_t how);
     void powerOn(int box);
     void kill(node_t& node);
@@ -120,6 +122,7 @@ public:
     bool untilAgreed(milliseconds bound);
     void wait(milliseconds time);
 
+    int events = 0; ///< that have happened to the house
     QStringList timeline;
     std::function<void(const QString& line)> aloud; ///< also gets every line
     void note(const QString& who, const QString& text);
@@ -129,6 +132,8 @@ private:
 
     void wire();
     std::unique_ptr<node_t> makeNode(const QString& role, int number, memory_file_t& file, const QString& program);
+    bool hasPower(const node_t& node) const;
+    void happens(const QString& who, const QString& what);
     void hear(node_t& node, const QJsonObject& event);
     void look();
     QString missingBridge() const;

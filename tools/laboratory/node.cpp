@@ -35,8 +35,10 @@ void node_t::kill()
 
 void node_t::freeze()
 {
-    frozen = isRunning();
-    process->signal(SIGSTOP);
+    if (isRunning()) {
+        frozen = true;
+        process->signal(SIGSTOP);
+    }
 }
 
 void node_t::proceed()

@@ -123,10 +123,10 @@ private:
         return !way.silent && to->bytesToWrite() < mostHeld && waiting.front().due <= clock_t::now();
     }
 
-    // A side that has ended takes nothing any more.
+    // A side that has ended, or is about to, takes nothing any more.
     void write(const QByteArray& bytes)
     {
-        if (to->isOpen()) {
+        if (to->isOpen() && to->state() != QTcpSocket::ClosingState && to->state() != QTcpSocket::UnconnectedState) {
             to->write(bytes);
         }
     }
@@ -265,6 +265,8 @@ public:
         toClient = newToClient;
         each([](passage_t* passage) { passage->renew(); });
     }
+
+    bool isSilent() const { return toBroker.silent || toClient.silent; }
 
     /// Whether an attempt to connect meets a closed port.
     void refuse(bool on)

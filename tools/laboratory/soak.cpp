@@ -110,7 +110,7 @@ void live(fate_t& fate)
 {
     // The shortest pauses meet what has just begun, the longest what has settled.
     constexpr int longestPauses[] = {1, 1, 300, 300, 3000, 3000, 8000, 25000};
-    for (int count = 1 + fate.below(6); count > 0; --count) {
+    for (int count = 2 + fate.below(6); count > 0; --count) {
         happen(fate);
         fate.house.wait(milliseconds(fate.below(longestPauses[fate.below(std::size(longestPauses))])));
     }
@@ -119,6 +119,7 @@ void live(fate_t& fate)
 struct summary_t {
     int histories = 0;
     int failures = 0;
+    int acts = 0;
     int answers = 0;
     int repeated = 0; ///< rounds of requests, because the role moved meanwhile
     int roleChanges = 0;
@@ -130,7 +131,7 @@ struct summary_t {
 
     void print() const
     {
-        ::print(QStringLiteral("\n%1 histories, %2 failures").arg(histories).arg(failures));
+        ::print(QStringLiteral("\n%1 histories of %2 events, %3 failures").arg(histories).arg(acts).arg(failures));
         ::print(QStringLiteral("time to heal: at most %1, %2 on average")
                     .arg(seconds(longest), seconds(together / std::max(1, histories))));
         ::print(QStringLiteral("requests answered exactly once: %1; rounds repeated because the role moved: %2")
@@ -175,9 +176,10 @@ int soak(const house_t& house, const soak_t& how)
         const packets_t packetsBefore = laboratory->packets();
         const int changesBefore = laboratory->roleChanges();
         laboratory->timeline.clear();
+        laboratory->events = 0;
         fate_t fate(*laboratory, seed);
         live(fate);
-        const int acts = laboratory->timeline.size();
+        const int acts = laboratory->events;
         laboratory->peace();
         verdict_t verdict = isWell(*laboratory, timeToHeal);
         if (!laboratory->deserters().isEmpty()) {
@@ -185,6 +187,7 @@ int soak(const house_t& house, const soak_t& how)
         }
 
         const packets_t packets = laboratory->packets() - packetsBefore;
+        sum.acts += acts;
         sum.answers += verdict.answers;
         sum.repeated += std::max(0, verdict.rounds - 1);
         sum.roleChanges += laboratory->roleChanges() - changesBefore;

@@ -85,10 +85,11 @@ measured_t claimAtOnce(const house_t& house, bool verbose)
     const bool quiet = laboratory.until(
         [&] { return time.elapsed() > 1000 && laboratory.quietFor() > calm && laboratory.agreedFor() > calm; }, giveUp);
     const milliseconds loud = milliseconds(time.elapsed()) - laboratory.quietFor();
-    const int packets = (laboratory.packets() - before).total();
-    return {quiet && loud <= 5s && packets <= 200, (quiet ? QStringLiteral("quiet after %1").arg(seconds(loud))
-                                                          : QStringLiteral("not quiet after %1").arg(seconds(giveUp))) +
-                                                       QStringLiteral(", %1 packets").arg(packets)};
+    const packets_t packets = laboratory.packets() - before;
+    return {quiet && loud <= 5s && packets.total() <= 200,
+            (quiet ? QStringLiteral("quiet after %1").arg(seconds(loud))
+                   : QStringLiteral("not quiet after %1").arg(seconds(giveUp))) +
+                QStringLiteral(", ") + packets.text()};
 }
 
 measured_t split(const house_t& house, bool verbose, bool isMasterFirst)

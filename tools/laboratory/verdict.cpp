@@ -21,9 +21,8 @@ verdict_t agrees(laboratory_t& laboratory, milliseconds bound, milliseconds calm
     return verdict;
 }
 
-verdict_t isWell(laboratory_t& laboratory, milliseconds bound)
+verdict_t isWell(laboratory_t& laboratory, milliseconds bound, milliseconds calm)
 {
-    constexpr auto calm = 1s;
     constexpr auto toAnswer = 5s;
     constexpr auto forDoubles = 200ms;
     QElapsedTimer time;

@@ -18,7 +18,8 @@ struct verdict_t {
 verdict_t agrees(laboratory_t& laboratory, std::chrono::milliseconds bound, std::chrono::milliseconds calm);
 /// The same, and lets every panel ask its master: each request is taken once and answered once, now and in the
 /// laboratory's past.
-verdict_t isWell(laboratory_t& laboratory, std::chrono::milliseconds bound);
+verdict_t isWell(laboratory_t& laboratory, std::chrono::milliseconds bound,
+                 std::chrono::milliseconds calm = std::chrono::seconds(1));
 /// Time line, thoughts and last words of all nodes, for whoever looks for the cause.
 QString testimony(const laboratory_t& laboratory);
 /// "3.4 s"
