@@ -147,6 +147,7 @@ void bridge_check_t::settle(int index, const QString& problem)
 void bridge_check_t::startRound()
 {
     ++round;
+    moved = false;
     sinceRound.start();
     sinceComplete.invalidate();
     for (direction_t& direction : found.directions) {
@@ -170,7 +171,11 @@ void bridge_check_t::startRound()
 void bridge_check_t::hear(int index, const QString& topic, const QString& payload)
 {
     if (topic.startsWith(bridgeStates)) {
-        found.nodes[index].bridges.insert(topic.section(QLatin1Char('/'), 3, 3), payload == QLatin1String("1"));
+        QMap<QString, bool>& bridges = found.nodes[index].bridges;
+        const QString bridge = topic.section(QLatin1Char('/'), 3, 3);
+        const bool up = payload == QLatin1String("1");
+        moved = moved || !bridges.contains(bridge) || bridges.value(bridge) != up;
+        bridges.insert(bridge, up);
         return;
     }
     const QJsonObject probe = QJsonDocument::fromJson(payload.toUtf8()).object().value(dataKey).toObject();
@@ -202,7 +207,8 @@ void bridge_check_t::look()
     }
     const bool settled = sinceComplete.isValid() && milliseconds(sinceComplete.elapsed()) >= times.settling;
     const bool late = !sinceComplete.isValid() && milliseconds(sinceRound.elapsed()) >= times.round;
-    if (late && milliseconds(sinceFirst.elapsed()) + times.round <= times.patience) {
+    const milliseconds spent(sinceFirst.elapsed());
+    if (late && (moved ? spent <= 2 * times.patience : spent + times.round <= times.patience)) {
         startRound();
     } else if (settled || late || endless) {
         watch.stop();

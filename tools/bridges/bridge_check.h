@@ -61,7 +61,7 @@ class bridge_check_t : public QObject {
 public:
     struct times_t {
         std::chrono::milliseconds patience{10000}; ///< for connecting, and again for the probes
-        std::chrono::milliseconds round{3000};     ///< until what is missing is tried again
+        std::chrono::milliseconds round{2000};     ///< until what is missing is tried again
         std::chrono::milliseconds settling{1000};  ///< after the last one, for second copies
     };
 
@@ -93,6 +93,7 @@ private:
     std::vector<std::unique_ptr<mosquittopp::mosquittoqt>> clients;
     QVector<int> undecided; ///< nodes of which it is not known yet whether they are ready
     int round = 0;
+    bool moved = false;          ///< a bridge has come up or gone down during the round
     bool endless = false;        ///< something goes round
     QElapsedTimer sinceFirst;    ///< since the first round began
     QElapsedTimer sinceRound;    ///< since the current one began

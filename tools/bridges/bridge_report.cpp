@@ -35,7 +35,9 @@ QString join(QStringList words)
 
 QString times(int count)
 {
-    return count == 2 ? QStringLiteral("twice") : QStringLiteral("%1 times").arg(count);
+    return count == 1   ? QStringLiteral("once")
+           : count == 2 ? QStringLiteral("twice")
+                        : QStringLiteral("%1 times").arg(count);
 }
 
 bool carries(lane_t lane, const QString& kind)
