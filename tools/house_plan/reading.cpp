@@ -221,8 +221,9 @@ reading_t readHousePlan(const QByteArray& text)
     reader_t(result).readHouse(document.object());
     // A value of the wrong type has been reported; what the rules say of the default in its place would be noise.
     for (const fault_t& fault : faultsOf(result.plan)) {
-        const bool reported = std::any_of(result.faults.begin(), result.faults.end(),
-                                          [&](const fault_t& known) { return known.place == fault.place; });
+        const bool reported = std::any_of(result.faults.begin(), result.faults.end(), [&](const fault_t& known) {
+            return fault.place == known.place || fault.place.startsWith(known.place + QLatin1Char('.'));
+        });
         if (!reported) {
             result.faults << fault;
         }
