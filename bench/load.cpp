@@ -2,7 +2,7 @@
 // Runs the load in interleaved rounds, each in a process of its own, and compares the engines with libmosquitto alone:
 // medians with minimum and maximum, and the ratio of the medians.
 #include "load.h"
-#include "support/broker.h"
+#include "laboratory/broker.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>

@@ -2,7 +2,7 @@
 // One server and many clients in one process on one broker: how time, CPU, memory and traffic grow with their number,
 // at the start and when the server is lost and comes back.
 #include "bench_host.h"
-#include "support/broker.h"
+#include "laboratory/broker.h"
 
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>

@@ -2,7 +2,7 @@
 // A proxy whose network is good and bad by turns, at random from a seed.
 #pragma once
 
-#include "proxy.h"
+#include "laboratory/proxy.h"
 
 class weather_t : public QObject {
 public:

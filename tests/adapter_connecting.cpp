@@ -2,7 +2,7 @@
 // Everything that can go wrong before a broker has accepted a client.
 #include <flotrofobul/platform/mosquittopp/resolver.h>
 
-#include "support/broker.h"
+#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/peer.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Connections that are lost, messages that must not be, and brokers that do not keep to the protocol.
-#include "support/broker.h"
+#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/peer.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A host may call anything, and delete the adapter, from within any signal and at any moment.
-#include "support/broker.h"
+#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/peer.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The broker adapter in an undisturbed session with a real broker.
-#include "support/broker.h"
+#include "laboratory/broker.h"
 #include "support/client.h"
 
 #include <QtCore/QAbstractEventDispatcher>

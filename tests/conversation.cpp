@@ -2,7 +2,7 @@
 // One complete life on a real broker: a server appears and is adopted, answers a request, loses its role and ends.
 // Everything on the wire and every log line and signal of both engines is compared, whole and in order, with
 // data/conversation.txt.
-#include "support/broker.h"
+#include "laboratory/broker.h"
 #include "support/engine_probe.h"
 #include "support/observer.h"
 #include "support/story.h"

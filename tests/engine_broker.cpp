@@ -2,7 +2,7 @@
 // Engines on real brokers: how a link begins and ends, who is master, and what strangers send.
 #include <flotrofobul/utility/statusbroker.h>
 
-#include "support/broker.h"
+#include "laboratory/broker.h"
 #include "support/engine_probe.h"
 #include "support/observer.h"
 

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
-// A real mosquitto for one test: on a free loopback port, with a configuration of its own.
+// A real mosquitto: on a free loopback port, with a configuration of its own.
 #pragma once
 
+#include "laboratory/child.h"
+
 #include <QtCore/QDeadlineTimer>
-#include <QtCore/QProcess>
 #include <QtCore/QRandomGenerator>
-#include <QtCore/QTemporaryDir>
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
-#include <csignal>
 #include <memory>
 
 /// A port of 127.0.0.1 that nobody listens on at this moment. Not one that the system gives out: somebody's outgoing
@@ -27,31 +26,32 @@ inline quint16 freePort()
 /// come up, and by dump().
 class broker_t {
 public:
-    /// settings: further lines of its configuration, @port in them is its port. Without a "listener"
+    /// settings: as for configure().
+    explicit broker_t(const QString& settings = QString()) : listenPort(freePort()) { configure(settings); }
+    ~broker_t() { kill(SIGKILL); }
+
+    /// Further lines of its configuration for the next start, @port in them is its port. Without a "listener"
     /// line among them it listens on 127.0.0.1 and lets everybody in.
-    explicit broker_t(QString settings = QString()) : listenPort(freePort())
+    void configure(QString settings)
     {
         if (!settings.contains(QStringLiteral("listener "))) {
             settings += QStringLiteral("\nlistener @port 127.0.0.1\nallow_anonymous true");
         }
         settings.replace(QStringLiteral("@port"), QString::number(listenPort));
-        QFile file(directory.filePath(QStringLiteral("mosquitto.conf")));
-        file.open(QIODevice::WriteOnly);
-        // As root it would change to a user who cannot read the directory.
-        file.write("user root\n" + settings.toUtf8() + '\n');
+        // As root it would change to another user, and lose the signal that ends it with its parent.
+        configuration.write("user root\n" + settings.toUtf8() + '\n');
     }
-    ~broker_t() { kill(SIGKILL); }
 
     /// Starts it, again on the same port after a kill. False when it does not listen within 5 s.
     bool start()
     {
-        process = std::make_unique<QProcess>();
+        process = std::make_unique<child_t>();
         process->setProcessChannelMode(QProcess::MergedChannels);
-        process->setStandardOutputFile(directory.filePath(QStringLiteral("output")), QIODevice::Append);
+        process->setStandardOutputFile(words.path(), QIODevice::Append);
         // Debian installs it outside an ordinary user's path.
         process->start(QStringLiteral("sh"),
                        {QStringLiteral("-c"), QStringLiteral("PATH=$PATH:/usr/sbin; exec mosquitto -c \"$0\""),
-                        directory.filePath(QStringLiteral("mosquitto.conf"))});
+                        configuration.path()});
         const QDeadlineTimer deadline(5000);
         for (process->waitForStarted(); isRunning() && !deadline.hasExpired(); process->waitForFinished(5)) {
             QTcpSocket socket;
@@ -67,7 +67,7 @@ public:
     void kill(int signal)
     {
         if (isRunning()) {
-            ::kill(static_cast<pid_t>(processId()), signal);
+            process->signal(signal);
             if (signal == SIGTERM || signal == SIGKILL) {
                 process->waitForFinished(5000);
             }
@@ -79,15 +79,12 @@ public:
     QString host() const { return QStringLiteral("127.0.0.1"); }
     quint16 port() const { return listenPort; }
     /// Everything the broker has written since it was started.
-    QByteArray output() const
-    {
-        QFile file(directory.filePath(QStringLiteral("output")));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
+    QByteArray output() const { return words.read(); }
     void dump() const { qWarning("mosquitto on port %d said:\n%s", listenPort, output().constData()); }
 
 private:
-    QTemporaryDir directory;
     const quint16 listenPort;
-    std::unique_ptr<QProcess> process;
+    memory_file_t configuration;
+    memory_file_t words;
+    std::unique_ptr<child_t> process;
 };

@@ -3,7 +3,7 @@
 // are cut as it happens in a house. Knows nothing of MQTT.
 #pragma once
 
-#include "support/broker.h"
+#include "laboratory/broker.h"
 
 #include <QtCore/QPointer>
 #include <QtCore/QRandomGenerator>
@@ -26,11 +26,25 @@ enum class cut_t { orderly, reset, unnoticed };
 
 /// How bytes that go one way are treated from now on. Their order stays.
 struct way_t {
-    int longestDelay = 0;   ///< of each piece, in milliseconds and at random
+    int longestDelay = 0; ///< of each piece, in milliseconds and at random
+    int shortestDelay = 0;
     int bytesPerSecond = 0; ///< 0: as fast as they come
-    bool silent = false;    ///< nothing passes; what waits goes on when this ends
+    bool silent = false;    ///< nothing passes, not even an end; what waits goes on when this ends
     int bytesUntilCut = -1; ///< each connection is cut after that many more, inside a packet or not; -1: it is not
     cut_t cut = cut_t::orderly;
+
+    static way_t silence()
+    {
+        way_t way;
+        way.silent = true;
+        return way;
+    }
+    static way_t late(int ms)
+    {
+        way_t way;
+        way.longestDelay = way.shortestDelay = ms;
+        return way;
+    }
 };
 
 /// One way of one connection: what has been read and is not due yet.
@@ -87,7 +101,7 @@ public:
         }
         if (!waiting.empty()) {
             scheduleNext();
-        } else if (from->state() == QTcpSocket::UnconnectedState && from->bytesAvailable() == 0) {
+        } else if (!way.silent && from->state() == QTcpSocket::UnconnectedState && from->bytesAvailable() == 0) {
             to->disconnectFromHost();
         }
     }
@@ -109,10 +123,10 @@ private:
         return !way.silent && to->bytesToWrite() < mostHeld && waiting.front().due <= clock_t::now();
     }
 
-    // A side that has ended takes nothing any more.
+    // A side that has ended, or is about to, takes nothing any more.
     void write(const QByteArray& bytes)
     {
-        if (to->isOpen()) {
+        if (to->isOpen() && to->state() != QTcpSocket::ClosingState && to->state() != QTcpSocket::UnconnectedState) {
             to->write(bytes);
         }
     }
@@ -130,8 +144,8 @@ private:
     {
         while (held < mostHeld && from->bytesAvailable() > 0) {
             const QByteArray bytes = from->read(longestPiece);
-            lastDue =
-                std::max(lastDue, clock_t::now() + std::chrono::milliseconds(random.bounded(way.longestDelay + 1)));
+            lastDue = std::max(lastDue, clock_t::now() + std::chrono::milliseconds(
+                                                             random.bounded(way.shortestDelay, way.longestDelay + 1)));
             if (way.bytesPerSecond > 0) {
                 lastDue += std::chrono::microseconds(bytes.size() * 1000000LL / way.bytesPerSecond);
             }
@@ -251,6 +265,8 @@ public:
         toClient = newToClient;
         each([](passage_t* passage) { passage->renew(); });
     }
+
+    bool isSilent() const { return toBroker.silent || toClient.silent; }
 
     /// Whether an attempt to connect meets a closed port.
     void refuse(bool on)

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+// Houses of real processes: that the laboratory shows what is there, and leaves nothing behind.
+#include "laboratory/verdict.h"
+
+#include <QtTest/QtTest>
+
+using namespace std::chrono_literals;
+
+class laboratory : public QObject {
+    Q_OBJECT
+
+    static house_t house(int boxes)
+    {
+        house_t house;
+        house.boxes = boxes;
+        house.nodeProgram = QStringLiteral(NODE_PROGRAM);
+        return house;
+    }
+
+private Q_SLOTS:
+    void begins_data()
+    {
+        QTest::addColumn<QString>("shape");
+        const QStringList shapes = laboratory_t::shapes();
+        for (const QString& shape : shapes) {
+            QTest::newRow(qPrintable(shape)) << shape;
+        }
+    }
+    // Whatever the shape: one master, every request answered once, and then silence.
+    void begins()
+    {
+        QFETCH(const QString, shape);
+        house_t one = house(3);
+        one.shape = shape;
+        one.cloud = true;
+        laboratory_t laboratory(one);
+        QVERIFY(laboratory.start());
+        const verdict_t verdict = isWell(laboratory, 10s, 200ms);
+        QVERIFY2(verdict.isGood(), qPrintable(verdict.failure + u'\n' + testimony(laboratory)));
+        QCOMPARE(verdict.answers, 3);
+        QCOMPARE(verdict.rounds, 1);
+        QVERIFY(laboratory.quietFor() > 100ms);
+        QVERIFY2(laboratory.packets().total() <= 80, qPrintable(laboratory.packets().text()));
+    }
+
+    // What the laboratory says of a house in need, and when the need is over.
+    void seesWhatHappens()
+    {
+        laboratory_t laboratory(house(3));
+        QVERIFY(laboratory.start());
+        QVERIFY(laboratory.untilAgreed(10s));
+
+        laboratory.restart(*laboratory.box(3).server);
+        QVERIFY(!laboratory.disagreement().isEmpty());
+        QVERIFY(laboratory.untilAgreed(5s));
+
+        laboratory.powerCut(1, power_cut_t::silent);
+        QCOMPARE(laboratory.disagreement(), QStringLiteral("nobody is master"));
+        laboratory.claim(2);
+        // What is still on its way would make the next one yield.
+        QVERIFY(laboratory.until([&] { return laboratory.agreedFor() > 500ms; }, 5s));
+        QCOMPARE(laboratory.masters(), QStringList{QStringLiteral("tarnel-server-2")});
+
+        laboratory.cut(2, 3);
+        laboratory.claim(3);
+        const node_t& panel = *laboratory.box(3).panel;
+        QVERIFY(laboratory.until([&] { return panel.ready && panel.master == laboratory.box(3).server->name; }, 5s));
+        QVERIFY(laboratory.until([&] { return laboratory.masters().size() == 2; }, 5s));
+        laboratory.freeze(*laboratory.box(2).panel);
+        QCOMPARE(laboratory.askAll().size(), 2);
+        QVERIFY(!laboratory.until([&] { return laboratory.request(1).answered > 0; }, 300ms));
+        QVERIFY(laboratory.until([&] { return laboratory.request(2).answered > 0; }, 5s));
+
+        laboratory.peace();
+        QVERIFY(laboratory.until([&] { return laboratory.request(1).answered > 0; }, 5s));
+        QVERIFY(laboratory.mostMasters() > 300ms);
+        QVERIFY(laboratory.deserters().isEmpty());
+    }
+
+    // Killed without warning, with a part of it frozen.
+    void leavesNothingBehind()
+    {
+        QProcess command;
+        command.start(QStringLiteral(HOUSE_PROGRAM), {QStringLiteral("--boxes"), QStringLiteral("2")});
+        QByteArray said;
+        while (!said.contains("requests answered") && command.waitForReadyRead(10000)) {
+            said += command.readAll();
+        }
+        QFile list(QStringLiteral("/proc/%1/task/%1/children").arg(command.processId()));
+        QVERIFY(list.open(QIODevice::ReadOnly));
+        const QList<QByteArray> children = list.readAll().simplified().split(' ');
+        QCOMPARE(children.size(), 6);
+        ::kill(children[0].toInt(), SIGSTOP);
+        command.kill();
+        QVERIFY(command.waitForFinished());
+        for (const QByteArray& child : children) {
+            QTRY_VERIFY(::kill(child.toInt(), 0) != 0);
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(laboratory)
+#include "laboratory.moc"

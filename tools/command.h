@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+// What the subcommands of flotrofobul share: how they are called, what their exit codes say, where words go.
+#pragma once
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QCoreApplication>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QStringList>
+#include <QtCore/QTextStream>
+
+#include <optional>
+
+namespace comunication {
+namespace tools {
+
+/// Exit codes.
+enum exit_t {
+    allFine = 0,
+    somethingFound = 1, ///< a fault, a refusal
+    misused = 2,        ///< unknown options, a file that cannot be read
+};
+
+struct subcommand_t {
+    const char* name;
+    const char* summary;
+    int (*run)(const QStringList& arguments); ///< arguments as of a program, the name first
+};
+
+int runBridges(const QStringList& arguments);
+
+/// A result, to standard output.
+inline void say(const QString& line)
+{
+    QTextStream(stdout) << line << Qt::endl;
+}
+
+/// Words for the person at the terminal, to standard error.
+inline void complain(const QString& line)
+{
+    QTextStream(stderr) << line << Qt::endl;
+}
+
+/// Reads a subcommand's options, with --help; nothing when the subcommand is to go on, otherwise the exit code.
+inline std::optional<int> readOptions(QCommandLineParser& options, const QStringList& arguments)
+{
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("This text."));
+    options.addOption(help);
+    if (!options.parse(arguments)) {
+        complain(QStringLiteral("%1: see \"flotrofobul %2 --help\".")
+                     .arg(options.errorText().remove(QRegularExpression(QStringLiteral("\\.$"))), arguments.value(0)));
+        return misused;
+    }
+    if (options.isSet(help)) {
+        say(options.helpText().trimmed());
+        return allFine;
+    }
+    return std::nullopt;
+}
+
+} // namespace tools
+} // namespace comunication
