@@ -23,8 +23,8 @@ namespace house {
 ///     comunication::house::keeper_t keeper(server);
 ///
 /// It reads the section "house" of the server's configuration (see docs/mastership.md, which also has the rules). It
-/// belongs to the host, lives on the server's thread and must be deleted before the server is; a server without one
-/// behaves as ever. It publishes over the server: a short packet to the other servers ("connection/house") and the
+/// belongs to the host and lives on the server's thread; either may be deleted first, and a server without one behaves
+/// as ever. It publishes over the server: a short packet to the other servers ("connection/house") and the
 /// server's own presentation. It makes the server master with setMaster(), and makes it follow another one.
 ///
 /// All its signals come from the event loop, never from inside an operation; a slot may delete both.

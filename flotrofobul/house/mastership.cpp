@@ -212,13 +212,11 @@ void mastership_t::bridgeLost(moment_t clock)
 void mastership_t::wake(moment_t clock)
 {
     const moment_t now = enter(clock);
-    // A presentation to all is a sign of life, too.
-    const bool inPlaceOfSign = signAt <= now && state == master && now - presentedAt > times.present - times.advertise;
-    if (presentAt <= now || inPlaceOfSign) {
+    if (presentAt <= now) {
         orders.present = true;
         presentedAt = now;
         presentAt = now + (now - wrongAt < settling(times) ? settling(times) : times.present);
-        scheduleSign(now);
+        scheduleSign(now); // it is a sign of life, too
     }
     if (signAt <= now) {
         advertise(now);

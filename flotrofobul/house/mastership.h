@@ -18,10 +18,10 @@ namespace house {
 using moment_t = std::chrono::milliseconds;
 
 struct times_t {
-    moment_t advertise{11000}; ///< between two signs of life of a master
+    moment_t advertise{11000}; ///< between two signs of life of a master, give or take a twentieth
     moment_t patience{2000};   ///< how long an answer is waited for
     moment_t start{5000};      ///< how long a server that comes waits for a master
-    moment_t present{60000};   ///< between two presentations of a master to all
+    moment_t present{62000};   ///< between two presentations of a master to all
 };
 
 /// What servers of a house tell each other, in a packet of their own.
