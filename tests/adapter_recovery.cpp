@@ -194,6 +194,28 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QCOMPARE(client.messages, QStringList({"a 1 2 0 A"_s, "a 1 2 0 B"_s, "a 1 2 0 C"_s}));
     }
 
+    // The same where an answer to the host's own message is awaited, so that the library keeps what came twice.
+    void packetIdAgainWhileSending()
+    {
+        peer_t peer;
+        peer.rules << "CONNECT 200200003406000161000141"_s
+                   << "PUBREC ."_s
+                   << "CONNECT 20020100"_s
+                   << "PUBLISH 3c06000161000141"_s
+                   << "PUBREC 62020001"_s
+                   << "PUBCOMP 3406000161000142"_s
+                   << "PUBREC 62020001"_s
+                   << "CONNECT 2002010062020001"_s;
+        client_t client(false);
+        connect(&client, &client_t::onDisconnect, [&] {
+            client.say("x"_s);
+            client.dial(peer.port());
+        });
+        QVERIFY(client.joins(peer.port()));
+        QTRY_VERIFY(client.messages.filter("B"_s).size() == 1 && peer.rules.isEmpty());
+        QCOMPARE(client.messages, QStringList({"a 1 2 0 A"_s, "a 1 2 0 B"_s}));
+    }
+
     // A message that is released comes, also where the connection ends before that can be confirmed.
     void releasedAndReset()
     {

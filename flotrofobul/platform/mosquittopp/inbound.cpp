@@ -51,12 +51,14 @@ inbound_t::finding_t inbound_t::released(int mid)
         return finding_t::none; // released before, and the broker has not heard so
     }
     copies_t& copies = message->second;
-    if (copies.left > 0) {
+    passesLeftover = copies.left > 0;
+    if (passesLeftover) {
+        const bool isStale = copies.waiting > 0;
         --leftovers;
-        if (--copies.left == 0 && copies.waiting == 0) {
+        if (--copies.left == 0 && !isStale) {
             messages.erase(message);
         }
-        return finding_t::stale;
+        return isStale ? finding_t::stale : finding_t::none;
     }
     lastAgain = copies.again;
     waiting -= copies.waiting;
@@ -65,12 +67,15 @@ inbound_t::finding_t inbound_t::released(int mid)
     if (copies.left <= 0) {
         messages.erase(message);
     }
-    return finding_t::release;
+    return finding_t::none;
 }
 
-// The same message under the same packet id, marked as a repeat: the host has it.
+// What is left over was passed on before. So was the same message under the same packet id that is marked as a repeat.
 bool inbound_t::isNew(int mid, uint content)
 {
+    if (passesLeftover) {
+        return false;
+    }
     const auto former = std::find_if(passed.begin(), passed.end(), [mid](passed_t one) { return one.mid == mid; });
     if (former != passed.end()) {
         if (lastAgain && former->content == content) {

@@ -105,8 +105,6 @@ void link_t::noteInbound(handle_t& from, inbound_t::finding_t finding)
     renews = renews || canRenew;
     if (canRenew || finding == inbound_t::finding_t::stale) {
         from.cut();
-    } else if (finding == inbound_t::finding_t::release && tcp::isDead(from.socket())) {
-        from.cutSilently();
     }
 }
 
