@@ -106,6 +106,7 @@ int link_t::dial(wait_t wait, bool callerIsTold)
 
 std::unique_ptr<handle_t> link_t::takeHandle()
 {
+    renews = false; // that was about the handle before this one
     std::unique_ptr<handle_t> next = session.takeHandle(dialledAs, this);
     if (!session.isResuming()) {
         outbox.restart();
