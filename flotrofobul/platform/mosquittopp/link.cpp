@@ -124,8 +124,13 @@ verdict_t link_t::check(const letter_t& letter) const
 
 int link_t::refused(const verdict_t& verdict, const char* what, const QString& value)
 {
-    say(error, refusalText(verdict, what, value), "refuse", __LINE__);
+    sayRefused(verdict, what, value);
     return finish(verdict.code);
+}
+
+void link_t::sayRefused(const verdict_t& verdict, const char* what, const QString& value)
+{
+    say(error, refusalText(verdict, what, value), "refuse", __LINE__);
 }
 
 void link_t::withdraw(int mid)
@@ -217,8 +222,8 @@ void link_t::pump()
             return;
         }
         if (outcome.code != MOSQ_ERR_SUCCESS) {
-            const verdict_t verdict{outcome.code, mosquitto_strerror(outcome.code)};
-            say(error, refusalText(verdict, "message to", QString::fromUtf8(letter->topic)), "refuse", __LINE__);
+            sayRefused({outcome.code, mosquitto_strerror(outcome.code)}, "message to",
+                       QString::fromUtf8(letter->topic));
             outbox.discardNewest();
         }
         if (turn.isOver()) {

@@ -54,7 +54,8 @@ int link_t::refuseTarget(const verdict_t& verdict, const char* what, const QStri
     if (!isConnected()) {
         noteProblem(refusalText(verdict, what, value));
     }
-    return refused(verdict, what, value);
+    sayRefused(verdict, what, value);
+    return verdict.code;
 }
 
 int link_t::connectAsync(const QString& host, int port, seconds_t keepalive)
