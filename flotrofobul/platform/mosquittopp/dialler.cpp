@@ -241,6 +241,8 @@ void dialler_t::outOfTime()
             return;
         }
     }
+    // Asked before the deadline, which may pass between the two and leaves no patience either.
+    const bool isNextDue = patienceLeft() == 0;
     if (deadline.hasExpired()) {
         if (lookup) {
             finish({MOSQ_ERR_EAI, false, lookupText(false), nullptr, {}});
@@ -253,7 +255,7 @@ void dialler_t::outOfTime()
         fail();
         return;
     }
-    if (patienceLeft() == 0) {
+    if (isNextDue) {
         if (!handles.hasSeveral()) {
             noteFailure(*dials.front(), {MOSQ_ERR_ERRNO, ETIMEDOUT});
             drop(*dials.front());
