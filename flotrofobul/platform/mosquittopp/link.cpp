@@ -11,7 +11,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 
 namespace comunication {
 namespace mosquittopp {

@@ -16,7 +16,6 @@ using namespace ::utility::logs;
 
 void link_t::brokerAnswered(int rc, int flags)
 {
-    // On a fast network a single call may end the handshake, send CONNECT and read the answer.
     if (!dialler.mayAnswer()) {
         return; // a second answer that nobody asked for
     }
