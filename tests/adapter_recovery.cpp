@@ -274,6 +274,20 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QVERIFY(client.losses.isEmpty());
     }
 
+    // Who leaves before the broker has answered does so in order: nobody is to hear its last will.
+    void leftEarly()
+    {
+        broker_t broker;
+        QVERIFY(broker.start());
+        peer_t peer(broker.port());
+        client_t client;
+        const auto leave = [&] { peer.passed > 0 && client.disconnect_sync(); };
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, &client, leave);
+        QCOMPARE(client.dial(peer.port()), 0);
+        QTRY_VERIFY(broker.output().contains("Client panel disconnected"));
+        QCOMPARE(client.connects + client.losses, QList<int>());
+    }
+
     void withdrawn_data() { addRows("clean session\nsession kept"); }
 
     // What is taken back on its way is not sent by the next connection.

@@ -69,8 +69,12 @@ void dialler_t::begin(const target_t& newTarget, const identity_t& newIdentity)
     }
 }
 
+// A broker that has read CONNECT would publish the last will of a client that leaves without a word.
 void dialler_t::stop()
 {
+    if (chosen != nullptr && chosen->stage == stage_t::greeting) {
+        chosen->handle->disconnect();
+    }
     release();
     result.reset();
 }
