@@ -288,6 +288,22 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QCOMPARE(client.connects + client.losses, QList<int>());
     }
 
+    // Many short packets are no long one, for which the link would go on saying that it is alive.
+    void quietForHours()
+    {
+        peer_t peer;
+        client_t client;
+        QVERIFY(client.joins(peer.port(), 5));
+        peer.rules << repeated("still/receiving b0020001 *9"_s);
+        peer.send(QByteArray::fromHex("d000").repeated(550));
+        for (int i = 0; i < 9; ++i) {
+            skipped += 3;
+            QTest::qWait(50);
+            peer.send(QByteArray::fromHex("d000"));
+        }
+        QVERIFY2(peer.rules.size() >= 8, QByteArray::number(peer.rules.size()));
+    }
+
     void withdrawn_data() { addRows("clean session\nsession kept"); }
 
     // What is taken back on its way is not sent by the next connection.

@@ -90,6 +90,7 @@ void link_t::subscribed(int wireMid, int count, const int* granted)
 
 void link_t::unsubscribed(int wireMid)
 {
+    packetSeen = true;
     const int mid = outbox.acknowledgeRequest(wireMid);
     if (mid > 0) {
         delivery.push(event_t(event_t::unsubscribed, mid));
