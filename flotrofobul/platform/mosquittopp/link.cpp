@@ -73,7 +73,6 @@ link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cl
 
 link_t::~link_t()
 {
-    noteDropped(0);
     flush();
 }
 
