@@ -216,6 +216,21 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QCOMPARE(client.messages, QStringList({"a 1 2 0 A"_s, "a 1 2 0 B"_s}));
     }
 
+    // A broker may repeat the newer message before it releases the older.
+    void repeatedFirst()
+    {
+        peer_t peer;
+        peer.rules << "CONNECT 2002000034060001610001413406000161000242"_s
+                   << "PUBREC "_s
+                   << "PUBREC ."_s
+                   << "CONNECT 200201003c0600016100024262020001"_s
+                   << "PUBREC 62020002"_s;
+        client_t client(false);
+        connect(&client, &client_t::onDisconnect, [&] { client.dial(peer.port()); });
+        QVERIFY(client.joins(peer.port()));
+        QTRY_COMPARE(client.messages, QStringList({"a 1 2 0 A"_s, "a 1 2 0 B"_s}));
+    }
+
     // A message that is released comes, also where the connection ends before that can be confirmed.
     void releasedAndReset()
     {

@@ -41,7 +41,14 @@ inbound_t::finding_t inbound_t::begun(int mid, bool again)
     copies_t& copies = messages[mid];
     copies.again = again && (copies.waiting == 0 || copies.again);
     ++waiting;
-    return ++copies.waiting > 1 ? finding_t::repeat : finding_t::none;
+    if (++copies.waiting == 1) {
+        copies.number = ++begunCount;
+        return finding_t::none;
+    }
+    const bool isOldest = std::none_of(messages.begin(), messages.end(), [&copies](const auto& one) {
+        return one.second.waiting > 0 && one.second.number < copies.number;
+    });
+    return isOldest ? finding_t::repeat : finding_t::none;
 }
 
 inbound_t::finding_t inbound_t::released(int mid)
@@ -62,7 +69,7 @@ inbound_t::finding_t inbound_t::released(int mid)
     }
     lastAgain = copies.again;
     waiting -= copies.waiting;
-    copies = {0, copies.waiting - 1, false};
+    copies = {0, copies.waiting - 1};
     leftovers += copies.left;
     if (copies.left <= 0) {
         messages.erase(message);

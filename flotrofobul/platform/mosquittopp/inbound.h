@@ -4,6 +4,7 @@
 
 #include <QtCore/QByteArray>
 
+#include <cstdint>
 #include <deque>
 #include <unordered_map>
 
@@ -21,7 +22,7 @@ class inbound_t {
 public:
     enum class finding_t {
         none,
-        repeat, ///< a message comes again whose first copy is still held: the handle will be left with a copy
+        repeat, ///< the oldest of the messages that wait comes again: the handle will be left with a copy of it
         stale,  ///< the library is about to pass on an old message for a new one: without an answer the broker releases
                 ///< the new one once more over the next connection
     };
@@ -43,6 +44,7 @@ private:
         int waiting = 0; // of the message that the broker has still to release
         int left = 0;    // of one that was released
         bool again = false;
+        std::uint64_t number = 0; // how many messages had begun with it
     };
     struct passed_t {
         int mid;
@@ -57,6 +59,7 @@ private:
 
     QByteArray prefix;
     std::unordered_map<int, copies_t> messages;
+    std::uint64_t begunCount = 0;
     int waiting = 0;
     int leftovers = 0;
     bool lastAgain = false;      // the message that is being passed on was marked as a repeat

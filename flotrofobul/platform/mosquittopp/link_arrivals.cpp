@@ -97,8 +97,8 @@ void link_t::unsubscribed(int wireMid)
     }
 }
 
-// A repeat comes when all that was half received before is released. So where nothing of ours is on its way either, the
-// handle is not needed any more; without it the broker repeats the message to a new one.
+// The broker repeats in order, so where the oldest message comes again, all that wait will. Where nothing of ours is on
+// its way either, the handle is not needed any more; without it the broker repeats the messages to a new one.
 void link_t::noteInbound(handle_t& from, inbound_t::finding_t finding)
 {
     const bool canRenew = finding == inbound_t::finding_t::repeat && !outbox.awaitsAnswers();
