@@ -215,7 +215,7 @@ void mastership_t::wake(moment_t clock)
     if (presentAt <= now) {
         orders.present = true;
         presentedAt = now;
-        presentAt = now + (now - wrongAt < settling(times) ? settling(times) : times.present);
+        presentAt = wrongAt + settling(times) > now ? wrongAt + settling(times) : now + times.present;
         scheduleSign(now); // it is a sign of life, too
     }
     if (signAt <= now) {
@@ -409,7 +409,7 @@ void mastership_t::showSelf(moment_t now)
         return;
     }
     signAt = std::min(signAt, std::max(soon(now, 0, 100), signedAt + times.patience / 4));
-    presentAt = std::min(presentAt, std::max(soon(now, 100, 400), presentedAt + settling(times)));
+    presentAt = std::min(presentAt, std::max(soon(now, 100, 400), presentedAt + times.patience / 4));
     wrongAt = now;
 }
 
