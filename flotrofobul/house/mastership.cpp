@@ -166,13 +166,9 @@ void mastership_t::advertised(moment_t clock, const QString& server, const adver
 void mastership_t::heard(moment_t clock, const QString& server)
 {
     const moment_t now = enter(clock);
-    if (server != leader) {
-        return;
-    }
-    if (state == following) {
+    // In doubt only an answer counts, except where there is no companion that could give one.
+    if (server == leader && (state == following || (state == doubting && rankOf(server) == worstRank))) {
         believe(now);
-    } else if (state == doubting && rankOf(server) == worstRank) {
-        believe(now); // it has no companion that could answer
     }
 }
 

@@ -339,7 +339,11 @@ void link_t::noteDropped(int count)
         say(warning, "Outbox is full, the oldest messages go until the broker takes them"_l1, __func__, __LINE__);
     }
     droppedCount += count;
-    if (count == 0 && isConnected() && droppedCount > 0) {
+}
+
+void link_t::reportDropped()
+{
+    if (droppedCount > 0) {
         say(warning, "Messages dropped from the full outbox: "_l1 + QString::number(droppedCount), __func__, __LINE__);
         droppedCount = 0;
     }

@@ -91,6 +91,7 @@ private:
     bool settle(outcome_t outcome);
     void watch();
     void noteDropped(int count);
+    void reportDropped();
     void say(int level, const QString& text, const char* function, int number);
     bool flush();
     int finish(int rc);

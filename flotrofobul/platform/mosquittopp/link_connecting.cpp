@@ -146,7 +146,7 @@ void link_t::established(dialler_t::result_t result)
     timer.start(housekeepingInterval().count(), this);
     listenToLog();
     outbox.sentAgain(lastTick()); // by the library, if a session goes on
-    noteDropped(0);
+    reportDropped();
     noteProblem(QString());
     if (settle(result.outcome)) {
         pump();
