@@ -272,13 +272,26 @@ shifted name            | "bridges": [{"from": 1, "to": 2, "remote_clientid": "a
         }
     }
 
-    void misuse()
+    // Exit codes, and the results for programs; @ is a sound description of a house that does not run.
+    void calls()
     {
-        for (const char* line : {"", "bridge", "bridges", "bridges /none", "bridges a b", "bridges a --timeout x",
-                                 "bridges a --check --out b", "bridges --unknown"}) {
-            QCOMPARE(run_t(QString::fromLatin1(line).split(u' ', Qt::SkipEmptyParts)).code(), 2);
+        house_t house(2, {}, {"0 x"_s, "1 x"_s, "2 x"_s}, {});
+        const QString bad = house.folder(1) + "/bad"_s;
+        writeFile(bad, "{}"_s);
+        for (const char* line : {"2 ", "2 bridge", "2 bridges", "2 bridges /none", "2 bridges @ @",
+                                 "2 bridges @ --unknown", "2 bridges @ --timeout x", "2 bridges @ --check --out b",
+                                 "0 --help", "0 --version", "0 bridges --help", "0 bridges @", "1 bridges BAD"}) {
+            const QString call = QString::fromLatin1(line).replace(u'@', house.description()).replace("BAD"_l1, bad);
+            QVERIFY2(run_t(call.mid(2).split(u' ', Qt::SkipEmptyParts)).code() == call.left(1).toInt(), line);
         }
-        QCOMPARE(run_t({"bridges"_s, "--help"_s}).code(), 0);
+        const auto json = [](const QStringList& arguments) {
+            return QJsonDocument::fromJson(run_t(arguments + QStringList("--json"_s)).text().toUtf8()).object();
+        };
+        QCOMPARE(json({"bridges"_s, bad})["faults"_s].toArray().size(), 2); // neither installation nor boxes
+        const QJsonObject found = json({"bridges"_s, "--check"_s, house.description()});
+        QCOMPARE(found["ok"_s], QJsonValue(false));
+        QCOMPARE(found["findings"_s].toArray()[1].toObject()["from"_s], QJsonValue("2"_s));
+        QCOMPARE(found["brokers"_s].toArray()[0].toObject()["ready"_s], QJsonValue(false));
     }
 };
 
