@@ -135,11 +135,11 @@ one lane   | 3 | @one, "bridges": [{"from": 2, "to": 1}] ||
 out only   | 3 | @cloud, "box": 3}, "shape": "out only" ||
 star       | 3 | @cloud, "box": 3}, "shape": "star", "hub": 1 ||
 cloud at the hub | 3 | @cloud}, @one, "shape": "star", "hub": 2 ||
-tls        | 2 | "tls_enable": true, "ca_file": "@ca" ||
+tls        | 2 | "tls_enable": true, "ca_file": "@ca", "username": "bridge", "password": "wordofpass" ||
 a line     | 2 | | 1 -status/# in | box 2 to box 1: status does not arrive; house-bridge-1-2 at box 1 is up
 no file    | 2 | | 1 -              | box 1 to box 2: nothing arrives; housedata-1-2 at box 1 is not known there
 both       | 2 | @one | 1 -topic; 1 +topic # both 2 | box 1 to box 2: nothing arrives; box 2 to box 1: nothing; it arrives under forward-bridge/, as it was said
-an address | 2 | @one | 1 -address; 1 +address 127.0.0.1:1 | house-bridge-1-2 at box 1 is down: can that box reach 127.0.0.1:@2
+an address | 2 | @one, "bridges": [{"from": 1, "to": 2, "host": "localhost", "port": 1}] || house-bridge-1-2 at box 1 is down: can that box reach localhost:1,
 both ends  | 2 | "bridges": [{"from": 2, "to": 1}] | 1 +@old; 1 +topic local/+/+/+/command/# out 2 forward-bridge/ remote-bridge/ | box 1 to box 2: command arrives twice; box 2 reports the bridge old, which the description does not have
 loop       | 2 | | 1 +@old; 1 +topic # in 2 remote-bridge/ remote-bridge/ | box 1: what it says comes back to it, once, under remote-bridge/
 nobody     | 2 | | 2 x | box 2: Connection to 127.0.0.1:@2 failed: nobody listens there
@@ -150,11 +150,15 @@ access     | 2 | | 1 =@open@acl | box 1: what is published on forward-bridge/ do
 private Q_SLOTS:
     void initTestCase()
     {
+        const QString users = certificates.file("users"_s);
+        QProcess::execute("mosquitto_passwd"_s, {"-b"_s, "-c"_s, users, "bridge"_s, "wordofpass"_s});
+        const QString closed =
+            certificates.listener("good"_s).remove("allow_anonymous true"_l1) + "password_file "_s + users;
         const QStringList lines = QString::fromLatin1(rows).split(u'\n', Qt::SkipEmptyParts);
         for (const QString& line : lines) {
             const QStringList cells = line.split(u'|');
             const QString rest = cells[2].trimmed().replace("@ca"_l1, certificates.file("ca"_s));
-            const QString settings = line.startsWith("tls"_l1) ? certificates.listener("good"_s) : "@open"_s;
+            const QString settings = line.startsWith("tls"_l1) ? closed : "@open"_s;
             auto house = std::make_unique<house_t>(cells[1].toInt(), rest, parts(cells[3]), settings);
             house->check = std::make_unique<run_t>(QStringList{"bridges"_s, "--check"_s, house->description(),
                                                                "--timeout"_s, cells[4].isEmpty() ? "20"_s : "5"_s});
@@ -258,6 +262,11 @@ shifted name            | "bridges": [{"from": 1, "to": 2, "remote_clientid": "a
                                                block.arg("housedata-1-2"_s, "true"_s)));
         QCOMPARE(QFile(ours).permissions(), mine);
 
+        for (const char* words : {"(owner root or mosquitto, mode 0600: it holds passwords), take older bridges away",
+                                  "Is dialled by 1: its mosquitto needs a listener that they reach on port @2"}) {
+            QVERIFY2(house.written.contains(house.named(QString::fromLatin1(words))), qPrintable(house.written));
+        }
+
         writeFile(ours, "by hand\n"_s);
         QFile(ours).setPermissions(mine | QFile::ReadOther);
         const QStringList arguments{"bridges"_s, house.description(), "--out"_s, house.folder(1)};
@@ -272,13 +281,26 @@ shifted name            | "bridges": [{"from": 1, "to": 2, "remote_clientid": "a
         }
     }
 
-    void misuse()
+    // Exit codes, and the results for programs; @ is a sound description of a house that does not run.
+    void calls()
     {
-        for (const char* line : {"", "bridge", "bridges", "bridges /none", "bridges a b", "bridges a --timeout x",
-                                 "bridges a --check --out b", "bridges --unknown"}) {
-            QCOMPARE(run_t(QString::fromLatin1(line).split(u' ', Qt::SkipEmptyParts)).code(), 2);
+        house_t house(2, {}, {"0 x"_s, "1 x"_s, "2 x"_s}, {});
+        const QString bad = house.folder(1) + "/bad"_s;
+        writeFile(bad, "{}"_s);
+        for (const char* line : {"2 ", "2 bridge", "2 bridges", "2 bridges /none", "2 bridges @ @",
+                                 "2 bridges @ --unknown", "2 bridges @ --timeout x", "2 bridges @ --check --out b",
+                                 "0 --help", "0 --version", "0 bridges --help", "0 bridges @", "1 bridges BAD"}) {
+            const QString call = QString::fromLatin1(line).replace(u'@', house.description()).replace("BAD"_l1, bad);
+            QVERIFY2(run_t(call.mid(2).split(u' ', Qt::SkipEmptyParts)).code() == call.left(1).toInt(), line);
         }
-        QCOMPARE(run_t({"bridges"_s, "--help"_s}).code(), 0);
+        const auto json = [](const QStringList& arguments) {
+            return QJsonDocument::fromJson(run_t(arguments + QStringList("--json"_s)).text().toUtf8()).object();
+        };
+        QCOMPARE(json({"bridges"_s, bad})["faults"_s].toArray().size(), 2); // neither installation nor boxes
+        const QJsonObject found = json({"bridges"_s, "--check"_s, house.description()});
+        QCOMPARE(found["ok"_s], QJsonValue(false));
+        QCOMPARE(found["findings"_s].toArray()[1].toObject()["from"_s], QJsonValue("2"_s));
+        QCOMPARE(found["brokers"_s].toArray()[0].toObject()["ready"_s], QJsonValue(false));
     }
 };
 

@@ -6,12 +6,14 @@ namespace tools {
 
 namespace {
 
-QStringList filtersOf(lane_t lane)
+// What a lane carries, behind a topic's installation, which stands at its place.
+QStringList filtersOf(lane_t lane, const QString& installation)
 {
-    const auto values = [](const QStringList& kinds) {
+    const QString start = QStringLiteral("local/") + installation + QLatin1Char('/');
+    const auto values = [&](const QStringList& kinds) {
         QStringList filters;
         for (const QString& kind : kinds) {
-            filters << QStringLiteral("local/+/+/+/") + kind;
+            filters << start + QStringLiteral("+/+/") + kind;
         }
         return filters;
     };
@@ -22,12 +24,12 @@ QStringList filtersOf(lane_t lane)
         return values({QStringLiteral("request/#"), QStringLiteral("command/#"), QStringLiteral("notification/#")});
     case lane_t::everything: break;
     }
-    return {QStringLiteral("#")};
+    return {start + QLatin1Char('#')};
 }
 
-QVector<lane_t> lanesOf(const house_plan_t& plan)
+QVector<lane_t> lanesOf(int lanes)
 {
-    return plan.lanes == 1 ? QVector<lane_t>{lane_t::everything} : QVector<lane_t>{lane_t::presence, lane_t::data};
+    return lanes == 1 ? QVector<lane_t>{lane_t::everything} : QVector<lane_t>{lane_t::presence, lane_t::data};
 }
 
 const joint_t* jointOf(const house_plan_t& plan, int from, int to)
@@ -73,15 +75,20 @@ void name(const house_plan_t& plan, bridge_t& bridge)
     }
 }
 
+void addTopics(bridge_t& bridge, const QStringList& filters, const char* way)
+{
+    for (const QString& filter : filters) {
+        bridge.topics << filter + QLatin1Char(' ') + QLatin1String(way);
+    }
+}
+
 bridge_t between(const house_plan_t& plan, int from, int to, lane_t lane)
 {
     bridge_t bridge{from, to, lane, QString(), QString(), QStringList()};
     name(plan, bridge);
-    const auto add = [&](const char* way) {
-        for (const QString& filter : filtersOf(lane)) {
-            bridge.topics << filter + QLatin1Char(' ') + QLatin1String(way);
-        }
-    };
+    const QStringList filters =
+        lane == lane_t::everything ? QStringList(QStringLiteral("#")) : filtersOf(lane, QStringLiteral("+"));
+    const auto add = [&](const char* way) { addTopics(bridge, filters, way); };
     add("out 2 forward-bridge/ remote-bridge/");
     if (plan.shape != shape_t::outOnly) {
         add("in 2 remote-bridge/ forward-bridge/");
@@ -98,18 +105,17 @@ bridge_t between(const house_plan_t& plan, int from, int to, lane_t lane)
     return bridge;
 }
 
-bridge_t towardsCloud(const house_plan_t& plan, int from)
+// Only this installation leaves the house. Phones know the first lane by its name.
+bridge_t towardsCloud(const house_plan_t& plan, int from, lane_t lane)
 {
-    const QString all = QStringLiteral("local/%1/# ").arg(plan.installationId);
-    const QString& key = plan.cloud->bridgeKey;
-    return {from,
-            bridge_t::cloud,
-            lane_t::everything,
-            key,
-            QStringLiteral("local_") + key,
-            {all + QStringLiteral("out 2 forward-bridge/ cloud-bridge/"),
-             all + QStringLiteral("in 2 cloud-bridge/ forward-bridge/"),
-             all + QStringLiteral("out 2 remote-bridge/ cloud-bridge/")}};
+    const QString name = lane == lane_t::data ? plan.cloud->bridgeKey + QStringLiteral("_data") : plan.cloud->bridgeKey;
+    bridge_t bridge{from, bridge_t::cloud, lane, name, QStringLiteral("local_") + name, QStringList()};
+    const QStringList filters = filtersOf(lane, plan.installationId);
+    for (const char* way : {"out 2 forward-bridge/ cloud-bridge/", "in 2 cloud-bridge/ forward-bridge/",
+                            "out 2 remote-bridge/ cloud-bridge/"}) {
+        addTopics(bridge, filters, way);
+    }
+    return bridge;
 }
 
 const access_t& brokerOf(const house_plan_t& plan, const bridge_t& bridge)
@@ -160,19 +166,17 @@ QString block(const house_plan_t& plan, const bridge_t& bridge, const endpoint_t
     };
     const access_t& broker = brokerOf(plan, bridge);
     const bool cloud = bridge.to == bridge_t::cloud;
-    if (cloud) {
-        add(QStringLiteral("# To the cloud broker."));
-    } else {
-        const QString there = plan.boxes[bridge.to].server;
-        add(bridge.lane == lane_t::presence
-                ? QStringLiteral("# To box %1: who is there, who is master, status.").arg(there)
-            : bridge.lane == lane_t::data
-                ? QStringLiteral("# To box %1: requests, commands and notifications.").arg(there)
-                : QStringLiteral("# To box %1: everything.").arg(there));
-    }
+    const QString there =
+        cloud ? QStringLiteral("the cloud broker") : QStringLiteral("box ") + plan.boxes[bridge.to].server;
+    const QString what = bridge.lane == lane_t::presence ? QStringLiteral("who is there, who is master, status")
+                         : bridge.lane == lane_t::data   ? QStringLiteral("requests, commands and notifications")
+                                                         : QStringLiteral("everything");
+    add(QStringLiteral("# To %1: %2.").arg(there, what));
     add(QStringLiteral("connection ") + bridge.remoteClientId);
     add(QStringLiteral("address %1:%2").arg(endpoint.host).arg(endpoint.port));
-    if (cloud) {
+    if (cloud && bridge.lane == lane_t::data) {
+        add(QStringLiteral("# Not the key itself: two clients with one name would throw each other out."));
+    } else if (cloud) {
         add(QStringLiteral("# The bridge key, by which phones know whether the house is there."));
     } else if (bridge.lane == lane_t::data) {
         add(QStringLiteral(
@@ -228,13 +232,15 @@ QVector<bridge_t> bridgesOf(const house_plan_t& plan)
     for (int from = 0; from < plan.boxes.size(); ++from) {
         for (int to = 0; to < plan.boxes.size(); ++to) {
             if (dials(plan, from, to)) {
-                for (const lane_t lane : lanesOf(plan)) {
+                for (const lane_t lane : lanesOf(plan.lanes)) {
                     bridges << between(plan, from, to, lane);
                 }
             }
         }
         if (from == plan.cloudIndex()) {
-            bridges << towardsCloud(plan, from);
+            for (const lane_t lane : lanesOf(plan.cloud->lanes == 0 ? plan.lanes : plan.cloud->lanes)) {
+                bridges << towardsCloud(plan, from, lane);
+            }
         }
     }
     return bridges;

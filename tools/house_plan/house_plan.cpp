@@ -179,6 +179,9 @@ private:
                         .arg(i));
             }
         }
+        if (cloud.lanes < 0 || cloud.lanes > 2) {
+            add("cloud.lanes", "has to be 1 or 2");
+        }
         const QStringList pieces = cloud.bridgeKey.split(QLatin1Char('-'));
         if (cloud.bridgeKey.isEmpty()) {
             add(key, QStringLiteral("is missing: by this key phones know the bridge"));

@@ -36,6 +36,7 @@ struct cloud_t {
     access_t broker;
     QString bridgeKey; ///< client id of the bridge, which the phones know
     QString box;       ///< server of the box that dials; empty: the hub of a star, the only box
+    int lanes = 0;     ///< 1 or 2; 0: as between the boxes. The second one adds "_data" to the key
 };
 
 /// What differs for one pair of boxes from what is made up for it.

@@ -65,7 +65,9 @@ public:
         if (cloud.isObject()) {
             plan.cloud.emplace();
             keys_t own = accessKeys(plan.cloud->broker);
-            own.insert(own.begin(), {{"bridge_key", text(plan.cloud->bridgeKey)}, {"box", server(plan.cloud->box)}});
+            own.insert(own.begin(), {{"bridge_key", text(plan.cloud->bridgeKey)},
+                                     {"box", server(plan.cloud->box)},
+                                     {"lanes", number(plan.cloud->lanes)}});
             readKeys(cloud.toObject(), QStringLiteral("cloud"), own);
         } else if (!cloud.isUndefined()) {
             add(QStringLiteral("cloud"), QStringLiteral("has to be an object"));
