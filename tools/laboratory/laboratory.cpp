@@ -67,7 +67,8 @@ void laboratory_t::wire()
     plan.shape = house.shape == QLatin1String("out-only") ? tools::shape_t::outOnly
                  : house.shape == QLatin1String("star")   ? tools::shape_t::star
                                                           : tools::shape_t::mesh;
-    plan.hub = QStringLiteral("1");
+    // Not the box of the default master: without the hub the others cannot hear each other.
+    plan.hub = QString::number(size());
     for (int number = 1; number <= size(); ++number) {
         tools::box_t place;
         place.server = QString::number(number);
@@ -80,7 +81,7 @@ void laboratory_t::wire()
         plan.cloud->broker.host = cloud.host();
         plan.cloud->broker.port = cloud.port();
         plan.cloud->bridgeKey = QStringLiteral("bridgekey");
-        plan.cloud->box = QStringLiteral("1");
+        plan.cloud->box = plan.shape == tools::shape_t::star ? plan.hub : QStringLiteral("1");
     }
     for (const tools::bridge_t& bridge : tools::bridgesOf(plan)) {
         box(bridge.from + 1).bridges.insert(bridge.remoteClientId, bridge.to + 1);
@@ -134,12 +135,18 @@ bool laboratory_t::start()
     if (house.cloud && !cloud.start()) {
         return false;
     }
-    // Those that are dialled first: a bridge that finds nobody waits before it dials again.
-    for (auto one = boxes.rbegin(); one != boxes.rend(); ++one) {
-        if (!(*one)->broker.start()) {
+    // Those that are dialled come first: a bridge that finds nobody waits before it dials again.
+    std::vector<box_t*> order;
+    for (const auto& one : boxes) {
+        order.push_back(one.get());
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [](const box_t* one, const box_t* other) { return one->bridges.size() < other->bridges.size(); });
+    for (box_t* const one : order) {
+        if (!one->broker.start()) {
             return false;
         }
-        (*one)->ear->dial();
+        one->ear->dial();
     }
     note(QStringLiteral("house"), QStringLiteral("%1 brokers run").arg(size()));
     if (!until([this] { return missingBridge().isEmpty(); }, 15s)) {

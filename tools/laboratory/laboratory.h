@@ -25,7 +25,7 @@ struct house_t {
     /// "mesh", "out-only" or "star", with one bridge for all that two boxes have to say to each other, or "two-lanes":
     /// a mesh that keeps what is said of presence and nothing else.
     QString shape = QStringLiteral("two-lanes");
-    bool cloud = false; ///< a broker outside the house, dialled by the first box
+    bool cloud = false; ///< a broker outside the house, dialled by the first box or the hub
     bool keeper = false;
     int defaultMaster = 1;   ///< its box; 0: nobody's
     QString serverProgram;   ///< empty: the laboratory's own
