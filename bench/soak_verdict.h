@@ -32,7 +32,7 @@ constexpr promise_t promises[] = {
     {"arrived after a newer one", task_t::publish, 1, ledger_t::late, 0, verdict_t::noted, verdict_t::noted},
     {"received again", task_t::listen, 2, ledger_t::repeated, 0, verdict_t::fails, verdict_t::fails},
     {"received after a newer one", task_t::listen, 2, ledger_t::late, 0, verdict_t::fails, verdict_t::fails},
-    {"never received", task_t::listen, 2, ledger_t::asked, ledger_t::arrived, verdict_t::ignored, verdict_t::noted},
+    {"never received", task_t::listen, 2, ledger_t::asked, ledger_t::arrived, verdict_t::ignored, verdict_t::fails},
 };
 
 /// A number and its bound.

@@ -77,6 +77,16 @@ std::unique_ptr<system_t> shared_t::recordOf(const protobase_t& engine, const QJ
     return std::unique_ptr<system_t>(engine.serializer->deserialize<system_t*>(packet));
 }
 
+QString shared_t::masterId(const protobase_t& engine)
+{
+    return engine.system->getMasterId();
+}
+
+QJsonValue shared_t::hostSection(const protobase_t& engine, QLatin1String name)
+{
+    return engine.configuration->serialize().value(name);
+}
+
 void shared_t::storeMaster(protobase_t& engine, const QString& id, const QJsonObject& data)
 {
     engine.system->setMaster(id, withoutDeeperMasters(data));

@@ -34,6 +34,9 @@ struct shared_t {
     static QJsonObject ownRecord(const protobase_t& engine);
     /// Reads a record from a presentation packet; throws QJsonSerializerException if a value has the wrong type.
     static std::unique_ptr<system_t> recordOf(const protobase_t& engine, const QJsonObject& packet);
+    static QString masterId(const protobase_t& engine);
+    /// A section of the configuration beside "mqtt"; empty if there is none.
+    static QJsonValue hostSection(const protobase_t& engine, QLatin1String name);
     /// Stores the id and record of the master. A slot of system_t::changeMasterIdEvent() must not delete the engine.
     static void storeMaster(protobase_t& engine, const QString& id, const QJsonObject& data);
     /// Publishes this node's presentation; exceptions pass to the role.

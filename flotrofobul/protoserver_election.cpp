@@ -3,6 +3,7 @@
 #include <flotrofobul/protoserver_t.h>
 
 #include <flotrofobul/protobase_shared.h>
+#include <flotrofobul/referee.h>
 #include <flotrofobul/utility/system_t.h>
 
 namespace comunication {
@@ -37,6 +38,9 @@ try {
     }
     shared_t::storeMaster(*this, system->getClientid(), shared_t::ownRecord(*this));
     becomeMaster(__func__);
+    if (referee != nullptr) {
+        referee->claimed();
+    }
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
 }

@@ -5,6 +5,7 @@
 #include <flotrofobul/advice.h>
 #include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/protoserver_nodes.h>
+#include <flotrofobul/referee.h>
 
 #include <utility>
 
@@ -83,6 +84,9 @@ void protoserver_t::onDisconnect(int /*rc*/)
 
 void protoserver_t::onMessage(int mid, topic_t topic, QJsonValue payload, int qos, bool retain)
 {
+    if (referee != nullptr && !referee->admits(topic, payload)) {
+        return;
+    }
     FLOTROFOBUL_LOG(detail, "Processing message => mid: "_l1 + QString::number(mid) + " _topic: "_l1 +
                                 topic.getOriginal() + " qos: "_l1 + QString::number(qos) + " retain: "_l1 +
                                 QString::number(retain));

@@ -7,6 +7,7 @@
 namespace comunication {
 
 struct known_nodes_t;
+class referee_t;
 
 /// A server.
 ///
@@ -39,6 +40,11 @@ public:
     /// Makes this server the master and presents it to all: at once if it is connected, otherwise at the next
     /// connection.
     void setMaster();
+    /// Whether this server takes the master role at every accepted connection.
+    bool isDefaultMaster() const { return defaultMaster; }
+    /// Lets somebody decide which packets this server hears, in order to keep one master; null for nobody. The referee
+    /// stays the caller's and outlives the server, or is taken away before it goes. For house::keeper_t.
+    void setReferee(referee_t* one) { referee = one; }
     /// Tells the clients, and only them, that this server is no longer the master.
     void publish_undomaster();
 
@@ -118,6 +124,7 @@ private:
     void logClients() const;
 
     bool defaultMaster;
+    referee_t* referee = nullptr;
     bool listening = false; ///< the host has called init_subscription() on this link
     std::unique_ptr<known_nodes_t> nodes;
 };

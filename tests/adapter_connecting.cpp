@@ -13,7 +13,11 @@
 
 using comunication::mosquittopp::lookup_t;
 
-std::unique_ptr<client_t> lastClient; // lives longer than OpenSSL, which ends with exit()
+// Lives longer than OpenSSL, which ends with exit().
+struct last_client_t : client_t {
+    ~last_client_t() override { tls_set({}, {}, {}, {}); }
+};
+std::unique_ptr<last_client_t> lastClient;
 
 class adapter_connecting : public QObject {
     Q_OBJECT
@@ -143,7 +147,7 @@ authority directory | good               | localhost | .                | 1 8 | 
         broker_t broker(certificates.listener("good"_s));
         QVERIFY(QFile::copy(certificates.file("ca"_s), path) && broker.start());
         log_recorder_t log(::utility::logs::info);
-        lastClient = std::make_unique<client_t>();
+        lastClient = std::make_unique<last_client_t>();
         client_t& client = *lastClient;
         QCOMPARE(client.tls_set(path, {}, {}, {}), 0);
         QVERIFY(client.joins(broker.port()) && QFile::remove(path) && QFile::copy(certificates.file("half"_s), path));

@@ -194,6 +194,43 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QCOMPARE(client.messages, QStringList({"a 1 2 0 A"_s, "a 1 2 0 B"_s, "a 1 2 0 C"_s}));
     }
 
+    // The same where an answer to the host's own message is awaited, so that the library keeps what came twice.
+    void packetIdAgainWhileSending()
+    {
+        peer_t peer;
+        peer.rules << "CONNECT 200200003406000161000141"_s
+                   << "PUBREC ."_s
+                   << "CONNECT 20020100"_s
+                   << "PUBLISH 3c06000161000141"_s
+                   << "PUBREC 62020001"_s
+                   << "PUBCOMP 3406000161000142"_s
+                   << "PUBREC 62020001"_s
+                   << "CONNECT 2002010062020001"_s;
+        client_t client(false);
+        connect(&client, &client_t::onDisconnect, [&] {
+            client.say("x"_s);
+            client.dial(peer.port());
+        });
+        QVERIFY(client.joins(peer.port()));
+        QTRY_VERIFY(client.messages.filter("B"_s).size() == 1 && peer.rules.isEmpty());
+        QCOMPARE(client.messages, QStringList({"a 1 2 0 A"_s, "a 1 2 0 B"_s}));
+    }
+
+    // A broker may repeat the newer message before it releases the older.
+    void repeatedFirst()
+    {
+        peer_t peer;
+        peer.rules << "CONNECT 2002000034060001610001413406000161000242"_s
+                   << "PUBREC "_s
+                   << "PUBREC ."_s
+                   << "CONNECT 200201003c0600016100024262020001"_s
+                   << "PUBREC 62020002"_s;
+        client_t client(false);
+        connect(&client, &client_t::onDisconnect, [&] { client.dial(peer.port()); });
+        QVERIFY(client.joins(peer.port()));
+        QTRY_COMPARE(client.messages, QStringList({"a 1 2 0 A"_s, "a 1 2 0 B"_s}));
+    }
+
     // A message that is released comes, also where the connection ends before that can be confirmed.
     void releasedAndReset()
     {
@@ -250,6 +287,36 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QTRY_VERIFY_WITH_TIMEOUT(client.acknowledged.size() + client.messages.size() + client.losses.size() > 0,
                                  600000);
         QVERIFY(client.losses.isEmpty());
+    }
+
+    // Who leaves before the broker has answered does so in order: nobody is to hear its last will.
+    void leftEarly()
+    {
+        broker_t broker;
+        QVERIFY(broker.start());
+        peer_t peer(broker.port());
+        client_t client;
+        const auto leave = [&] { peer.passed > 0 && client.disconnect_sync(); };
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, &client, leave);
+        QCOMPARE(client.dial(peer.port()), 0);
+        QTRY_VERIFY(broker.output().contains("Client panel disconnected"));
+        QCOMPARE(client.connects + client.losses, QList<int>());
+    }
+
+    // Many short packets are no long one, for which the link would go on saying that it is alive.
+    void quietForHours()
+    {
+        peer_t peer;
+        client_t client;
+        QVERIFY(client.joins(peer.port(), 5));
+        peer.rules << repeated("still/receiving b0020001 *9"_s);
+        peer.send(QByteArray::fromHex("d000").repeated(550));
+        for (int i = 0; i < 9; ++i) {
+            skipped += 3;
+            QTest::qWait(50);
+            peer.send(QByteArray::fromHex("d000"));
+        }
+        QVERIFY2(peer.rules.size() >= 8, QByteArray::number(peer.rules.size()));
     }
 
     void withdrawn_data() { addRows("clean session\nsession kept"); }

@@ -120,6 +120,16 @@ private Q_SLOTS:
         }
     }
 
+    // It may also leave while a line about what it has asked for is written.
+    void deletedInSink()
+    {
+        QPointer<client_t> client = new client_t;
+        log_recorder_t log;
+        log.also = [&] { delete client; };
+        QCOMPARE(client->dial(0), 3);
+        QVERIFY(!client);
+    }
+
     void deletedWhile_data() { addRows("resolving\nwaiting\nsecuring\ngreeting\nsending\nclosing"); }
 
     // At once, or some milliseconds later.

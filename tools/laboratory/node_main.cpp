@@ -2,6 +2,7 @@
 // A node of the laboratory: a server or a panel that says what it thinks, one JSON object a line, and obeys words on
 // its standard input: "state", "claim", "request NUMBER", "quit".
 #include <flotrofobul/define/define.h>
+#include <flotrofobul/house/keeper.h>
 #include <flotrofobul/platform/logs/classlogs.h>
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
@@ -9,16 +10,10 @@
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
-#include <QtCore/QFile>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QTextStream>
 #include <QtCore/QTimer>
-
-#if __has_include(<flotrofobul/house/keeper.h>)
-#include <flotrofobul/house/keeper.h>
-#define FLOTROFOBUL_HAS_KEEPER
-#endif
 
 #include <unistd.h>
 
@@ -230,14 +225,7 @@ int main(int argc, char** argv)
     }
     server_t server(words[1], options.isSet(QStringLiteral("master")), id);
     if (options.isSet(QStringLiteral("keeper"))) {
-#ifdef FLOTROFOBUL_HAS_KEEPER
-        QFile file(words[1]);
-        file.open(QIODevice::ReadOnly);
-        new comunication::house::keeper_t(server, QJsonDocument::fromJson(file.readAll()).object(), &server);
-#else
-        qCritical("This build has no keeper");
-        return 2;
-#endif
+        new comunication::house::keeper_t(server, &server);
     }
     return run(server);
 }

@@ -2,13 +2,10 @@
 // The keys of the configuration as tables, with one loop that reads them and one that writes them.
 #include <flotrofobul/platform/config/mosquittocnf.h>
 
+#include <flotrofobul/platform/config/reading.h>
 #include <flotrofobul/platform/config/spelling.h>
-#include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/platform/text.h>
 
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-
-#include <cmath>
 #include <optional>
 #include <variant>
 
@@ -16,13 +13,6 @@ namespace comunication {
 namespace config {
 
 namespace {
-
-constexpr const char logSource[] = "libscomunication/libmosquittoconfig/mosquittocnf";
-
-struct range_t {
-    int lowest = 0;
-    int highest = 0;
-};
 
 constexpr range_t rangeOf(const limits::limit_t<int>& limit)
 {
@@ -104,66 +94,6 @@ struct settings_t {
 };
 
 namespace {
-
-bool assign(bool& member, const QJsonValue& value, range_t)
-{
-    member = value.toBool(member);
-    return value.isBool();
-}
-
-bool assign(QString& member, const QJsonValue& value, range_t)
-{
-    member = value.toString(member);
-    return value.isString();
-}
-
-bool assign(int& member, const QJsonValue& value, range_t range)
-{
-    const double number = value.toDouble();
-    if (!value.isDouble() || std::trunc(number) != number || number < range.lowest || number > range.highest) {
-        return false;
-    }
-    member = static_cast<int>(number);
-    return true;
-}
-
-QString allowed(const bool&, range_t)
-{
-    return QStringLiteral("true or false");
-}
-
-QString allowed(const QString&, range_t)
-{
-    return QStringLiteral("a text");
-}
-
-QString allowed(const int&, range_t range)
-{
-    return QStringLiteral("a whole number from %1 to %2").arg(range.lowest).arg(range.highest);
-}
-
-// In place of a value there may be the whole configuration, one level off and with the password: only plain values are
-// shown, and no more of a text than a line can hold.
-QString shown(const QJsonValue& value)
-{
-    if (value.isArray()) {
-        return QStringLiteral("an array");
-    }
-    if (value.isObject()) {
-        return QStringLiteral("an object");
-    }
-    const int longest = 64;
-    const QByteArray json = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-    const QString text = QString::fromUtf8(json.mid(1, json.size() - 2));
-    return text.size() <= longest ? text : QString(text.left(longest) % "..."_l1);
-}
-
-void logRefused(const QString& path, const QString& value, const QString& allowedText)
-{
-    FLOTROFOBUL_LOG_AT(::utility::logs::error,
-                       "Refused configuration value "_l1 % path % ": "_l1 % value % ", allowed: "_l1 % allowedText,
-                       "deserialize", logSource, __LINE__);
-}
 
 void merge(QJsonObject& into, const QJsonObject& from)
 {

@@ -41,8 +41,8 @@ bool delivery_t::deliver()
         ends -= event.kind == event_t::disconnected;
         bytes -= sizeOf(event);
         deliverLater();
-        if (events.empty() && drained) {
-            drained(); // the last one is about to be taken, so that there is room for more
+        if (events.empty()) {
+            drained();
         }
         receiver(event);
         if (!alive) {
@@ -53,9 +53,6 @@ bool delivery_t::deliver()
         }
     }
     nextTurn.stop();
-    if (drained) {
-        drained();
-    }
     return true;
 }
 

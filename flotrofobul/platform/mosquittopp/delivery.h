@@ -55,7 +55,7 @@ public:
     /// was deleted meanwhile.
     bool deliver();
 
-    /// Called when nothing is left, before the last event is passed on.
+    /// Called before the last event is passed on: there is room for more.
     std::function<void()> drained;
 
 private:

@@ -69,8 +69,12 @@ void dialler_t::begin(const target_t& newTarget, const identity_t& newIdentity)
     }
 }
 
+// A broker that has read CONNECT would publish the last will of a client that leaves without a word.
 void dialler_t::stop()
 {
+    if (chosen != nullptr && chosen->stage == stage_t::greeting) {
+        chosen->handle->disconnect();
+    }
     release();
     result.reset();
 }
@@ -241,6 +245,8 @@ void dialler_t::outOfTime()
             return;
         }
     }
+    // Asked before the deadline, which may pass between the two and leaves no patience either.
+    const bool isNextDue = patienceLeft() == 0;
     if (deadline.hasExpired()) {
         if (lookup) {
             finish({MOSQ_ERR_EAI, false, lookupText(false), nullptr, {}});
@@ -253,7 +259,7 @@ void dialler_t::outOfTime()
         fail();
         return;
     }
-    if (patienceLeft() == 0) {
+    if (isNextDue) {
         if (!handles.hasSeveral()) {
             noteFailure(*dials.front(), {MOSQ_ERR_ERRNO, ETIMEDOUT});
             drop(*dials.front());

@@ -13,8 +13,6 @@
 #include <optional>
 #include <vector>
 
-struct pollfd;
-
 namespace comunication {
 namespace mosquittopp {
 

@@ -205,11 +205,6 @@ void handle_t::cut()
     }
 }
 
-void handle_t::cutSilently()
-{
-    replaceByNull(descriptor);
-}
-
 bool handle_t::hasEnded() const
 {
     return closeSeen || mosquitto_socket(handle) != descriptor;

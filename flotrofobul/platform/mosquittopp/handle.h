@@ -76,8 +76,6 @@ public:
 
     /// Ends the connection without a word; the library notices with its next call.
     void cut();
-    /// The same, but the library can still write, to nobody.
-    void cutSilently();
     /// The socket of the connection; -1 without one.
     int socket() const { return descriptor; }
     /// Whether the library has closed the connection.

@@ -41,7 +41,14 @@ inbound_t::finding_t inbound_t::begun(int mid, bool again)
     copies_t& copies = messages[mid];
     copies.again = again && (copies.waiting == 0 || copies.again);
     ++waiting;
-    return ++copies.waiting > 1 ? finding_t::repeat : finding_t::none;
+    if (++copies.waiting == 1) {
+        copies.number = ++begunCount;
+        return finding_t::none;
+    }
+    const bool isOldest = std::none_of(messages.begin(), messages.end(), [&copies](const auto& one) {
+        return one.second.waiting > 0 && one.second.number < copies.number;
+    });
+    return isOldest ? finding_t::repeat : finding_t::none;
 }
 
 inbound_t::finding_t inbound_t::released(int mid)
@@ -51,26 +58,31 @@ inbound_t::finding_t inbound_t::released(int mid)
         return finding_t::none; // released before, and the broker has not heard so
     }
     copies_t& copies = message->second;
-    if (copies.left > 0) {
+    passesLeftover = copies.left > 0;
+    if (passesLeftover) {
+        const bool isStale = copies.waiting > 0;
         --leftovers;
-        if (--copies.left == 0 && copies.waiting == 0) {
+        if (--copies.left == 0 && !isStale) {
             messages.erase(message);
         }
-        return finding_t::stale;
+        return isStale ? finding_t::stale : finding_t::none;
     }
     lastAgain = copies.again;
     waiting -= copies.waiting;
-    copies = {0, copies.waiting - 1, false};
+    copies = {0, copies.waiting - 1};
     leftovers += copies.left;
     if (copies.left <= 0) {
         messages.erase(message);
     }
-    return finding_t::release;
+    return finding_t::none;
 }
 
-// The same message under the same packet id, marked as a repeat: the host has it.
+// What is left over was passed on before. So was the same message under the same packet id that is marked as a repeat.
 bool inbound_t::isNew(int mid, uint content)
 {
+    if (passesLeftover) {
+        return false;
+    }
     const auto former = std::find_if(passed.begin(), passed.end(), [mid](passed_t one) { return one.mid == mid; });
     if (former != passed.end()) {
         if (lastAgain && former->content == content) {

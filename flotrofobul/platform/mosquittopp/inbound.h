@@ -4,6 +4,7 @@
 
 #include <QtCore/QByteArray>
 
+#include <cstdint>
 #include <deque>
 #include <unordered_map>
 
@@ -16,16 +17,14 @@ namespace mosquittopp {
 /// - The library takes a message that is repeated for a second one with the same packet id. It passes the older on and
 ///   keeps the newer, which it passes on in the place of the next message with this id: the host would get something
 ///   old, and the new one never.
-/// - The library drops a message that is released over a connection that takes no answer any more.
 /// - mosquitto repeats a message that it has released already, when the next connection ends before it comes to that.
 class inbound_t {
 public:
     enum class finding_t {
         none,
-        release, ///< a message is about to be passed on
-        repeat,  ///< a message comes again whose first copy is still held: the handle will be left with a copy
-        stale,   ///< the library is about to pass on an old message for a new one: when it cannot write its answer now,
-                 ///< it drops the old one, and the broker releases the new one once more over the next connection
+        repeat, ///< the oldest of the messages that wait comes again: the handle will be left with a copy of it
+        stale,  ///< the library is about to pass on an old message for a new one: without an answer the broker releases
+                ///< the new one once more over the next connection
     };
 
     /// A new handle holds nothing. goesOn: it goes on with the broker's session.
@@ -45,6 +44,7 @@ private:
         int waiting = 0; // of the message that the broker has still to release
         int left = 0;    // of one that was released
         bool again = false;
+        std::uint64_t number = 0; // how many messages had begun with it
     };
     struct passed_t {
         int mid;
@@ -59,9 +59,11 @@ private:
 
     QByteArray prefix;
     std::unordered_map<int, copies_t> messages;
+    std::uint64_t begunCount = 0;
     int waiting = 0;
     int leftovers = 0;
     bool lastAgain = false;      // the message that is being passed on was marked as a repeat
+    bool passesLeftover = false; // and this is a copy of one that was passed on
     std::deque<passed_t> passed; // the newest at the end
 };
 

@@ -11,7 +11,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 
 namespace comunication {
 namespace mosquittopp {
@@ -74,7 +73,6 @@ link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cl
 
 link_t::~link_t()
 {
-    noteDropped(0);
     flush();
 }
 
@@ -124,8 +122,13 @@ verdict_t link_t::check(const letter_t& letter) const
 
 int link_t::refused(const verdict_t& verdict, const char* what, const QString& value)
 {
-    say(error, refusalText(verdict, what, value), "refuse", __LINE__);
+    sayRefused(verdict, what, value);
     return finish(verdict.code);
+}
+
+void link_t::sayRefused(const verdict_t& verdict, const char* what, const QString& value)
+{
+    say(error, refusalText(verdict, what, value), "refuse", __LINE__);
 }
 
 void link_t::withdraw(int mid)
@@ -217,8 +220,8 @@ void link_t::pump()
             return;
         }
         if (outcome.code != MOSQ_ERR_SUCCESS) {
-            const verdict_t verdict{outcome.code, mosquitto_strerror(outcome.code)};
-            say(error, refusalText(verdict, "message to", QString::fromUtf8(letter->topic)), "refuse", __LINE__);
+            sayRefused({outcome.code, mosquitto_strerror(outcome.code)}, "message to",
+                       QString::fromUtf8(letter->topic));
             outbox.discardNewest();
         }
         if (turn.isOver()) {

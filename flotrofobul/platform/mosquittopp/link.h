@@ -81,6 +81,7 @@ private:
     void timerEvent(QTimerEvent* event) override;
     verdict_t check(const letter_t& letter) const;
     int refused(const verdict_t& verdict, const char* what, const QString& value);
+    void sayRefused(const verdict_t& verdict, const char* what, const QString& value);
     int request(int* mid, const QString& filter, const std::function<outcome_t(int*, const QByteArray&)>& call);
     void listenToLog();
     void pump();

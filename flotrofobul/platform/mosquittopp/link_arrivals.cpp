@@ -16,7 +16,6 @@ using namespace ::utility::logs;
 
 void link_t::brokerAnswered(int rc, int flags)
 {
-    // On a fast network a single call may end the handshake, send CONNECT and read the answer.
     if (!dialler.mayAnswer()) {
         return; // a second answer that nobody asked for
     }
@@ -91,22 +90,21 @@ void link_t::subscribed(int wireMid, int count, const int* granted)
 
 void link_t::unsubscribed(int wireMid)
 {
+    packetSeen = true;
     const int mid = outbox.acknowledgeRequest(wireMid);
     if (mid > 0) {
         delivery.push(event_t(event_t::unsubscribed, mid));
     }
 }
 
-// A repeat comes when all that was half received before is released. So where nothing of ours is on its way either, the
-// handle is not needed any more; without it the broker repeats the message to a new one.
+// The broker repeats in order, so where the oldest message comes again, all that wait will. Where nothing of ours is on
+// its way either, the handle is not needed any more; without it the broker repeats the messages to a new one.
 void link_t::noteInbound(handle_t& from, inbound_t::finding_t finding)
 {
     const bool canRenew = finding == inbound_t::finding_t::repeat && !outbox.awaitsAnswers();
     renews = renews || canRenew;
     if (canRenew || finding == inbound_t::finding_t::stale) {
         from.cut();
-    } else if (finding == inbound_t::finding_t::release && tcp::isDead(from.socket())) {
-        from.cutSilently();
     }
 }
 

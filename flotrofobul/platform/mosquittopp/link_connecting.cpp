@@ -54,7 +54,8 @@ int link_t::refuseTarget(const verdict_t& verdict, const char* what, const QStri
     if (!isConnected()) {
         noteProblem(refusalText(verdict, what, value));
     }
-    return refused(verdict, what, value);
+    sayRefused(verdict, what, value);
+    return verdict.code;
 }
 
 int link_t::connectAsync(const QString& host, int port, seconds_t keepalive)
@@ -106,6 +107,7 @@ int link_t::dial(wait_t wait, bool callerIsTold)
 
 std::unique_ptr<handle_t> link_t::takeHandle()
 {
+    renews = false; // that was about the handle before this one
     std::unique_ptr<handle_t> next = session.takeHandle(dialledAs, this);
     if (!session.isResuming()) {
         outbox.restart();

@@ -169,6 +169,8 @@ void outbox_t::restart()
     for (auto letter = sent.rbegin(); letter != sent.rend(); ++letter) {
         letter->wireMid = 0;
         waitingBytes += letter->bytes();
+        bytesKeptFromBefore += letter->bytes();
+        ++keptFromBefore;
         waiting.push_front(std::move(*letter));
     }
     sent.clear();

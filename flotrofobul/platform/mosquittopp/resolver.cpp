@@ -4,7 +4,6 @@
 #include <QtCore/QUrl>
 
 #include <netdb.h>
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -170,16 +169,6 @@ QStringList lookup_t::addresses() const
         }
     }
     return addresses;
-}
-
-QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline)
-{
-    const lookup_t lookup(host);
-    pollfd answer = {lookup.descriptor(), POLLIN, 0};
-    while (!lookup.isDone() && !deadline.hasExpired()) {
-        ::poll(&answer, 1, static_cast<int>(deadline.remainingTime()));
-    }
-    return lookup.addresses();
 }
 
 } // namespace mosquittopp

@@ -2,7 +2,6 @@
 // Looks up the addresses of a name without making anybody wait who does not want to. Internal.
 #pragma once
 
-#include <QtCore/QDeadlineTimer>
 #include <QtCore/QStringList>
 
 #include <memory>
@@ -33,9 +32,6 @@ private:
     struct workers_t;
     std::shared_ptr<answer_t> answer;
 };
-
-/// Waits without running the event loop. Empty if the name does not resolve in time.
-QStringList resolveBefore(const QString& host, const QDeadlineTimer& deadline);
 
 } // namespace mosquittopp
 } // namespace comunication

@@ -74,12 +74,6 @@ bool discardInput(int descriptor)
     return count < 0 && errno == EAGAIN;
 }
 
-bool isDead(int descriptor)
-{
-    constexpr int closed = 7; // TCP_CLOSE in the kernel's numbers
-    return infoOf(descriptor).tcpi_state == closed;
-}
-
 // An even value acknowledges once and lets later acknowledgements travel with later answers; an odd one costs a segment
 // for every packet.
 void acknowledge(int descriptor, quickly_t quickly)

@@ -29,9 +29,6 @@ bool stands(int descriptor, int* systemError);
 /// Throws away what waits to be read. False when the other side has ended the connection.
 bool discardInput(int descriptor);
 
-/// Whether the other side has ended the connection so that nothing can be written any more.
-bool isDead(int descriptor);
-
 /// When the kernel acknowledges what was received: this once at once, or at once for the next packets, too.
 enum class quickly_t { once, always };
 void acknowledge(int descriptor, quickly_t quickly);

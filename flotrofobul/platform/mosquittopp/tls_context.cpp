@@ -90,7 +90,10 @@ QString lastOpensslText()
 
 tls_context_t::tls_context_t() : context(opensslIsGone() ? nullptr : SSL_CTX_new(TLS_client_method()))
 {
-    if (SSL_CTX_set_ex_data(context, ownerIndex(), this) != 1) { // also where there is no memory for a context
+    if (context == nullptr) {
+        return;
+    }
+    if (SSL_CTX_set_ex_data(context, ownerIndex(), this) != 1) {
         SSL_CTX_free(context);
         context = nullptr;
         return;

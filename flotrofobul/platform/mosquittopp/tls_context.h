@@ -37,7 +37,6 @@ public:
     int load(const tls_settings_t& settings, const QString& host, authorities_t& authorities);
 
     /// Null if OpenSSL could not make one; load() then fails.
-
     ssl_ctx_st* get() const { return context; }
     /// Why loading or the last check of a certificate failed; empty if neither did.
     QString reason() const { return why; }
