@@ -520,6 +520,8 @@ void laboratory_t::hear(node_t& node, const QJsonObject& event)
     const auto asked = requests.find(event[u"number"].toInt());
     if (kind == QLatin1String("state")) {
         look();
+    } else if (event.contains(u"text")) {
+        note(node.name, event[u"text"].toString());
     } else if (asked == requests.end()) {
         note(node.name, QString::fromUtf8(QJsonDocument(event).toJson(QJsonDocument::Compact)));
     } else if (kind == QLatin1String("asked")) {
