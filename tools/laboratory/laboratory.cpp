@@ -324,6 +324,7 @@ void laboratory_t::claim(int number)
 
 void laboratory_t::cut(int one, int other)
 {
+    broken.insert(std::minmax(one, other));
     happens(linkName(one, other), QStringLiteral("cut"));
     each(one, other, [](proxy_t& link) {
         link.refuse(true);
@@ -333,13 +334,14 @@ void laboratory_t::cut(int one, int other)
 
 void laboratory_t::silence(int one, int other)
 {
+    broken.insert(std::minmax(one, other));
     happens(linkName(one, other), QStringLiteral("falls silent"));
     each(one, other, [](proxy_t& link) { link.set(way_t::silence(), way_t::silence()); });
 }
 
 void laboratory_t::heal(int one, int other)
 {
-    if (box(one).hasPower && box(other).hasPower) {
+    if (box(one).hasPower && box(other).hasPower && broken.erase(pair_t(std::minmax(one, other))) > 0) {
         happens(linkName(one, other), QStringLiteral("healed"));
         mend(one, other);
     }
@@ -347,6 +349,7 @@ void laboratory_t::heal(int one, int other)
 
 void laboratory_t::mend(int one, int other)
 {
+    broken.erase(pair_t(std::minmax(one, other)));
     each(one, other, [this](proxy_t& link) {
         link.refuse(false);
         link.set(way_t::late(delayMs), way_t::late(delayMs));
@@ -369,6 +372,7 @@ void laboratory_t::peace()
 {
     note(QStringLiteral("house"), QStringLiteral("peace: all links heal, the frozen continue, the dead are started"));
     delayMs = 0;
+    broken.clear();
     for (int number = 1; number <= size(); ++number) {
         powerOn(number);
     }

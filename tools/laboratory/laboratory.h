@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -144,6 +145,7 @@ private:
     broker_t cloud;
     std::vector<std::unique_ptr<box_t>> boxes;
     std::map<pair_t, std::unique_ptr<proxy_t>> links; ///< who dials whom; 0: the cloud
+    std::set<pair_t> broken;                          ///< links that are cut or silent
     QHash<int, request_t> requests;
     QHash<QString, QString> lastThoughts;
     QElapsedTimer clock;

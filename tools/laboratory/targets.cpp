@@ -127,7 +127,7 @@ measured_t freezeMaster(const house_t& house, bool verbose)
                             : QStringLiteral("not taken over")) +
                 (healed.isGood() ? QStringLiteral(", one master %1 after it continues").arg(seconds(healed.healed))
                                  : QStringLiteral(", ") + healed.failure) +
-                QStringLiteral(", two masters for %1").arg(seconds(laboratory.mostMasters()))};
+                QStringLiteral(", two masters for %1 ms").arg(laboratory.mostMasters().count())};
 }
 
 measured_t cutFollower(const house_t& house, bool verbose)
