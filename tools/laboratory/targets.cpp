@@ -169,18 +169,17 @@ measured_t idle(const house_t& house, bool verbose)
 // From its start on.
 measured_t alone(const house_t& house, bool verbose)
 {
-    house_t one = house;
-    one.boxes = 1;
-    int packets[2];
-    for (const bool keeper : {house.keeper, false}) {
+    const auto packets = [&](bool keeper) {
+        house_t one = house;
+        one.boxes = 1;
         one.keeper = keeper;
         living_t living(one, verbose);
         living.laboratory.wait(90s);
-        packets[keeper ? 1 : 0] = living.laboratory.packets().total();
-        packets[1] = house.keeper ? packets[1] : packets[0];
-    }
-    return {packets[1] == packets[0],
-            QStringLiteral("%1 packets in 90 s, without the keeper %2").arg(packets[1]).arg(packets[0])};
+        return living.laboratory.packets().total();
+    };
+    const int with = packets(house.keeper);
+    const int without = packets(false);
+    return {with == without, QStringLiteral("%1 packets in 90 s, without the keeper %2").arg(with).arg(without)};
 }
 
 const struct {
