@@ -160,10 +160,11 @@ measured_t idle(const house_t& house, bool verbose)
     const packets_t packets = living.laboratory.packets() - before;
     const double servers = double(packets.betweenServers + packets.toAll) / minutes;
     const double panels = double(packets.toPanels + packets.toAll) / minutes;
-    return {servers <= 6 && panels <= 1, QStringLiteral("%1 and %2 a minute, and %3 from panels")
+    return {servers <= 6 && panels <= 1, QStringLiteral("%1 and %2 a minute; in %3 minutes %4")
                                              .arg(servers, 0, 'f', 1)
                                              .arg(panels, 0, 'f', 1)
-                                             .arg(double(packets.fromPanels) / minutes, 0, 'f', 1)};
+                                             .arg(minutes)
+                                             .arg(packets.text())};
 }
 
 // From its start on.
