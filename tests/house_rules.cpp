@@ -26,13 +26,11 @@ private Q_SLOTS:
         QCOMPARE(settings.times.advertise.count(), 2000);
         QCOMPARE(settings.times.start.count(), 1500);
         QCOMPARE(
-            log.lines,
-            QStringList(
-                {QStringLiteral("Refused configuration value house.rank: 0, allowed: a whole number from 1 to 255"),
-                 QStringLiteral(
-                     "Refused configuration value house.patience: \"2 s\", allowed: a whole number from 200 to 30000"),
-                 QStringLiteral(
-                     "Unknown key \"house.advertize\" in the configuration, is \"house.advertise\" meant?")}));
+            log.lines.join(u'\n'),
+            "2 deserialize Refused configuration value house.rank: 0, allowed: a whole number from 1 to 255\n"
+            "2 deserialize Refused configuration value house.patience: \"2 s\", allowed: a whole number from 200 to "
+            "30000\n"
+            "3 readSettings Unknown key \"house.advertize\" in the configuration, is \"house.advertise\" meant?"_s);
     }
 
     // Whatever happens to a house of 2 to 7 boxes: when peace returns it has one master whom everybody follows, it
