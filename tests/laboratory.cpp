@@ -85,7 +85,7 @@ private Q_SLOTS:
         laboratory_t laboratory(kept);
         QVERIFY(laboratory.start() && laboratory.untilAgreed(10s));
         const auto settles = [&](int master) {
-            QVERIFY2(laboratory.until([&] { return laboratory.agreedFor() > 1500ms; }, 15s),
+            QVERIFY2(laboratory.until([&] { return laboratory.agreedFor() > 1200ms; }, 10s),
                      qPrintable(testimony(laboratory)));
             QCOMPARE(laboratory.masters(), QStringList{laboratory.box(master).server->name});
         };
@@ -100,6 +100,10 @@ private Q_SLOTS:
         }
         settles(1);
         QVERIFY2((laboratory.packets() - before).total() <= 200, qPrintable(laboratory.packets().text()));
+        laboratory.box(1).server->say(QStringLiteral("quit"));
+        QVERIFY(laboratory.until([&] { return laboratory.masters() != QStringList{QStringLiteral("tarnel-server-1")}; },
+                                 5s));
+        settles(2);
     }
 
     // Killed without warning, with a part of it frozen.

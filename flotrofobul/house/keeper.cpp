@@ -17,6 +17,7 @@ namespace comunication {
 namespace house {
 
 using namespace ::utility::logs;
+using utility::destination_publish_client_t;
 using utility::destination_publish_server_t;
 
 namespace {
@@ -75,6 +76,7 @@ struct keeper_t::inside_t final : referee_t {
     }
 
     void linkUp();
+    bool isForThisOne(const topic_t& topic) const;
     bool presented(const topic_t& topic, const QJsonObject& packet);
     void countRequest(const topic_t& topic);
     void schedule();
@@ -119,6 +121,13 @@ bool keeper_t::inside_t::admits(const topic_t& topic, const QJsonValue& payload)
     return admitted;
 }
 
+bool keeper_t::inside_t::isForThisOne(const topic_t& topic) const
+{
+    const QString destination = topic.getDestination();
+    return destination == server->getClientId() || destination == destination_publish_client_t::own_server.ToString() ||
+           destination == destination_publish_server_t::all.ToString();
+}
+
 bool keeper_t::inside_t::presented(const topic_t& topic, const QJsonObject& packet)
 {
     const QString sender = topic.getSender();
@@ -127,7 +136,8 @@ bool keeper_t::inside_t::presented(const topic_t& topic, const QJsonObject& pack
         if (packet.value("connected"_l1).toBool()) {
             rules.panelFollows(now(), named);
         }
-        return true;
+        // Every server that listens to the bridges would answer what a panel answers to the master.
+        return face.isMaster() || isForThisOne(topic);
     }
     // Servers meet through the remote bridge only.
     if (topic.getOrigin() != REMOTE_PREFIX) {
@@ -172,7 +182,8 @@ void keeper_t::inside_t::act()
     }
     rules.wake(now());
     const mastership_t::orders_t orders = rules.takeOrders();
-    if (server->getConnected()) {
+    // A server that takes leave must not be believed to live.
+    if (server->getConnected() && !shared_t::takesLeave(*server)) {
         settleEngine();
         if (orders.advertise) {
             advertise(orders);
