@@ -337,8 +337,7 @@ void mastership_t::believe(moment_t now)
         state = following;
     }
     leaderHeard = now;
-    // Without a companion it may be silent for years.
-    deadline = rankOf(leader) == worstRank ? never : now + longestSilence(times);
+    deadline = now + longestSilence(times);
 }
 
 void mastership_t::search(moment_t now)
