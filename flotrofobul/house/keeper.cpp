@@ -29,14 +29,19 @@ const QString houseTopic = QStringLiteral("/local/") + INSTALLATIONID + u'/';
 const QString requestStart = QStringLiteral("request/");
 const QString readyCommand = commandOf(topicOf(pkgClientReady));
 
-// <any>-<any>-<server>-<server>
-constexpr int hyphensOfServerBridge = 3;
+// <any>-<any>-<server>-<server>, where one is this server: a bridge to the cloud may have as many hyphens.
+bool isServerBridge(const QString& name, const QString& ownId)
+{
+    const QStringList pieces = name.split(u'-');
+    const QString number = ownId.section(u'-', -1);
+    return pieces.size() > 3 && (pieces[2] == number || pieces[3] == number);
+}
 
 settings_t settingsOf(const protoserver_t& server)
 {
     settings_t settings;
     if (server.isDefaultMaster()) {
-        settings.rank = 1;
+        settings.rank = bestRank;
     }
     readSettings(shared_t::hostSection(server, "house"_l1), &settings);
     return settings;
@@ -44,9 +49,8 @@ settings_t settingsOf(const protoserver_t& server)
 
 advertisement_t advertisementIn(const QJsonObject& packet)
 {
-    const auto number = [&](QLatin1String key) { return qint64(packet.value(key).toDouble()); };
-    return {packet.value("rank"_l1).toInt(1000), packet.value("master"_l1).toString(), packet.value("asks"_l1).toBool(),
-            number("since"_l1), number("requests"_l1)};
+    return {packet.value("rank"_l1).toInt(), packet.value("master"_l1).toString(), packet.value("asks"_l1).toBool(),
+            packet.value("since"_l1).toInt(), packet.value("requests"_l1).toInt()};
 }
 
 QJsonObject deeds(qint64 since, qint64 requests)
@@ -102,7 +106,10 @@ bool keeper_t::inside_t::admits(const topic_t& topic, const QJsonValue& payload)
     const QString sender = topic.getSender();
     bool admitted = true;
     if (value == houseCommand) {
-        rules.advertised(now(), sender, advertisementIn(payload.toObject()));
+        const advertisement_t what = advertisementIn(payload.toObject());
+        if (what.rank >= bestRank && what.rank <= lastRank) { // else it is none
+            rules.advertised(now(), sender, what);
+        }
         admitted = false;
     } else if (isPresentation(topic)) {
         admitted = presented(topic, payload.toObject());
@@ -260,7 +267,7 @@ keeper_t::keeper_t(protoserver_t& server, QObject* parent)
     });
     connect(&server, &protobase_t::onBridgeConnectionEvent, this,
             [this](const QString& /*topic*/, const QString& name, const QString& payload) {
-                if (name.count(u'-') >= hyphensOfServerBridge) {
+                if (isServerBridge(name, inside->server->getClientId())) {
                     inside->rules.bridge(inside->now(), payload == "1"_l1);
                     inside->schedule();
                 }

@@ -83,6 +83,7 @@ void mastership_t::linkUp(moment_t clock, const QString& ownId, const QString& e
     peers.clear();
     claimant.clear();
     leader = engineMaster;
+    alone = alone && (leader.isEmpty() || leader == id);
     if (leader == id) {
         become(now, QStringLiteral("this server takes the role when it connects"));
         askAll(now);
@@ -309,6 +310,10 @@ void mastership_t::follow(moment_t now, const QString& server, const QString& re
     signAt = presentAt = never;
     masterSince = never;
     believe(now);
+    if (rankOf(server) == worstRank) {
+        // It may believe that it is alone, and be silent.
+        askAll(now);
+    }
     orders.notices.push_back({notice_t::changed, leader, reason});
 }
 
@@ -332,8 +337,7 @@ void mastership_t::believe(moment_t now)
         state = following;
     }
     leaderHeard = now;
-    // Without a companion it may be silent for years.
-    deadline = rankOf(leader) == worstRank ? never : now + longestSilence(times);
+    deadline = now + longestSilence(times);
 }
 
 void mastership_t::search(moment_t now)
