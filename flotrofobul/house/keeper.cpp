@@ -25,7 +25,6 @@ namespace {
 constexpr const char logSource[] = "libscomunication/libmosquittohouse/keeper";
 
 const QString houseCommand = QStringLiteral("connection/house");
-const QString houseTopic = QStringLiteral("/local/") + INSTALLATIONID + u'/';
 const QString requestStart = QStringLiteral("request/");
 const QString readyCommand = commandOf(topicOf(pkgClientReady));
 
@@ -35,6 +34,12 @@ bool isServerBridge(const QString& name, const QString& ownId)
     const QStringList pieces = name.split(u'-');
     const QString number = ownId.section(u'-', -1);
     return pieces.size() > 3 && (pieces[2] == number || pieces[3] == number);
+}
+
+QString houseFilter(const protoserver_t& server)
+{
+    return REMOTE_PREFIX + "/local/"_l1 + shared_t::installationId(server) + "/+/"_l1 +
+           destination_publish_server_t::all_servers.ToString() + u'/' + houseCommand;
 }
 
 settings_t settingsOf(const protoserver_t& server)
@@ -166,9 +171,7 @@ void keeper_t::inside_t::countRequest(const topic_t& topic)
 
 void keeper_t::inside_t::linkUp()
 {
-    server->subscribe(REMOTE_PREFIX + houseTopic + "+/"_l1 + destination_publish_server_t::all_servers.ToString() +
-                          u'/' + houseCommand,
-                      utility::at_most_once);
+    server->subscribe(houseFilter(*server), utility::at_most_once);
     rules.linkUp(now(), server->getClientId(), shared_t::masterId(*server));
     schedule();
 }
@@ -217,7 +220,6 @@ void keeper_t::inside_t::settleEngine()
         return;
     }
     if (master == server->getClientId()) {
-        requests = 0;
         server->setMaster();
         return;
     }
@@ -237,8 +239,8 @@ void keeper_t::inside_t::advertise(const mastership_t::orders_t& orders)
     packet.insert("rank"_l1, rank);
     packet.insert("master"_l1, orders.names);
     packet.insert("asks"_l1, orders.ask);
-    server->publish(FORWARD_PREFIX + houseTopic + SENDER + u'/' + destination_publish_server_t::all_servers.ToString() +
-                        u'/' + houseCommand,
+    server->publish(FORWARD_PREFIX + "/local/"_l1 + INSTALLATIONID + u'/' + SENDER + u'/' +
+                        destination_publish_server_t::all_servers.ToString() + u'/' + houseCommand,
                     packet, utility::at_most_once, false);
 }
 
@@ -246,7 +248,10 @@ void keeper_t::inside_t::tell(const notice_t& notice)
 {
     FLOTROFOBUL_LOG(notice.kind == notice_t::believed ? info : warning, textOf(notice));
     switch (notice.kind) {
-    case notice_t::changed: Q_EMIT face.masterChanged(notice.server, notice.reason); break;
+    case notice_t::changed:
+        requests = 0;
+        Q_EMIT face.masterChanged(notice.server, notice.reason);
+        break;
     case notice_t::doubted: Q_EMIT face.masterDoubted(notice.server, notice.reason); break;
     case notice_t::believed: Q_EMIT face.masterBelieved(notice.server); break;
     case notice_t::met:
@@ -288,6 +293,9 @@ keeper_t::~keeper_t()
 {
     if (inside->server) {
         inside->server->setReferee(nullptr);
+        if (inside->server->getConnected()) {
+            inside->server->unsubscribe(houseFilter(*inside->server));
+        }
     }
 }
 

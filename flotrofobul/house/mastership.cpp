@@ -375,15 +375,18 @@ void mastership_t::elect(moment_t now)
 
 void mastership_t::become(moment_t now, const QString& reason)
 {
-    const bool goesOn = state == doubting && leader == id;
+    if (state == doubting && leader == id) {
+        orders.notices.push_back({notice_t::believed, id, reason});
+    } else if (masterSince == never) { // else the link was lost and is back
+        orders.notices.push_back({notice_t::changed, id, reason});
+    }
+    if (masterSince == never) {
+        masterSince = now;
+    }
     state = master;
     leader = id;
     claimant.clear();
     deadline = never;
-    if (masterSince == never) {
-        masterSince = now;
-    }
-    orders.notices.push_back({goesOn ? notice_t::believed : notice_t::changed, id, reason});
     presentedAt = wrongAt = now; // the engine presents itself when it is made master
     presentAt = alone ? never : now + settling(times);
     signAt = alone ? never : now;

@@ -386,6 +386,7 @@ void laboratory_t::peace()
         proceed(*node);
         node->start();
     }
+    agreement.invalidate(); // a broker that was frozen still tells of bridges that have ended meanwhile
     look();
 }
 
