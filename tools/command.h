@@ -27,6 +27,7 @@ struct subcommand_t {
 };
 
 int runBridges(const QStringList& arguments);
+int runWatch(const QStringList& arguments);
 
 /// A result, to standard output.
 inline void say(const QString& line)

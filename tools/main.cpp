@@ -10,6 +10,7 @@ namespace {
 
 constexpr subcommand_t subcommands[] = {
     {"bridges", "writes the bridges between the brokers of a house, or tries them", runBridges},
+    {"watch", "listens to a house: who is there, who is master, every packet", runWatch},
 };
 
 QString usage()
