@@ -129,9 +129,8 @@ void appendJson(QByteArray& line, const char* key, const QByteArray& value, cons
     line.append("}\n");
 }
 
-std::optional<recorded_t> readJson(const QByteArray& line)
+std::optional<recorded_t> packetIn(const QJsonObject& object)
 {
-    const QJsonObject object = QJsonDocument::fromJson(line).object();
     const QJsonValue at = object.value(QLatin1String("at"));
     const QJsonValue topic = object.value(QLatin1String("topic"));
     if (!at.isDouble() || !topic.isString()) {

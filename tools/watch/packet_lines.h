@@ -5,6 +5,7 @@
 #include "connection/listener.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QJsonObject>
 #include <QtCore/QString>
 
 #include <optional>
@@ -26,8 +27,8 @@ bool hideSecrets(QByteArray& payload);
 void appendJson(QByteArray& line, const char* key, const QByteArray& value, const packet_t& packet);
 /// Seconds with three places.
 [[nodiscard]] QByteArray secondsText(qint64 milliseconds);
-/// Reads such a line; nothing if it is none.
-[[nodiscard]] std::optional<recorded_t> readJson(const QByteArray& line);
+/// Reads such a line of a recording; nothing if it is none.
+[[nodiscard]] std::optional<recorded_t> packetIn(const QJsonObject& object);
 
 /// Appends the packet for people: "12:00:01.234 2 topic payload", an r behind the quality of service if it is retained.
 void appendWords(QByteArray& line, const packet_t& packet);
