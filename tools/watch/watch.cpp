@@ -104,7 +104,6 @@ private:
 
     void noteReady(const listener_t& listener)
     {
-        house.forgetBridges();
         if (form != form_t::picture) {
             complain(QStringLiteral("Listening at %1.").arg(listener.name()));
         }
@@ -119,6 +118,7 @@ private:
             complain(QStringLiteral("%1: %2").arg(listener.name(), words));
         }
         problems[listener.name()] = words;
+        house.forgetBridges(); // told anew with the next session
         noteChange();
     }
 
