@@ -126,7 +126,10 @@ void listener_t::lose(const QString& words)
         return;
     }
     listening = false;
-    const QString why = words.isEmpty() ? QStringLiteral("the link has ended") : words;
+    QString why = words.isEmpty() ? QStringLiteral("the link has ended") : words;
+    if (!why.contains(brokerName)) {
+        why.prepend(brokerName + QStringLiteral(": "));
+    }
     if (wasReady) {
         Q_EMIT problem(why);
     } else {

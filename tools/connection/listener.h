@@ -46,9 +46,9 @@ public:
 Q_SIGNALS:
     /// Listens, also after each return of the link.
     void ready();
-    /// The first attempt has failed, and why; nothing follows.
+    /// The first attempt has failed, and why, with the broker's name; nothing follows.
     void failed(const QString& words);
-    /// The link has been lost, or cannot be made anew, and why.
+    /// The link has been lost, or cannot be made anew, and why, with the broker's name.
     void problem(const QString& words);
     void heard(const comunication::tools::packet_t& packet);
 
