@@ -44,7 +44,7 @@ struct feeder_t {
             return;
         }
         const QString sender = full(words[0]);
-        const QString what = words[2];
+        const QString& what = words[2];
         QString command = "connection/presentation"_s;
         QJsonValue value;
         if (what == "here"_l1 || what == "gone"_l1) {
@@ -166,7 +166,7 @@ bridge goes    | bridge KEY 1; bridge KEY                |                      
         const house_node_t& server = *feeder.house.node("tarnel-server-1"_s);
         QCOMPARE(feeder.house.revision(), known + 1); // another installation is news
         QVERIFY(server.changed <= known);
-        QCOMPARE(server.packets, qint64(2));
+        QCOMPARE(server.sent, qint64(2));
         QCOMPARE(server.prefixes(), QStringList({"forward-bridge"_s, "remote-bridge"_s}));
         QCOMPARE(server.masterSince, moment_t(1001000 - 30000));
         QCOMPARE(server.heard, moment_t(1003000));

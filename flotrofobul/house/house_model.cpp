@@ -163,7 +163,7 @@ QStringList house_node_t::prefixes() const
     static const QString names[wayCount] = {FORWARD_PREFIX, REMOTE_PREFIX, CLOUD_PREFIX_1, QStringLiteral("plain")};
     QStringList result;
     for (int i = 0; i < wayCount; ++i) {
-        if (copies[i] > 0) {
+        if (packets[i] > 0) {
             result << names[i];
         }
     }
@@ -371,11 +371,11 @@ void house_model_t::inside_t::packet(const parts_t& parts, const QByteArray& pay
             return;
         }
     }
-    ++node->copies[static_cast<int>(parts.way)];
+    ++node->packets[static_cast<int>(parts.way)];
     if (!retain && !isFirst(node->channel, static_cast<int>(parts.way), source)) {
         return;
     }
-    ++node->packets;
+    ++node->sent;
     node->rate.add(now);
     if (looksEncoded(payload) && !node->encoded && !valueIn(payload).isUndefined()) {
         node->encoded = true;

@@ -60,17 +60,17 @@ struct house_node_t {
     QString installation;
     role_t role = role_t::unknown;
     presence_t presence = presence_t::unknown;
-    bool presented = false;       ///< it has presented itself, so that role and record are its own words
-    QString master;               ///< the server that it takes for its master; itself: a master. Empty: none known
-    bool ready = false;           ///< a client that has told its master that it listens
-    bool encoded = false;         ///< its payloads are Base64
-    QJsonObject record;           ///< its last presentation without the master's
-    moment_t since = never;       ///< when it came, or went, or was heard first
-    moment_t masterSince = never; ///< when it became master, by its own words where there are any
-    moment_t heard = never;       ///< its last sign of life
-    qint64 packets = 0;           ///< that it has sent: one that came over several ways counts once
-    rate_t rate;                  ///< of these
-    qint64 copies[wayCount] = {}; ///< how they came, each copy
+    bool presented = false;        ///< it has presented itself, so that role and record are its own words
+    QString master;                ///< the server that it takes for its master; itself: a master. Empty: none known
+    bool ready = false;            ///< a client that has told its master that it listens
+    bool encoded = false;          ///< its payloads are Base64
+    QJsonObject record;            ///< its last presentation without the master's
+    moment_t since = never;        ///< when it came, or went, or was heard first
+    moment_t masterSince = never;  ///< when it became master, by its own words where there are any
+    moment_t heard = never;        ///< its last sign of life
+    qint64 sent = 0;               ///< packets: one that came over several ways counts once
+    rate_t rate;                   ///< of these
+    qint64 packets[wayCount] = {}; ///< by the way on which they came, each copy
     quint64 changed = 0;
 
     struct channel_t {
