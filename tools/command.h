@@ -27,6 +27,9 @@ struct subcommand_t {
 };
 
 int runBridges(const QStringList& arguments);
+int runWatch(const QStringList& arguments);
+int runRecord(const QStringList& arguments);
+int runReplay(const QStringList& arguments);
 
 /// A result, to standard output.
 inline void say(const QString& line)

@@ -10,6 +10,9 @@ namespace {
 
 constexpr subcommand_t subcommands[] = {
     {"bridges", "writes the bridges between the brokers of a house, or tries them", runBridges},
+    {"watch", "listens to a house: who is there, who is master, every packet", runWatch},
+    {"record", "writes every packet of a house to a file", runRecord},
+    {"replay", "says the packets of a recording again, at another broker", runReplay},
 };
 
 QString usage()
@@ -28,6 +31,7 @@ QString usage()
 
 int main(int argc, char** argv)
 {
+    qputenv("QT_NO_GLIB", "1"); // nobody here needs its event loop, which costs more than Qt's own
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("flotrofobul"));
     QCoreApplication::setApplicationVersion(QStringLiteral(FLOTROFOBUL_VERSION));

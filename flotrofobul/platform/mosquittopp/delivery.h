@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QtCore/QBasicTimer>
+#include <QtCore/QByteArray>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
@@ -14,7 +15,18 @@ namespace comunication {
 namespace mosquittopp {
 
 struct event_t {
-    enum kind_t { connected, disconnected, published, message, subscribed, unsubscribed, log, problem, error };
+    enum kind_t {
+        connected,
+        disconnected,
+        published,
+        message,
+        rawMessage,
+        subscribed,
+        unsubscribed,
+        log,
+        problem,
+        error
+    };
 
     explicit event_t(kind_t kind, int number = 0, int flags = 0, bool retain = false, int payloadlen = 0)
         : kind(kind), number(number), flags(flags), retain(retain), payloadlen(payloadlen)
@@ -26,7 +38,8 @@ struct event_t {
     bool retain;
     int payloadlen;
     QString topic;
-    QString text; // payload or log line
+    QString text;     // payload or log line
+    QByteArray bytes; // payload as it came, where that is asked for
     std::vector<int> granted;
 };
 

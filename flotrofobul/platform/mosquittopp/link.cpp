@@ -76,14 +76,14 @@ link_t::~link_t()
     flush();
 }
 
-int link_t::publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain)
+int link_t::publish(int* mid, const QString& topic, const QByteArray& payload, int qos, bool retain)
 {
     if (mid != nullptr) {
         *mid = 0;
     }
     letter_t letter;
     letter.topic = topic.toUtf8();
-    letter.payload = payload.toUtf8();
+    letter.payload = payload;
     letter.qos = qos;
     letter.retain = retain;
     const verdict_t verdict = check(letter);

@@ -50,7 +50,7 @@ public:
 
     int subscribe(int* mid, const QString& filter, int qos);
     int unsubscribe(int* mid, const QString& filter);
-    int publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain);
+    int publish(int* mid, const QString& topic, const QByteArray& payload, int qos, bool retain);
     void withdraw(int mid);
     void setLogging(bool on);
 
@@ -59,6 +59,7 @@ public:
     milliseconds_t interval = limits::interval.initial;
     milliseconds_t connectTimeout = limits::connectTimeout.initial;
     int maxPacketBytes = limits::packetBytes.initial;
+    bool rawPayloads = false; ///< they are passed on as bytes
 
 private:
     enum class state_t { idle, dialling, connected, closing, waiting };

@@ -68,9 +68,15 @@ void link_t::messageArrived(const mosquitto_message& message)
             __func__, __LINE__);
         return;
     }
-    event_t event(event_t::message, message.mid, message.qos, message.retain, message.payloadlen);
+    event_t event(rawPayloads ? event_t::rawMessage : event_t::message, message.mid, message.qos, message.retain,
+                  message.payloadlen);
     event.topic = QString::fromUtf8(message.topic);
-    event.text = QString::fromUtf8(static_cast<const char*>(message.payload), message.payloadlen);
+    const char* const payload = static_cast<const char*>(message.payload);
+    if (rawPayloads) {
+        event.bytes = QByteArray(payload, message.payloadlen);
+    } else {
+        event.text = QString::fromUtf8(payload, message.payloadlen);
+    }
     delivery.push(std::move(event));
 }
 

@@ -29,6 +29,9 @@ void emitSignal(mosquittoppqt* client, const event_t& event)
     case event_t::message:
         Q_EMIT client->onMessage(event.number, event.topic, event.text, event.payloadlen, event.flags, event.retain);
         break;
+    case event_t::rawMessage:
+        Q_EMIT client->onRawMessage(event.number, event.topic, event.bytes, event.flags, event.retain);
+        break;
     case event_t::subscribed:
         Q_EMIT client->onSubscribe(event.number, static_cast<int>(event.granted.size()), event.granted.data());
         break;
@@ -74,6 +77,11 @@ int mosquittoppqt::unsubscribe(int* mid, const QString& topic)
 }
 
 int mosquittoppqt::publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain)
+{
+    return link->publish(mid, topic, payload.toUtf8(), qos, retain);
+}
+
+int mosquittoppqt::publishRaw(int* mid, const QString& topic, const QByteArray& payload, int qos, bool retain)
 {
     return link->publish(mid, topic, payload, qos, retain);
 }
@@ -140,6 +148,11 @@ int mosquittoppqt::will_clear()
     link->identity.will = {};
     link->identity.hasWill = false;
     return MOSQ_ERR_SUCCESS;
+}
+
+void mosquittoppqt::setRawPayloads(bool on)
+{
+    link->rawPayloads = on;
 }
 
 void mosquittoppqt::setLogging(bool on)

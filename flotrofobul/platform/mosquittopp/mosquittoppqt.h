@@ -6,6 +6,7 @@
 #include <flotrofobul/export.h>
 #include <flotrofobul/platform/mosquittopp/types.h>
 
+#include <QtCore/QByteArray>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
@@ -57,6 +58,9 @@ public:
     /// 200 levels), a qos outside 0 to 2, and more than 256 MB. Returns 1 when too much waits for a slow broker.
     int publish(int* mid, const QString& topic, const QString& payload, int qos, bool retain);
 
+    /// The same for a payload that need not be a text.
+    int publishRaw(int* mid, const QString& topic, const QByteArray& payload, int qos, bool retain);
+
     /// Credentials from the next connection on; none if both are empty. A null user name with a password gives 3. The
     /// password never appears in a log line.
     int username_pw_set(const QString& username, const QString& password);
@@ -76,6 +80,9 @@ public:
     /// Takes the last will back, from the next connection on.
     int will_clear();
 
+    /// With true, messages that arrive from now on are passed on by onRawMessage in place of onMessage.
+    void setRawPayloads(bool on);
+
     /// With true, onLog carries every line of libmosquitto, at some cost for each packet.
     void setLogging(bool on);
 
@@ -91,6 +98,8 @@ Q_SIGNALS:
     void onPublish(int mid);
     /// payloadlen counts the bytes on the wire; invalid UTF-8 arrives as U+FFFD.
     void onMessage(int mid, QString topic, QString payload, int payloadlen, int qos, bool retain);
+    /// A message with its payload as it came; only after setRawPayloads(true).
+    void onRawMessage(int mid, QString topic, QByteArray payload, int qos, bool retain);
     /// granted_qos holds qos_count numbers (128: refused) and is valid only during a direct call.
     void onSubscribe(int mid, int qos_count, const int* granted_qos);
     /// The broker has ended a subscription.

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+// The options by which every subcommand is told which broker to reach and as whom: one table, one result.
+#pragma once
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QJsonObject>
+#include <QtCore/QString>
+#include <QtCore/QVector>
+
+#include <optional>
+
+namespace comunication {
+namespace tools {
+
+/// How to reach a broker.
+struct connection_t {
+    QJsonObject configuration; ///< as a host has it, with all that the options say
+    QString file;              ///< where it was read; empty without one
+    QString installationId;    ///< empty: none was named
+    QString host;
+    int port = 0;
+    QString username;
+    QString password;
+    bool tlsEnable = false;
+    bool tlsInsecure = false;
+    QString caFile;
+    int keepalive = 0; ///< seconds
+    int timeout = 0;   ///< seconds that an attempt to connect may take
+    int maxPacketBytes = 0;
+
+    /// "host:port", for people.
+    [[nodiscard]] QString name() const;
+};
+
+enum class installation_t { optional, needed };
+
+/// Adds the options of a connection to those of a subcommand. --host and --config may be repeated: several brokers.
+void addConnectionOptions(QCommandLineParser& options);
+
+/// What the options ask for, at least one connection. Where something is wrong it is said on standard error, and there
+/// is no result: the exit code is misused.
+[[nodiscard]] std::optional<QVector<connection_t>> readConnections(const QCommandLineParser& options,
+                                                                   installation_t installation);
+
+/// The same for a subcommand that speaks with one broker.
+[[nodiscard]] std::optional<connection_t> readConnection(const QCommandLineParser& options,
+                                                         installation_t installation);
+
+} // namespace tools
+} // namespace comunication
