@@ -9,6 +9,10 @@ using namespace comunication::tools;
 namespace {
 
 constexpr subcommand_t subcommands[] = {
+    {"ask", "asks the master, and prints what it answers", runAsk},
+    {"send", "sends a packet to the master, and prints what it answers", runSend},
+    {"serve", "is a server that answers from a file", runServe},
+    {"panel", "is one or many panels that say what they see", runPanel},
     {"bridges", "writes the bridges between the brokers of a house, or tries them", runBridges},
 };
 
