@@ -28,6 +28,7 @@ struct subcommand_t {
 
 int runAsk(const QStringList& arguments);
 int runBridges(const QStringList& arguments);
+int runDoctor(const QStringList& arguments);
 int runPanel(const QStringList& arguments);
 int runSend(const QStringList& arguments);
 int runServe(const QStringList& arguments);

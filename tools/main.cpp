@@ -9,6 +9,7 @@ using namespace comunication::tools;
 namespace {
 
 constexpr subcommand_t subcommands[] = {
+    {"doctor", "looks for what is wrong, from the configuration to the answer of the master", runDoctor},
     {"ask", "asks the master, and prints what it answers", runAsk},
     {"send", "sends a packet to the master, and prints what it answers", runSend},
     {"serve", "is a server that answers from a file", runServe},
