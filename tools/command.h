@@ -30,8 +30,11 @@ int runAsk(const QStringList& arguments);
 int runBridges(const QStringList& arguments);
 int runDoctor(const QStringList& arguments);
 int runPanel(const QStringList& arguments);
+int runRecord(const QStringList& arguments);
+int runReplay(const QStringList& arguments);
 int runSend(const QStringList& arguments);
 int runServe(const QStringList& arguments);
+int runWatch(const QStringList& arguments);
 
 /// A result, to standard output.
 inline void say(const QString& line)

@@ -15,6 +15,9 @@ constexpr subcommand_t subcommands[] = {
     {"serve", "is a server that answers from a file", runServe},
     {"panel", "is one or many panels that say what they see", runPanel},
     {"bridges", "writes the bridges between the brokers of a house, or tries them", runBridges},
+    {"watch", "listens to a house: who is there, who is master, every packet", runWatch},
+    {"record", "writes every packet of a house to a file", runRecord},
+    {"replay", "says the packets of a recording again, at another broker", runReplay},
 };
 
 QString usage()

@@ -74,9 +74,9 @@ struct house_node_t {
 
     bool isMaster() const { return role == role_t::server && presence == presence_t::here && master == id; }
     /// How many packets it has sent: a packet that came over two ways counts once.
-    qint64 packetCount() const;
+    FLOTROFOBUL_EXPORT qint64 packetCount() const;
     /// "forward-bridge" and so on.
-    QStringList prefixes() const;
+    FLOTROFOBUL_EXPORT QStringList prefixes() const;
 };
 
 /// A bridge of the broker that is listened to.

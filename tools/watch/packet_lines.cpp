@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: MIT
+#include "watch/packet_lines.h"
+
+#include <flotrofobul/platform/jsonserializer/json_text.h>
+#include <flotrofobul/platform/secrets.h>
+
+#include <QtCore/QDateTime>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+#include <algorithm>
+#include <cmath>
+
+namespace comunication {
+namespace tools {
+
+namespace {
+
+constexpr char hexDigits[] = "0123456789abcdef";
+const QByteArray notShown = QByteArrayLiteral("(not shown)");
+
+bool isAscii(const QByteArray& text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) >= 0; });
+}
+
+bool isUtf8(const QByteArray& text)
+{
+    return isAscii(text) || QString::fromUtf8(text).toUtf8() == text;
+}
+
+bool hasWord(const char* text, const char* end, const char* word)
+{
+    for (; *word != 0; ++word, ++text) {
+        if (text == end || (*text | 0x20) != *word) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Every payload goes through this, so it has to be cheap; whatever it finds is looked at properly. A "\u" may hide a
+// letter.
+bool maybeSecret(const QByteArray& text)
+{
+    const char* const end = text.constData() + text.size();
+    for (const char* at = text.constData(); at != end; ++at) {
+        const char lower = static_cast<char>(*at | 0x20);
+        if ((lower == 'p' && (hasWord(at, end, "pass") || hasWord(at, end, "pwd"))) ||
+            (lower == 's' && hasWord(at, end, "secret")) || (*at == '\\' && at + 1 != end && at[1] == 'u')) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void appendString(QByteArray& line, const QByteArray& text)
+{
+    line += '"';
+    const char* const data = text.constData();
+    int begin = 0;
+    for (int i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(data[i]);
+        if (c >= 0x20 && c != '"' && c != '\\') {
+            continue;
+        }
+        line.append(data + begin, i - begin);
+        begin = i + 1;
+        line += '\\';
+        if (c < 0x20) {
+            line.append("u00").append(hexDigits[c >> 4]).append(hexDigits[c & 15]);
+        } else {
+            line += static_cast<char>(c);
+        }
+    }
+    line.append(data + begin, text.size() - begin);
+    line += '"';
+}
+
+} // namespace
+
+bool hideSecrets(QByteArray& payload)
+{
+    const QByteArray inside = payload.startsWith("ey") ? decodedJson(QString::fromLatin1(payload)) : QByteArray();
+    const QByteArray& text = inside.isEmpty() ? payload : inside;
+    if (!maybeSecret(text)) {
+        return false;
+    }
+    const QJsonDocument document = documentFromForeignJson(text);
+    QByteArray shown;
+    if (document.isNull()) {
+        shown = isSecret(QString::fromUtf8(text)) ? notShown : text;
+    } else {
+        const QJsonValue value = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
+        const QJsonValue without = withoutSecrets(value);
+        if (without != value) {
+            shown = (without.isArray() ? QJsonDocument(without.toArray()) : QJsonDocument(without.toObject()))
+                        .toJson(QJsonDocument::Compact);
+        } else {
+            shown = text;
+        }
+    }
+    if (shown == text) {
+        return false;
+    }
+    payload = inside.isEmpty() ? shown : shown.toBase64();
+    return true;
+}
+
+QByteArray secondsText(qint64 milliseconds)
+{
+    return QByteArray::number(milliseconds / 1000) + '.' +
+           QByteArray::number(milliseconds % 1000).rightJustified(3, '0');
+}
+
+void appendJson(QByteArray& line, const char* key, const QByteArray& value, const packet_t& packet)
+{
+    line.append("{\"").append(key).append("\":").append(value).append(",\"topic\":");
+    appendString(line, packet.topic.toUtf8());
+    line.append(",\"qos\":").append(static_cast<char>('0' + packet.qos));
+    line.append(packet.retain ? ",\"retain\":true," : ",\"retain\":false,");
+    if (isUtf8(packet.payload)) {
+        line.append("\"payload\":");
+        appendString(line, packet.payload);
+    } else {
+        line.append("\"base64\":\"").append(packet.payload.toBase64()).append('"');
+    }
+    line.append("}\n");
+}
+
+std::optional<recorded_t> packetIn(const QJsonObject& object)
+{
+    const QJsonValue at = object.value(QLatin1String("at"));
+    const QJsonValue topic = object.value(QLatin1String("topic"));
+    if (!at.isDouble() || !topic.isString()) {
+        return std::nullopt;
+    }
+    recorded_t result;
+    result.at = std::llround(at.toDouble() * 1000);
+    result.packet.topic = topic.toString();
+    result.packet.qos = std::clamp(object.value(QLatin1String("qos")).toInt(), 0, 2);
+    result.packet.retain = object.value(QLatin1String("retain")).toBool();
+    const QJsonValue binary = object.value(QLatin1String("base64"));
+    result.packet.payload = binary.isString() ? QByteArray::fromBase64(binary.toString().toLatin1())
+                                              : object.value(QLatin1String("payload")).toString().toUtf8();
+    return result;
+}
+
+void appendWords(QByteArray& line, const packet_t& packet)
+{
+    static qint64 second = -1; // the same for many packets
+    static QByteArray clock;
+    if (packet.moment / 1000 != second) {
+        second = packet.moment / 1000;
+        clock = QDateTime::fromMSecsSinceEpoch(packet.moment).toString(QStringLiteral("HH:mm:ss.")).toLatin1();
+    }
+    line.append(clock).append(QByteArray::number(packet.moment % 1000).rightJustified(3, '0')).append(' ');
+    line.append(static_cast<char>('0' + packet.qos)).append(packet.retain ? "r " : "  ");
+    line.append(harmless(packet.topic.toUtf8())).append(' ');
+    if (isUtf8(packet.payload)) {
+        const QByteArray inside =
+            packet.payload.startsWith("ey") ? decodedJson(QString::fromLatin1(packet.payload)) : QByteArray();
+        line.append(inside.isEmpty() ? "" : "(encoded) ").append(harmless(inside.isEmpty() ? packet.payload : inside));
+    } else {
+        line.append("(base64) ").append(packet.payload.toBase64());
+    }
+    line.append('\n');
+}
+
+QByteArray harmless(QByteArray text)
+{
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+    if (std::none_of(text.begin(), text.end(), isControl) && isAscii(text)) {
+        return text;
+    }
+    return harmless(QString::fromUtf8(text)).toUtf8();
+}
+
+QString harmless(const QString& text)
+{
+    QString result = text;
+    std::replace_if(
+        result.begin(), result.end(),
+        [](QChar c) { return c.category() == QChar::Other_Control || c.category() == QChar::Other_Format; },
+        QLatin1Char(' '));
+    return result;
+}
+
+} // namespace tools
+} // namespace comunication
