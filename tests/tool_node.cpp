@@ -52,7 +52,7 @@ private Q_SLOTS:
 2 ask talk @broker                       | There is no kind "talk"; there are persistent, realtime, presence, command
 2 send talk 5 @broker                    | has to be a JSON object
 0 ask persistent @broker                 | status/DB/persistent from srv to all: {"kitchen":21.5} | serve --id srv --answers @/file @broker | srv: connected
-0 ask persistent {"a":1} --json @broker  | "payload":{"kitchen":21.5}; "sender":"srv" | panel --count 2 --id wall @broker | wall-2: status/DB/persistent from srv to all: {"kitchen":21.5}
+0 ask persistent {"a":1,"password":"wordofpass"} --json @broker | "payload":{"kitchen":21.5}; "sender":"srv" | panel --count 2 --id wall @broker | wall-2: status/DB/persistent from srv to all: {"kitchen":21.5}
 0 ask realtime/attic/bed @broker         | status/DB/realtime/attic/bed from srv to flotrofobul-
 6 ask realtime --time 0.5 @broker          | srv has not answered request/DB/realtime within the time
 0 ask command --no-answer @broker        |
@@ -78,7 +78,7 @@ private Q_SLOTS:
     {
         child_t& server = *processes.at("serve --id srv --answers @/file @broker"_s);
         child_t& panels = *processes.at("panel --count 2 --id wall @broker"_s);
-        QVERIFY(says(server, R"(asks request/DB/persistent {"a":1}: answered to all on status/DB/persistent)"_s));
+        QVERIFY(says(server, R"x(persistent {"a":1,"password":"(not shown)"}: answered to all on status/DB)x"_s));
         QVERIFY(says(server, "asks request/DB/command {}: not answered"_s));
         child_t& follower = *processes.at("serve --no-master --id follower --answers @/file @broker"_s);
         server.signal(SIGINT);

@@ -122,13 +122,13 @@ private:
     {
         const QJsonValue payload = value.toObject().value(QStringLiteral("payload"));
         if (wish.json) {
-            say(compactJson(QJsonObject{{QStringLiteral("sender"), topic.getSender()},
-                                        {QStringLiteral("destination"), topic.getDestination()},
-                                        {QStringLiteral("topic"), topic.getValue()},
-                                        {QStringLiteral("payload"), payload}}));
+            say(shownPayload(QJsonObject{{QStringLiteral("sender"), topic.getSender()},
+                                         {QStringLiteral("destination"), topic.getDestination()},
+                                         {QStringLiteral("topic"), topic.getValue()},
+                                         {QStringLiteral("payload"), payload}}));
         } else {
             say(QStringLiteral("%1 from %2 to %3: %4")
-                    .arg(topic.getValue(), topic.getSender(), topic.getDestination(), compactJson(payload)));
+                    .arg(topic.getValue(), topic.getSender(), topic.getDestination(), shownPayload(payload)));
         }
         answered = true;
         if (!wish.everything) {

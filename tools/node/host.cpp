@@ -1,20 +1,33 @@
 // SPDX-License-Identifier: MIT
 #include "node/host.h"
 
-#include <QtCore/QSocketNotifier>
+#include "connection/ending.h"
+
+#include <flotrofobul/platform/secrets.h>
+
 #include <QtCore/QTimer>
 
-#include <sys/signalfd.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <csignal>
-#include <memory>
 
 namespace comunication {
 namespace tools {
 
 using namespace std::chrono_literals;
+
+QString shownPayload(const QJsonValue& payload)
+{
+    return compactJson(withoutSecrets(payload));
+}
+
+void teller_t::tell(const char* event, const QString& words, QJsonObject details) const
+{
+    if (json) {
+        details.insert(QStringLiteral("event"), QLatin1String(event));
+        say(shownPayload(details));
+    } else {
+        say(words);
+    }
+}
 
 void teller_t::follow(protobase_t& node) const
 {
@@ -38,39 +51,22 @@ void teller_t::follow(protobase_t& node) const
 
 int runUntilSignal(const std::vector<protobase_t*>& nodes, const teller_t& teller)
 {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
-    QSocketNotifier notifier(descriptor, QSocketNotifier::Read);
-    QObject::connect(&notifier, &QSocketNotifier::activated, &notifier, [&] {
-        notifier.setEnabled(false);
+    ending_t ending(0ms);
+    int linked = 0;
+    QObject::connect(&ending, &ending_t::asked, &ending, [&] {
         teller.tell("ending", QStringLiteral("ending"));
-        // The signal waits to be read: unblocked as it is, it would end the program here.
-        signalfd_siginfo info;
-        if (read(descriptor, &info, sizeof info) > 0) {
-            sigprocmask(SIG_UNBLOCK, &signals, nullptr);
-        }
-        auto linked = std::make_shared<int>(0);
         for (protobase_t* const node : nodes) {
-            if (node->getConnected()) {
-                ++*linked;
-                QObject::connect(node, &protobase_t::onBrokerDisconnection, qApp, [=] {
-                    if (--*linked == 0) {
-                        QCoreApplication::quit();
-                    }
-                });
-            }
+            linked += node->getConnected() ? 1 : 0;
+            QObject::connect(node, &protobase_t::onBrokerDisconnection, &ending, [&] {
+                if (--linked == 0) {
+                    QCoreApplication::quit();
+                }
+            });
             node->disconnection(true);
         }
-        QTimer::singleShot(*linked > 0 ? 2s : 0s, qApp, &QCoreApplication::quit);
+        QTimer::singleShot(linked > 0 ? 2s : 0s, qApp, &QCoreApplication::quit);
     });
-    const int code = QCoreApplication::exec();
-    notifier.setEnabled(false);
-    close(descriptor);
-    return code;
+    return QCoreApplication::exec();
 }
 
 } // namespace tools

@@ -19,20 +19,15 @@ inline QString compactJson(const QJsonValue& value)
     return QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
 }
 
+/// A payload as it may be shown: without passwords.
+QString shownPayload(const QJsonValue& payload);
+
 /// Says an event in words, or as one JSON object a line.
 class teller_t {
 public:
     explicit teller_t(bool json) : json(json) {}
 
-    void tell(const char* event, const QString& words, QJsonObject details = {}) const
-    {
-        if (json) {
-            details.insert(QStringLiteral("event"), QLatin1String(event));
-            say(compactJson(details));
-        } else {
-            say(words);
-        }
-    }
+    void tell(const char* event, const QString& words, QJsonObject details = {}) const;
 
     /// Tells what happens to the link of a node.
     void follow(protobase_t& node) const;
@@ -41,8 +36,8 @@ private:
     bool json;
 };
 
-/// Runs the event loop until SIGINT or SIGTERM. Then every node takes leave, which takes a second; a second signal ends
-/// the program at once.
+/// Runs the event loop until SIGINT, SIGTERM or SIGHUP. Then every node takes leave, which takes a second; a second
+/// signal ends the program at once.
 int runUntilSignal(const std::vector<protobase_t*>& nodes, const teller_t& teller);
 
 } // namespace tools

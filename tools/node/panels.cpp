@@ -37,14 +37,14 @@ void follow(protoclient_t& panel, const teller_t& teller)
         tell("status",
              QStringLiteral("%1 from %2 to %3: %4")
                  .arg(packet[u"topic"].toString(), packet[u"sender"].toString(), packet[u"destination"].toString(),
-                      compactJson(packet[u"payload"])),
+                      shownPayload(packet[u"payload"])),
              packet);
     };
     QObject::connect(&panel, &protobase_t::onDatabasePersistentStatus, &panel, see);
     QObject::connect(&panel, &protobase_t::onDatabaseRealtimeStatus, &panel, see);
     QObject::connect(&panel, &protobase_t::onDatabasePresenceSimulationStatus, &panel, see);
     QObject::connect(&panel, &protobase_t::on_Unknown, &panel, [=](const QString& topic, const QJsonValue& payload) {
-        tell("other", QStringLiteral("%1: %2").arg(topic, compactJson(payload)),
+        tell("other", QStringLiteral("%1: %2").arg(topic, shownPayload(payload)),
              {{QStringLiteral("topic"), topic}, {QStringLiteral("payload"), payload}});
     });
     QObject::connect(&panel, &protobase_t::onBridgeConnectionEvent, &panel,

@@ -97,7 +97,7 @@ private:
                                          : QStringLiteral("the file has no answer for it");
         teller.tell("request",
                     QStringLiteral("%1 asks %2 %3: %4")
-                        .arg(request[u"sender"].toString(), topic, compactJson(request[u"payload"]), outcome),
+                        .arg(request[u"sender"].toString(), topic, shownPayload(request[u"payload"]), outcome),
                     {{QStringLiteral("sender"), request[u"sender"]},
                      {QStringLiteral("topic"), topic},
                      {QStringLiteral("payload"), request[u"payload"]},
