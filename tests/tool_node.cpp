@@ -9,6 +9,7 @@ class tool_node : public QObject {
     Q_OBJECT
 
     broker_t broker;
+    broker_t closed{"listener @port 127.0.0.1\nallow_anonymous false"_s};
     QTemporaryDir directory;
     std::map<QString, std::unique_ptr<child_t>> processes;
     QString said; ///< by server and panels
@@ -25,7 +26,8 @@ class tool_node : public QObject {
         auto& process = processes[line];
         process = std::make_unique<child_t>();
         process->setProcessChannelMode(QProcess::MergedChannels);
-        line.replace("@broker"_l1, "--installation house1 --host 127.0.0.1:%1"_s.arg(broker.port()));
+        const auto options = "--installation house1 --host 127.0.0.1:%1"_s;
+        line.replace("@broker"_l1, options.arg(broker.port())).replace("@closed"_l1, options.arg(closed.port()));
         process->start(QStringLiteral(FLOTROFOBUL_COMMAND), line.replace("@"_l1, directory.path()).split(u' '));
         return *process;
     }
@@ -42,9 +44,10 @@ private Q_SLOTS:
         path("file"_s, R"({"persistent": {"payload": {"kitchen": 21.5}, "to": "all", "retain": true}, "realtime/attic":
             {"payload": {"degrees": 19}}, "command": null, "request/own": {"topic": "status/mine", "payload": {}}})");
         path("bad"_s, R"({"persistent": {"payload": 5}, "command": {"payload": {}}, "talk": {}})");
-        QVERIFY(broker.start());
+        QVERIFY(broker.start() && closed.start());
         addRows(R"(
 3 ask persistent --host 127.0.0.1:1 --installation house1 | nobody listens there
+4 ask persistent @closed                 | the broker does not authorise this client
 5 ask persistent --time 0.5 @broker        | no master: no server has presented itself
 5 ask persistent --time 0.5 @broker        | no master: heard of follower, which is not master | serve --no-master --id follower --answers @/file @broker | follower: connected
 1 serve --answers @/bad @broker          | command.topic is missing; persistent.payload is refused; talk is no request
@@ -56,6 +59,7 @@ private Q_SLOTS:
 0 ask realtime/attic/bed @broker         | status/DB/realtime/attic/bed from srv to flotrofobul-
 6 ask realtime --time 0.5 @broker          | srv has not answered request/DB/realtime within the time
 0 ask command --no-answer @broker        |
+0 send command/light {"on":true} --no-answer @broker |
 0 send request/own/x {} --to srv @broker | status/mine from srv to flotrofobul-
 )");
     }
@@ -80,6 +84,7 @@ private Q_SLOTS:
         child_t& panels = *processes.at("panel --count 2 --id wall @broker"_s);
         QVERIFY(says(server, R"x(persistent {"a":1,"password":"(not shown)"}: answered to all on status/DB)x"_s));
         QVERIFY(says(server, "asks request/DB/command {}: not answered"_s));
+        QVERIFY(says(server, "says command/light {\"on\":true}"_s));
         child_t& follower = *processes.at("serve --no-master --id follower --answers @/file @broker"_s);
         server.signal(SIGINT);
         QVERIFY(says(panels, "wall-1: srv is lost"_s));

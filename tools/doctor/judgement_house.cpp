@@ -14,6 +14,7 @@ using house::role_t;
 
 namespace {
 
+constexpr int ownClients = 3;         ///< that the doctor may have at the broker
 constexpr int farewellsOfOneLife = 1; ///< more of them within one examination is no restart
 
 class judge_t : private house_view_t {
@@ -129,13 +130,13 @@ private:
                             QStringLiteral("is one of these meant? All nodes of a house need the same "
                                            "mqtt.global.installation_id"));
         } else {
-            const int strangers = seen.house.brokerClients();
-            diagnosis.wrong(QStringLiteral("nobody is in installation %1").arg(id),
-                            strangers < 0 ? QStringLiteral("no server has answered")
-                                          : QStringLiteral("no server has answered; the broker counts %1 connected "
-                                                           "clients, up to three of them ours")
-                                                .arg(strangers),
-                            QStringLiteral("does the server run, at this broker, and with this installation id?"));
+            const int clients = seen.house.brokerClients();
+            diagnosis.wrong(
+                QStringLiteral("nobody is in installation %1").arg(id),
+                clients <= ownClients
+                    ? QStringLiteral("no server has answered")
+                    : QStringLiteral("no server has answered, though the broker counts %1 clients").arg(clients),
+                QStringLiteral("does the server run, at this broker, and with this installation id?"));
         }
         return false;
     }

@@ -64,7 +64,7 @@ public:
         connect(&server, &protoserver_t::onRequestRealtimeRequest, this, &responder_t::answer);
         connect(&server, &protoserver_t::onRequestPresenceSimulationRequest, this, &responder_t::answer);
         connect(&server, &protoserver_t::onRequestCmd, this, &responder_t::answer);
-        connect(&server, &protobase_t::on_Unknown, this, &responder_t::answerUnknown);
+        connect(&server, &protobase_t::on_Unknown, this, &responder_t::hearUnknown);
         connect(&server, &protobase_t::on_Presentation, this,
                 [this](const QString& sender, const QString&, bool there) {
                     this->teller.tell("presence", sender + QLatin1String(there ? " is here" : " is gone"),
@@ -110,18 +110,22 @@ private:
         }
     }
 
-    // Requests of other kinds reach a host in this way.
-    void answerUnknown(const QString& topic, const QJsonValue& value)
+    // Requests of other kinds reach a host in this way, and what is no request is said as well.
+    void hearUnknown(const QString& topic, const QJsonValue& value)
     {
         const QStringList levels = topic.mid(topic.indexOf(LOCAL_PREFIX + u'/')).split(u'/');
-        if (levels.value(4) != QLatin1String("request")) {
-            return;
+        QJsonObject packet = value.toObject();
+        packet.insert(QStringLiteral("sender"), levels.value(2));
+        packet.insert(QStringLiteral("destination"), levels.value(3));
+        packet.insert(QStringLiteral("topic"), levels.mid(4).join(u'/'));
+        if (levels.value(4) == QLatin1String("request")) {
+            answer(packet);
+        } else if (levels.value(3) == server.getClientId()) {
+            teller.tell("packet",
+                        QStringLiteral("%1 says %2 %3")
+                            .arg(levels[2], packet[u"topic"].toString(), shownPayload(packet[u"payload"])),
+                        packet);
         }
-        QJsonObject request = value.toObject();
-        request.insert(QStringLiteral("sender"), levels[2]);
-        request.insert(QStringLiteral("destination"), levels[3]);
-        request.insert(QStringLiteral("topic"), levels.mid(4).join(u'/'));
-        answer(request);
     }
 
     protoserver_t& server;
