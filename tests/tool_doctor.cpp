@@ -77,6 +77,9 @@ public:
     {
         return std::all_of(nodes.begin(), nodes.end(), [](const auto& node) { return node->getConnected(); });
     }
+    quint16 port() const { return near.port(); }
+    /// That the first node, a server, knows.
+    QStringList clients() const { return static_cast<protoserver_t*>(nodes[0].get())->getClients().keys(); }
     QString path() const { return directory.filePath("house.json"_s); }
 
     QProcess doctor;
@@ -199,6 +202,9 @@ a key        |                           |                  | global.prot=1884  
 a type       |                           |                  | global.port="1883"         | mqtt.global.port: "1883", allowed: a whole number from 1 to 65535; the default counts
 no id        |                           |                  | global.installation_id=""  | the installation id is empty; of letters and digits
 an odd id    |                           |                  | global.installation_id="my-house" | the installation id "my-house" has other characters; no packet of the house is recognised
+no host      |                           |                  | global.host=""             | configuration: no broker is named
+no user name |                           |                  | connect.password="wordofpass" | configuration: there is a password without a user name
+not encrypted |                          |                  | security.tls_insecure=true | configuration: the link is not encrypted, though tls_insecure is set
 rank         |                           |                  | house={"rank": "1"}        | house.rank: "1", allowed
 name         |                           |                  | global.host="broker.invalid" | name: the name broker.invalid leads nowhere; is mqtt.global.host spelled right
 nobody       |                           |                  | global.port=1              | TCP: nothing answers at 127.0.0.1:1; nobody listens there; does mosquitto run there
@@ -276,6 +282,17 @@ private Q_SLOTS:
         QVERIFY2(text.count("WRONG "_l1) == (text.contains(fine) ? 0 : 1), qPrintable(text));
         QCOMPARE(house.doctor.exitCode(), text.contains(fine) ? 0 : 1);
         QVERIFY(!text.contains("ofpass"_l1) && !text.contains("ofword"_l1));
+    }
+
+    // It takes leave as a panel does, and nothing of its probes stays.
+    void leavesNothing()
+    {
+        const house_t& house = *houses.at("healthy"_s);
+        QProcess listener;
+        listener.start("mosquitto_sub"_s, {"-p"_s, QString::number(house.port()), "-t"_s, "#"_s, "-W"_s, "1"_s});
+        QVERIFY(listener.waitForFinished());
+        QCOMPARE(listener.readAllStandardOutput(), QByteArray());
+        QCOMPARE(house.clients(), QStringList("panel-1"_s));
     }
 
     void forPrograms()

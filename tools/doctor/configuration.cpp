@@ -66,8 +66,12 @@ void examineInstallation(const QString& id, diagnosis_t& diagnosis)
     }
 }
 
-void examineSecrets(config::config_mqtt& mqtt, diagnosis_t& diagnosis)
+void examineAccess(config::config_mqtt& mqtt, diagnosis_t& diagnosis)
 {
+    if (mqtt.getGlobal()->getHost().isEmpty()) {
+        diagnosis.wrong(QStringLiteral("no broker is named"), QStringLiteral("mqtt.global.host is \"\""),
+                        QStringLiteral("set it to the name or the address of the broker"));
+    }
     const auto& security = *mqtt.getSecurity();
     const QString file = security.getCa_file();
     const QString remedy =
@@ -81,6 +85,11 @@ void examineSecrets(config::config_mqtt& mqtt, diagnosis_t& diagnosis)
                         QFileInfo::exists(file) ? QStringLiteral("this user may not read it")
                                                 : QStringLiteral("there is no such file"),
                         remedy);
+    }
+    if (security.getTls_insecure() && !security.getTls_enable()) {
+        diagnosis.wrong(QStringLiteral("the link is not encrypted, though tls_insecure is set"),
+                        QStringLiteral("without mqtt.security.tls_enable it has no effect"),
+                        QStringLiteral("set tls_enable, or take tls_insecure out"));
     }
     if (mqtt.getConnect()->getUsername().isEmpty() && !mqtt.getConnect()->getPassword().isEmpty()) {
         diagnosis.wrong(QStringLiteral("there is a password without a user name"),
@@ -145,7 +154,7 @@ bool examineConfiguration(const QJsonObject& json, diagnosis_t& diagnosis)
         diagnosis.wrong(line, QStringLiteral("no key has this name, so it has no effect"), keys);
     }
     examineInstallation(model.getMqtt()->getGlobal()->getInstallation_id(), diagnosis);
-    examineSecrets(*model.getMqtt(), diagnosis);
+    examineAccess(*model.getMqtt(), diagnosis);
     if (diagnosis.faults() == before) {
         const auto* const global = model.getMqtt()->getGlobal();
         diagnosis.fine(QStringLiteral("installation %1, broker %2:%3")

@@ -9,6 +9,8 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+#include <algorithm>
+
 namespace comunication {
 namespace tools {
 
@@ -17,7 +19,8 @@ using mosquittopp::mosquittoqt;
 
 namespace {
 
-constexpr int refused = 0x80; // in the SUBACK of MQTT 3.1.1
+constexpr int refused = 0x80;      // in the SUBACK of MQTT 3.1.1
+constexpr int leastKeepalive = 10; // as an engine has it
 constexpr std::chrono::milliseconds farewell{300};
 const QString bridgeStates = QStringLiteral("$SYS/broker/connection/#");
 const QString brokerItself[] = {QStringLiteral("$SYS/broker/version"), QStringLiteral("$SYS/broker/clients/connected")};
@@ -41,7 +44,7 @@ int dial(mosquittoqt& client, const connection_t& connection, bool* badTrust)
         }
         client.tls_insecure_set(connection.tlsInsecure);
     }
-    return client.connect_async(connection.host, connection.port, connection.keepalive);
+    return client.connect_async(connection.host, connection.port, std::max(connection.keepalive, leastKeepalive));
 }
 
 } // namespace
@@ -93,13 +96,22 @@ void trial_client_t::hear(const QString& text, bool retain)
         client.publish(&probe, topic, payload, 1, what == what_t::retained);
     } else if (text == payload && (what == what_t::large || retain)) {
         result = trial_t::passed;
+        forget();
+    }
+}
+
+// A retained packet that is empty takes back the one before it.
+void trial_client_t::forget()
+{
+    if (what == what_t::retained) {
+        client.publish(nullptr, topic, QString(), 1, true);
     }
 }
 
 void trial_client_t::stop()
 {
-    if (what == what_t::retained && client.getConnected() && probe != 0) {
-        client.publish(nullptr, topic, QString(), 1, true);
+    if (result == trial_t::lost && client.getConnected()) {
+        forget();
     }
     client.disconnect(this);
     QTimer::singleShot(farewell, this, [this] { client.disconnect_sync(); });

@@ -72,13 +72,13 @@ public:
 
     trial_client_t(const connection_t& connection, what_t what);
     void start();
-    /// Takes back what the broker may have kept, and leaves.
+    /// Leaves; what the broker may have kept is taken back.
     void stop();
     [[nodiscard]] trial_t outcome() const { return result; }
 
 private:
-    void hear(const QString& payload, bool retain);
-    void tryIt();
+    void hear(const QString& text, bool retain);
+    void forget();
 
     const connection_t connection;
     const what_t what;

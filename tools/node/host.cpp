@@ -56,12 +56,14 @@ int runUntilSignal(const std::vector<protobase_t*>& nodes, const teller_t& telle
     QObject::connect(&ending, &ending_t::asked, &ending, [&] {
         teller.tell("ending", QStringLiteral("ending"));
         for (protobase_t* const node : nodes) {
-            linked += node->getConnected() ? 1 : 0;
-            QObject::connect(node, &protobase_t::onBrokerDisconnection, &ending, [&] {
-                if (--linked == 0) {
-                    QCoreApplication::quit();
-                }
-            });
+            if (node->getConnected()) {
+                ++linked;
+                QObject::connect(node, &protobase_t::onBrokerDisconnection, &ending, [&] {
+                    if (--linked == 0) {
+                        QCoreApplication::quit();
+                    }
+                });
+            }
             node->disconnection(true);
         }
         QTimer::singleShot(linked > 0 ? 2s : 0s, qApp, &QCoreApplication::quit);
