@@ -36,6 +36,7 @@ QString usage()
 
 int main(int argc, char** argv)
 {
+    qputenv("QT_NO_GLIB", "1"); // nobody here needs its event loop, which costs more than Qt's own
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("flotrofobul"));
     QCoreApplication::setApplicationVersion(QStringLiteral(FLOTROFOBUL_VERSION));

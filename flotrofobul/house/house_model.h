@@ -139,8 +139,8 @@ public:
 
     /// Takes a packet as a broker delivered it, $SYS included.
     void take(moment_t now, const QString& topic, const QByteArray& payload, int qos = 0, bool retain = false);
-    /// A new session has begun: what was not heard meanwhile is unknown, so nobody is ready for sure and bridges are
-    /// told anew. Nodes stay as they were last heard.
+    /// The link to the broker is lost: the states of its bridges are unknown until it tells them anew. Nodes stay as
+    /// they were last heard.
     void forgetBridges();
 
     /// In the order in which they were heard first.

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "connection/listener.h"
 
+#include <QtCore/QAbstractEventDispatcher>
 #include <QtCore/QDateTime>
 #include <QtCore/QTimer>
 #include <QtCore/QUuid>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
+#include <utility>
 
 namespace comunication {
 namespace tools {
@@ -54,6 +58,7 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
     });
     connect(&client, &mosquittoqt::onRawMessage, this,
             [this](int, const QString& topic, const QByteArray& payload, int qosOfPacket, bool retain) {
+                ++heardInTurn;
                 if (!ended) {
                     Q_EMIT heard({QDateTime::currentMSecsSinceEpoch(), topic, payload, qosOfPacket, retain});
                 }
@@ -62,6 +67,7 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
 
 void listener_t::start()
 {
+    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, &listener_t::rest);
     if (!connection.username.isEmpty() || !connection.password.isEmpty()) {
         client.username_pw_set(connection.username, connection.password);
     }
@@ -94,13 +100,36 @@ void listener_t::listen()
     }
 }
 
+// A broker has a window of 20 messages as a rule: when much of it is used, nothing may wait for us.
+void listener_t::rest()
+{
+    using std::chrono::milliseconds;
+    constexpr milliseconds nap{5};
+    constexpr int much = 8;
+    const int heardNow = std::exchange(heardInTurn, 0);
+    const bool isQuiet = !sinceTurn.isValid() || sinceTurn.hasExpired(nap.count());
+    hasMuch = heardNow > much || (heardNow == 0 && hasMuch && !isQuiet);
+    if (heardNow == 0 && isQuiet) {
+        return;
+    }
+    if (!isQuiet && !hasMuch) {
+        std::this_thread::sleep_for(nap - milliseconds(sinceTurn.elapsed()));
+    }
+    if (heardNow > 0 || !hasMuch) {
+        sinceTurn.start();
+    }
+}
+
 void listener_t::lose(const QString& words)
 {
     if (ended) {
         return;
     }
     listening = false;
-    const QString why = words.isEmpty() ? QStringLiteral("the link has ended") : words;
+    QString why = words.isEmpty() ? QStringLiteral("the link has ended") : words;
+    if (!why.contains(brokerName)) {
+        why.prepend(brokerName + QStringLiteral(": "));
+    }
     if (wasReady) {
         Q_EMIT problem(why);
     } else {

@@ -28,14 +28,14 @@ public:
     {
         connect(&listener, &listener_t::ready, this, &record_t::begin);
         connect(&listener, &listener_t::failed, this, [this](const QString& words) {
-            complain(QStringLiteral("%1: %2").arg(listener.name(), words));
+            complain(words);
             QCoreApplication::exit(somethingFound);
         });
         connect(&listener, &listener_t::problem, this, [this](const QString& words) {
             if (!isAway) {
                 isAway = true;
                 note(QStringLiteral("lost"), words);
-                complain(QStringLiteral("%1: %2").arg(listener.name(), words));
+                complain(words);
             }
         });
         connect(&listener, &listener_t::heard, this, &record_t::take);

@@ -250,7 +250,9 @@ QStringList pictureOf(const house_model_t& house, moment_t now, const frame_t& f
     const int room = bounded ? std::max(1, frame.rows - lines.size() - 2 - eventLines) : nodes.size();
     const int left = nodes.size() - room;
     nodes.resize(std::min(nodes.size(), room));
-    lines << tableOf(house, nodes, now, frame.columns);
+    if (!nodes.isEmpty()) {
+        lines << tableOf(house, nodes, now, frame.columns);
+    }
     if (left > 0) {
         lines << QStringLiteral("... and %1 more").arg(left);
     }

@@ -12,6 +12,7 @@
 #include <QtCore/QMap>
 #include <QtCore/QTimer>
 
+#include <cerrno>
 #include <memory>
 #include <vector>
 
@@ -97,14 +98,18 @@ public:
     }
 
 private:
-    static void print(const QJsonObject& object)
+    // Whoever reads may have had enough, as "head" does.
+    static void put(const QByteArray& bytes)
     {
-        writeAll(STDOUT_FILENO, QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n');
+        if (!writeAll(STDOUT_FILENO, bytes)) {
+            QCoreApplication::exit(errno == EPIPE ? allFine : somethingFound);
+        }
     }
+
+    static void print(const QJsonObject& object) { put(QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n'); }
 
     void noteReady(const listener_t& listener)
     {
-        house.forgetBridges();
         if (form != form_t::picture) {
             complain(QStringLiteral("Listening at %1.").arg(listener.name()));
         }
@@ -116,15 +121,16 @@ private:
     void noteProblem(const listener_t& listener, const QString& words)
     {
         if (form != form_t::picture && problems.value(listener.name()) != words) {
-            complain(QStringLiteral("%1: %2").arg(listener.name(), words));
+            complain(words);
         }
         problems[listener.name()] = words;
+        house.forgetBridges(); // told anew with the next session
         noteChange();
     }
 
     void noteFailed(const listener_t& listener, const QString& words)
     {
-        complain(QStringLiteral("%1: %2").arg(listener.name(), words));
+        complain(words);
         problems[listener.name()] = words;
         if (++failed == static_cast<int>(listeners.size())) {
             QCoreApplication::exit(somethingFound);
@@ -147,7 +153,7 @@ private:
             if (form == form_t::json) {
                 print(jsonOf(*event));
             } else {
-                writeAll(STDOUT_FILENO, lineOf(*event).toUtf8() + '\n');
+                put(lineOf(*event).toUtf8() + '\n');
             }
             told = event->number;
         }
@@ -164,19 +170,10 @@ private:
             const QString time = QDateTime::fromMSecsSinceEpoch(packet.moment, Qt::UTC).toString(Qt::ISODateWithMs);
             appendJson(line, "time", '"' + time.toLatin1() + '"', shown);
         }
-        if (!writeAll(STDOUT_FILENO, line)) {
-            QCoreApplication::exit(somethingFound);
-        }
+        put(line);
     }
 
-    QString problemText() const
-    {
-        QStringList list;
-        for (auto one = problems.begin(); one != problems.end(); ++one) {
-            list << one.key() + QStringLiteral(": ") + one.value();
-        }
-        return list.join(QStringLiteral("; "));
-    }
+    QString problemText() const { return problems.values().join(QStringLiteral("; ")); }
 
     void draw() { screen.show(pictureOf(house, now(), {title, problemText(), screen_t::columns(), screen_t::rows()})); }
 

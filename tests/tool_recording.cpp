@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: MIT
+// What a house says, recorded by the command at one broker and said again at another, and what watch makes of it.
+#include "laboratory/broker.h"
+#include "support/client.h"
+
+#include <csignal>
+
+namespace {
+
+/// A run of the command; its words come together.
+struct run_t : QProcess {
+    explicit run_t(const QStringList& arguments)
+    {
+        setProcessChannelMode(QProcess::MergedChannels);
+        start(QStringLiteral(FLOTROFOBUL_COMMAND), arguments);
+    }
+    ~run_t() override
+    {
+        terminate();
+        waitForFinished();
+    }
+    bool says(const QString& words)
+    {
+        return QTest::qWaitFor([&] { return (text += QString::fromUtf8(readAll())).contains(words); }, 10000);
+    }
+    int code()
+    {
+        waitForFinished();
+        text += QString::fromUtf8(readAll());
+        return exitCode();
+    }
+    QString text;
+};
+
+struct said_t {
+    QString topic;
+    QByteArray payload;
+    int qos;
+    bool retain;
+};
+
+} // namespace
+
+class tool_recording : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir directory;
+    broker_t house;
+    broker_t other;
+
+    static QString at(const broker_t& broker) { return "127.0.0.1:%1"_s.arg(broker.port()); }
+    QString path(const QString& name) const { return directory.filePath(name); }
+    static QStringList linesOf(const QString& path)
+    {
+        QFile file(path);
+        file.open(QIODevice::ReadOnly);
+        QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
+        return lines.mid(1).filter(QRegularExpression("\"topic\":\"(?!\\$SYS)"_s));
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(house.start() && other.start()); }
+
+    // The same packets in the same order, but for passwords, and not to the broker that they come from.
+    void again()
+    {
+        const QString status = "forward-bridge/local/house1/tarnel-server-1/all/status/DB/x"_s;
+        const QByteArray secret = R"({"d":{"user":"u","password":"wordofpass"}})";
+        const QByteArray hidden = R"x({"d":{"password":"(not shown)","user":"u"}})x";
+        // What has a lower quality of service stands first: later it could overtake on its way to the recorder.
+        QVector<said_t> said{{"plain"_s, QByteArray(), 0, false},
+                             {"bytes"_s, QByteArray("\xff\0\x01", 3), 1, false},
+                             {status, "{\"d\":\"\\\" \\\\ \\u00e9 \xc3\xa9\"}", 2, true},
+                             {status, secret, 2, false},
+                             {status, secret.toBase64(), 2, false}};
+        for (int i = 0; i < 300; ++i) {
+            said << said_t{status, QByteArray::number(i), 2, false};
+        }
+        client_t speaker;
+        QVERIFY(speaker.joins(house.port()));
+        run_t record({"record"_s, "--host"_s, at(house), "--installation"_s, "house1"_s, path("one"_s)});
+        QVERIFY2(record.says("Recording"_s), qPrintable(record.text));
+        for (const said_t& one : said) {
+            QCOMPARE(speaker.publishRaw(nullptr, one.topic, one.payload, one.qos, one.retain), 0);
+        }
+        QTRY_COMPARE(linesOf(path("one"_s)).size(), said.size());
+        record.kill(); // nothing that was heard is lost
+        record.waitForFinished();
+
+        const QStringList recorded = linesOf(path("one"_s));
+        QCOMPARE(recorded.size(), said.size());
+        QVERIFY(!recorded.join(QString()).contains("wordofpass"_l1));
+        QVERIFY(!recorded.join(QString()).contains(QString::fromLatin1(secret.toBase64())));
+        QCOMPARE(QFile(path("one"_s)).permissions() & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
+
+        run_t refused({"replay"_s, "--host"_s, "localhost:%1"_s.arg(house.port()), path("one"_s)});
+        QCOMPARE(refused.code(), 1);
+        QVERIFY2(refused.text.contains("is the broker that was recorded"_l1), qPrintable(refused.text));
+        QCOMPARE(speaker.messages, QStringList());
+
+        QVector<said_t> heard;
+        client_t listener;
+        listener.setRawPayloads(true);
+        connect(&listener, &client_t::onRawMessage, this,
+                [&](int, const QString& topic, const QByteArray& payload, int qos, bool retain) {
+                    heard << said_t{topic, payload, qos, retain};
+                });
+        QVERIFY(listener.joins(other.port()));
+        listener.subscribe(nullptr, "#"_s, 2);
+        QTRY_COMPARE(listener.subscribed.size(), 2);
+        run_t replay({"replay"_s, "--host"_s, at(other), "--speed"_s, "100"_s, path("one"_s)});
+        QCOMPARE(replay.code(), 0);
+        QTRY_COMPARE(heard.size(), said.size());
+        for (int i = 0; i < said.size(); ++i) {
+            const QByteArray expected = i == 3 ? hidden : i == 4 ? hidden.toBase64() : said[i].payload;
+            QCOMPARE(heard[i].topic, said[i].topic);
+            QCOMPARE(heard[i].payload, expected);
+            QCOMPARE(heard[i].qos, said[i].qos);
+        }
+    }
+
+    // At the times of the recording, and to where it ends; a flag of retained packets is kept, $SYS is left out.
+    void timing()
+    {
+        QFile file(path("two"_s));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("{\"flotrofobul_recording\":1,\"broker\":\"box1:1883\"}\n"
+                   "{\"at\":5,\"topic\":\"$SYS/broker/version\",\"payload\":\"x\"}\n"
+                   "{\"at\":5,\"topic\":\"old\",\"qos\":1,\"retain\":true,\"payload\":\"first\"}\n"
+                   "{\"at\":6,\"lost\":\"the link\"}\n"
+                   "{\"at\":25,\"topic\":\"new\",\"qos\":1,\"retain\":false,\"payload\":\"second\"}\n"
+                   "{\"at\":25,\"topic\":\"new\",\"qos\":1,\"retain\":fa");
+        file.close();
+        QElapsedTimer clock;
+        client_t listener;
+        QVERIFY(listener.joins(other.port()));
+        listener.subscribe(nullptr, "new"_s, 1);
+        listener.subscribe(nullptr, "old"_s, 1);
+        run_t replay({"replay"_s, "--host"_s, at(other), "--speed"_s, "10"_s, file.fileName()});
+        QTRY_VERIFY(listener.messages.contains("old 5 1 0 first"_s));
+        clock.start();
+        QTRY_VERIFY(listener.messages.contains("new 6 1 0 second"_s));
+        QVERIFY2(qAbs(clock.elapsed() - 2000) < 300, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(replay.code(), 0);
+        QVERIFY2(replay.text.contains("2 packets in 2.0"_l1) &&
+                     replay.text.contains("line 6, the last one, is not whole"_l1),
+                 qPrintable(replay.text));
+        QTRY_COMPARE(listener.messages.size(), 2);
+        listener.disconnect_sync(); // they have one client id
+        client_t later;
+        QVERIFY(later.joins(other.port()));
+        later.subscribe(nullptr, "old"_s, 1);
+        QTRY_COMPARE(later.messages, QStringList("old 5 1 1 first"_s));
+    }
+
+    // A broker passes on at once what has a lower quality of service.
+    void overtaking()
+    {
+        QFile file(path("mixed"_s));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("{\"flotrofobul_recording\":1,\"broker\":\"box1:1883\"}\n");
+        QStringList expected;
+        for (int i = 0; i < 200; ++i) {
+            file.write(R"({"at":0,"topic":"mix","qos":%1,"payload":"%2"})"_s.arg(i % 3).arg(i).toUtf8() + '\n');
+            expected << "mix %1 0 0 %2"_s.arg(QString::number(i).size()).arg(i);
+        }
+        file.close();
+        client_t listener;
+        QVERIFY(listener.joins(other.port()));
+        listener.subscribe(nullptr, "mix"_s, 0); // what waits for no answer comes as the broker passes it on
+        QTRY_COMPARE(listener.subscribed.size(), 2);
+        QCOMPARE(run_t({"replay"_s, "--host"_s, at(other), file.fileName()}).code(), 0);
+        QTRY_COMPARE(listener.messages.size(), expected.size());
+        QCOMPARE(listener.messages, expected);
+    }
+
+    // Lines for programs; how it ends where there is nothing to hear.
+    void watching()
+    {
+        run_t watch({"watch"_s, "--host"_s, at(house), "--json"_s});
+        QVERIFY(watch.says("Listening"_s));
+        client_t speaker;
+        QVERIFY(speaker.joins(house.port()));
+        speaker.say(R"({"d":"1"})"_s, 2, "forward-bridge/local/house1/panel-1/tarnel-server-1/command/client/ready"_s);
+        QVERIFY(watch.says("\"event\":\"ready\""_s));
+        ::kill(pid_t(watch.processId()), SIGINT);
+        QCOMPARE(watch.code(), 0);
+        const QStringList lines = watch.text.split(u'\n', Qt::SkipEmptyParts);
+        const QJsonObject state = QJsonDocument::fromJson(lines.last().toUtf8()).object();
+        const QJsonArray nodes = state["nodes"_s].toArray();
+        QCOMPARE(nodes[nodes.size() - 1].toObject()["master"_s], QJsonValue("tarnel-server-1"_s));
+
+        const QString nobody = QString::number(freePort());
+        for (const char* line : {"1 watch --port @", "1 record --port @ FILE", "1 replay --port @ ONE", "2 watch x",
+                                 "2 watch --config /none", "2 watch --port 0", "2 watch --installation a-b",
+                                 "2 watch --insecure", "2 watch --time x", "2 record", "2 record --port @ ONE",
+                                 "2 replay --speed 0 ONE", "2 replay /none", "2 replay /dev/null", "0 watch --help"}) {
+            const QString call = QString::fromLatin1(line)
+                                     .replace(u'@', nobody)
+                                     .replace("FILE"_l1, path("three"_s))
+                                     .replace("ONE"_l1, path("one"_s));
+            run_t run(call.mid(2).split(u' '));
+            QVERIFY2(run.code() == call.left(1).toInt() && !run.text.isEmpty(), line);
+        }
+        QVERIFY(!QFile::exists(path("three"_s)));
+    }
+};
+
+QTEST_GUILESS_MAIN(tool_recording)
+#include "tool_recording.moc"
