@@ -4,6 +4,7 @@
 #include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
+#include "support/command.h"
 #include "support/engine_probe.h"
 #include "support/peer.h"
 
@@ -14,20 +15,6 @@ using comunication::protoclient_t;
 using comunication::protoserver_t;
 
 namespace {
-
-QStringList parts(const QString& cell)
-{
-    QStringList list = cell.split(u';', Qt::SkipEmptyParts);
-    std::transform(list.begin(), list.end(), list.begin(), [](const QString& part) { return part.trimmed(); });
-    return list;
-}
-
-void writeFile(const QString& path, const QByteArray& text)
-{
-    QFile file(path);
-    file.open(QIODevice::WriteOnly);
-    file.write(text);
-}
 
 QJsonObject reachable(int port)
 {
@@ -71,6 +58,9 @@ public:
         }
         doctor.setProcessChannelMode(QProcess::MergedChannels);
         doctor.start(QStringLiteral(FLOTROFOBUL_COMMAND), arguments);
+        if (passing != nullptr) {
+            QTimer::singleShot(500, passing, [=] { passing->disconnection(); });
+        }
     }
 
     bool isReady() const
@@ -132,37 +122,49 @@ private:
     }
 
     // "server ID" (a default master), "follower ID [its master]", "encoded ID" (a default master), "panel ID", "says
-    // TOPIC" (again and again), "kept ID" (whose status is retained); before it "far" (at the other broker) or "same"
-    // (with the doctor's configuration)
+    // TOPIC" (again and again), "claims ID" (presents itself as master again and again, and hears nothing), "kept ID"
+    // (whose status is retained), "passing ID" (a panel that leaves while the doctor listens); before it "far" (at the
+    // other broker) or "same" (with the doctor's configuration)
     void live(QStringList words)
     {
         const QString where = QStringList{"far"_s, "same"_s}.contains(words[0]) ? words.takeFirst() : QString();
         const int port = where == "far"_l1 ? far.port() : near.port();
         const QJsonObject own = where == "same"_l1 ? configuration() : reachable(port);
         const QString what = words[0];
-        if (what == "panel"_l1) {
+        if (what == "panel"_l1 || what == "passing"_l1) {
             add(std::make_unique<bare_t<protoclient_t>>("1"_s, own, words[1], false));
-        } else if (what == "says"_l1 || what == "kept"_l1) {
-            voices.push_back(
-                std::make_unique<comunication::mosquittopp::mosquittoqt>(what + words[1].left(8), true, true));
-            auto* const voice = voices.back().get();
-            voice->connect_async("127.0.0.1"_s, port, 60);
-            if (what == "kept"_l1) {
-                voice->publish(nullptr, "forward-bridge/local/house1/%1/all/status/DB/persistent"_s.arg(words[1]),
-                               "{\"d\":{}}"_s, 2, true);
-                return;
-            }
-            auto* const timer = new QTimer(voice);
-            QObject::connect(timer, &QTimer::timeout, voice, [=] {
-                voice->publish(nullptr, "forward-bridge/local/"_l1 + words[1], "{\"d\":{}}"_s, 2, false);
-            });
-            timer->start(300);
+            passing = what == "passing"_l1 ? nodes.back().get() : passing;
+        } else if (what == "says"_l1) {
+            speak(port, words[1], "{}", false);
+        } else if (what == "kept"_l1) {
+            speak(port, "house1/%1/all/status/DB/persistent"_s.arg(words[1]), "{}", true);
+        } else if (what == "claims"_l1) {
+            speak(port, "house1/%1/all/connection/presentation"_s.arg(words[1]),
+                  QByteArray(R"({"clientid":"@","type":"server","connected":true,"masterid":"@"})")
+                      .replace('@', words[1].toLatin1()),
+                  false);
         } else {
             auto server = std::make_unique<bare_t<protoserver_t>>("1"_s, own, what != "follower"_l1, words[1],
                                                                   what == "encoded"_l1);
             server->system->setMasterId(words.value(2));
             add(std::move(server));
         }
+    }
+    // Retained, or again and again.
+    void speak(int port, const QString& topic, const QByteArray& payload, bool retain)
+    {
+        auto voice =
+            std::make_unique<comunication::mosquittopp::mosquittoqt>("voice%1"_s.arg(voices.size()), true, true);
+        voice->connect_async("127.0.0.1"_s, port, 60);
+        const auto say = [=, client = voice.get()] {
+            client->publish(nullptr, "forward-bridge/local/"_l1 + topic, "{\"d\":%1}"_s.arg(QLatin1String(payload)), 2,
+                            retain);
+        };
+        say();
+        auto* const timer = new QTimer(voice.get());
+        QObject::connect(timer, &QTimer::timeout, voice.get(), say);
+        timer->start(retain ? 1000000 : 300);
+        voices.push_back(std::move(voice));
     }
     template <class Engine>
     void add(std::unique_ptr<Engine> engine)
@@ -178,6 +180,7 @@ private:
     broker_t far;
     const QStringList changes;
     std::vector<std::unique_ptr<protobase_t>> nodes;
+    protobase_t* passing = nullptr;
     std::vector<std::unique_ptr<comunication::mosquittopp::mosquittoqt>> voices;
 };
 
@@ -191,7 +194,8 @@ class tool_doctor : public QObject {
 
     // name | broker | who lives there | configuration and call | what is said; ... (nothing: all is fine)
     static constexpr char rows[] = R"(
-healthy      | @open; @bridge; @out; @in | server tarnel-server-1; far follower tarnel-server-2; panel panel-1 | house={"rank": 1} |
+healthy      | @open; @bridge; @out; @in | server tarnel-server-1; far follower tarnel-server-2; panel panel-1; passing panel-2 | house={"rank": 1} |
+status of another | @open; @bridge; @out; @in | server tarnel-server-1; far follower tarnel-server-2; kept tarnel-server-2 | | Nothing is wrong; note   retained status: the broker keeps status of tarnel-server-2, which is not master
 healthy, closed | @good; @users; acl user bridge; topic read $SYS/#; topic readwrite +/local/house1/# | same server tarnel-server-1 | security.tls_enable=true; security.ca_file="@certificates/ca"; connect.username="bridge"; connect.password="wordofpass" |
 any name     | @stranger                 | same server tarnel-server-1 | security.tls_enable=true; security.tls_insecure=true; security.ca_file="@certificates/ca" | Nothing is wrong; note   TLS: the certificate of the broker may be for any name
 a panel's lists | @open; acl topic read #; topic write +/local/+/+/+/connection/#; topic write +/local/+/+/+/command/#; topic write +/local/+/+/+/request/# | server tarnel-server-1 | | Nothing is wrong; note   own echo: status and notification do not come back; that of a panel only
@@ -228,6 +232,9 @@ elsewhere    | @open                     | says house9/panel/all/status/a | | in
 no master    | @open                     | follower tarnel-server-1 |                    | master: there is no master; tarnel-server-1 answered, and does not call itself master; setMaster()
 two masters  | @open                     | server tarnel-server-1; server tarnel-server-2 | | master: 2 masters: tarnel-server-1 and tarnel-server-2; they share this broker
 no answer    | @open                     | follower tarnel-server-1 tarnel-server-9 |    | master: the master tarnel-server-9 does not answer; tarnel-server-1 takes it for the master
+two halves   | @open; @old; @in          | claims tarnel-server-1; far claims tarnel-server-2 | | master: 2 masters: tarnel-server-1 and tarnel-server-2; their bridges may be down
+deaf master  | @open                     | claims tarnel-server-1 |                      | master: the master tarnel-server-1 does not answer; it is heard; may its user read +/local/house1/+/own_server/#
+deaf and far | @open; @old; @in          | follower tarnel-server-1; far claims tarnel-server-2 | | master: the master tarnel-server-2 does not answer; it is heard; a bridge may carry one way only
 sharing      | @open                     | server tarnel-server-1; follower tarnel-server-2 | | servers: tarnel-server-1 and tarnel-server-2 share this broker; one server for each broker
 lost panel   | @open                     | server tarnel-server-1; says house1/panel-1/tarnel-server-9/request/DB/realtime | | followers: panel-1 follows tarnel-server-9, which is not master; tarnel-server-1 is master; publish_presentation("all")
 twins        | @open                     | server tarnel-server-1; panel panel-1; panel panel-1 | | client ids: panel-1 comes and goes: two nodes have this client id

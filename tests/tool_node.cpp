@@ -2,8 +2,7 @@
 // The nodes on the command line: a server that answers from a file, panels, and who asks; on a real broker.
 #include "laboratory/broker.h"
 #include "support/client.h"
-
-#include <QtTest/QtTest>
+#include "support/command.h"
 
 class tool_node : public QObject {
     Q_OBJECT
@@ -11,39 +10,26 @@ class tool_node : public QObject {
     broker_t broker;
     broker_t closed{"listener @port 127.0.0.1\nallow_anonymous false"_s};
     QTemporaryDir directory;
-    std::map<QString, std::unique_ptr<child_t>> processes;
-    QString said; ///< by server and panels
+    std::map<QString, std::unique_ptr<run_t>> runs;
 
-    QString path(const QString& name, const QByteArray& text)
+    run_t& run(const QString& line)
     {
-        QFile file(directory.filePath(name));
-        file.open(QIODevice::WriteOnly);
-        file.write(text);
-        return file.fileName();
-    }
-    child_t& run(QString line)
-    {
-        auto& process = processes[line];
-        process = std::make_unique<child_t>();
-        process->setProcessChannelMode(QProcess::MergedChannels);
         const auto options = "--installation house1 --host 127.0.0.1:%1"_s;
-        line.replace("@broker"_l1, options.arg(broker.port())).replace("@closed"_l1, options.arg(closed.port()));
-        process->start(QStringLiteral(FLOTROFOBUL_COMMAND), line.replace("@"_l1, directory.path()).split(u' '));
-        return *process;
-    }
-    bool says(child_t& process, const QString& words)
-    {
-        return QTest::qWaitFor([&] { return (said += QString::fromUtf8(process.readAll())).contains(words); }, 5000) ||
-               (qWarning() << said, false);
+        QString call = line;
+        call.replace("@broker"_l1, options.arg(broker.port())).replace("@closed"_l1, options.arg(closed.port()));
+        runs[line] = std::make_unique<run_t>(call.replace("@"_l1, directory.path()).split(u' '));
+        return *runs[line];
     }
 
 private Q_SLOTS:
     // The server goes before the end, so that there is no master.
     void talk_data()
     {
-        path("file"_s, R"({"persistent": {"payload": {"kitchen": 21.5}, "to": "all", "retain": true}, "realtime/attic":
+        writeFile(directory.filePath("file"_s),
+                  R"({"persistent": {"payload": {"kitchen": 21.5}, "to": "all", "retain": true}, "realtime/attic":
             {"payload": {"degrees": 19}}, "command": null, "request/own": {"topic": "status/mine", "payload": {}}})");
-        path("bad"_s, R"({"persistent": {"payload": 5}, "command": {"payload": {}}, "talk": {}})");
+        writeFile(directory.filePath("bad"_s),
+                  R"({"persistent": {"payload": 5}, "command": {"payload": {}}, "talk": {}})");
         QVERIFY(broker.start() && closed.start());
         addRows(R"(
 3 ask persistent --host 127.0.0.1:1 --installation house1 | nobody listens there
@@ -67,33 +53,31 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, cells);
         if (cells.size() > 2) {
-            QVERIFY(says(run(cells[2]), cells[3]));
+            QVERIFY(run(cells[2]).says(cells[3]));
         }
-        child_t& asker = run(cells[0].mid(2));
-        QTRY_VERIFY(asker.state() == QProcess::NotRunning);
-        const QString text = QString::fromUtf8(asker.readAll());
-        for (const QString& words : cells[1].split("; "_l1)) {
+        run_t& asker = run(cells[0].mid(2));
+        const QString text = asker.text();
+        for (const QString& words : parts(cells[1])) {
             QVERIFY2(text.contains(words), qPrintable(text));
         }
-        QCOMPARE(asker.exitCode(), cells[0].leftRef(1).toInt());
+        QCOMPARE(asker.code(), cells[0].leftRef(1).toInt());
     }
     // Ctrl-C: everybody takes leave, and the panels notice that the server does.
     void end()
     {
-        child_t& server = *processes.at("serve --id srv --answers @/file @broker"_s);
-        child_t& panels = *processes.at("panel --count 2 --id wall @broker"_s);
-        QVERIFY(says(server, R"x(persistent {"a":1,"password":"(not shown)"}: answered to all on status/DB)x"_s));
-        QVERIFY(says(server, "asks request/DB/command {}: not answered"_s));
-        QVERIFY(says(server, "says command/light {\"on\":true}"_s));
-        child_t& follower = *processes.at("serve --no-master --id follower --answers @/file @broker"_s);
+        run_t& server = *runs.at("serve --id srv --answers @/file @broker"_s);
+        run_t& panels = *runs.at("panel --count 2 --id wall @broker"_s);
+        QVERIFY(server.says(R"x(persistent {"a":1,"password":"(not shown)"}: answered to all on status/DB)x"_s));
+        QVERIFY(server.says("asks request/DB/command {}: not answered"_s));
+        QVERIFY(server.says("says command/light {\"on\":true}"_s));
+        run_t& follower = *runs.at("serve --no-master --id follower --answers @/file @broker"_s);
         server.signal(SIGINT);
-        QVERIFY(says(panels, "wall-1: srv is lost"_s));
+        QVERIFY(panels.says("wall-1: srv is lost"_s));
         panels.signal(SIGINT);
         follower.signal(SIGTERM);
-        for (child_t* const process : {&server, &panels, &follower}) {
-            QTRY_VERIFY(process->state() == QProcess::NotRunning);
+        for (run_t* const process : {&server, &panels, &follower}) {
+            QCOMPARE(process->code(), 0);
             QCOMPARE(process->exitStatus(), QProcess::NormalExit);
-            QCOMPARE(process->exitCode(), 0);
         }
         QVERIFY(!broker.output().contains("Client srv closed") && !broker.output().contains("Client wall-1 closed"));
     }

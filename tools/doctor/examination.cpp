@@ -229,6 +229,9 @@ void examination_t::note(const utility::topic_t& topic, const QByteArray& payloa
         }
         return;
     }
+    if (topic.getOrigin() == FORWARD_PREFIX) {
+        seen.near.insert(topic.getSender());
+    }
     if (kind == QLatin1String("request")) {
         seen.asked.insert(topic.getSender(), topic.getDestination());
     }

@@ -53,6 +53,7 @@ struct observations_t {
     trial_t retained = trial_t::notTried;
     trial_t large = trial_t::notTried;
     house::house_model_t house;                ///< without the doctor
+    QSet<QString> near;                        ///< who has spoken under forward-bridge/, so at this broker
     QMap<QString, answer_of_server_t> answers; ///< by server
     QMap<QString, QString> asked;              ///< whom a panel has asked, by panel
     QMap<QString, QStringList> kept;           ///< topics of retained status packets, by sender

@@ -86,14 +86,11 @@ private:
                     .arg(QLatin1String(seen.echoes.contains(QStringLiteral("status")) ? "server" : "panel")));
             return true;
         }
-        const bool othersHeard =
-            std::any_of(seen.house.nodes().begin(), seen.house.nodes().end(),
-                        [](const auto& node) { return node.packets[static_cast<int>(house::way_t::forward)] > 0; });
         diagnosis.wrong(
             what,
             QStringLiteral("the broker takes such packets and passes on none; ") +
-                QLatin1String(othersHeard ? "others are heard there, so it is publishing that is forbidden"
-                                          : "publishing or reading is forbidden"),
+                QLatin1String(!seen.near.isEmpty() ? "others are heard there, so it is publishing that is forbidden"
+                                                   : "publishing or reading is forbidden"),
             QStringLiteral(
                 "in the acl_file: this user (%1) needs \"topic readwrite +/local/%2/#\"; then reload mosquitto")
                 .arg(connection.username.isEmpty() ? QStringLiteral("anonymous") : connection.username,
@@ -319,7 +316,7 @@ house_view_t::house_view_t(const observations_t& seen, const connection_t& conne
     std::sort(servers.begin(), servers.end(),
               [](const house_node_t& one, const house_node_t& other) { return one.id < other.id; });
     for (const house_node_t& node : servers) {
-        if (node.packets[static_cast<int>(house::way_t::forward)] > 0) {
+        if (seen.near.contains(node.id)) {
             near << node.id;
         }
     }
