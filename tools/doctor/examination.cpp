@@ -31,17 +31,14 @@ QString wrapped(const QJsonValue& value)
 }
 
 // 0, or the code of what refuses it.
-int dial(mosquittoqt& client, const connection_t& connection, bool* badTrust)
+int dial(mosquittoqt& client, const connection_t& connection)
 {
     client.setConnectTimeout(connection.timeout);
     if (!connection.username.isEmpty() || !connection.password.isEmpty()) {
         client.username_pw_set(connection.username, connection.password);
     }
     if (connection.tlsEnable) {
-        const int rc = client.tls_set(connection.caFile, QString(), QString(), QString());
-        if (rc != 0) {
-            *badTrust = true;
-        }
+        client.tls_set(connection.caFile, QString(), QString(), QString()); // the connection tells what is wrong
         client.tls_insecure_set(connection.tlsInsecure);
     }
     return client.connect_async(connection.host, connection.port, std::max(connection.keepalive, leastKeepalive));
@@ -85,8 +82,7 @@ trial_client_t::trial_client_t(const connection_t& connection, what_t what)
 
 void trial_client_t::start()
 {
-    bool badTrust = false;
-    dial(client, connection, &badTrust);
+    dial(client, connection);
 }
 
 void trial_client_t::hear(const QString& text, bool retain)
@@ -142,7 +138,7 @@ void examination_t::start()
     client.will_set(QStringLiteral("%1/%2/%3/%4/own_server/connection/presentation")
                         .arg(FORWARD_PREFIX, LOCAL_PREFIX, connection.installationId, seen.id),
                     presentation(false), 2, false);
-    const int rc = dial(client, connection, &seen.badTrust);
+    const int rc = dial(client, connection);
     if (rc != 0) {
         lose(rc);
     }

@@ -41,11 +41,10 @@ struct observations_t {
     QString id;        ///< as which the doctor has joined
     bool ownId = true; ///< one that nobody else can have
 
-    int lossCode = 0;      ///< of the attempt to connect, or of the link: libmosquitto's
-    int answer = -1;       ///< of the broker: 0 accepted, 1 to 5 refused; -1: none
-    QString problem;       ///< why there is no link, in words
-    bool lost = false;     ///< a link that was there has ended
-    bool badTrust = false; ///< the trusted certificates cannot be used
+    int lossCode = 0;  ///< of the attempt to connect, or of the link: libmosquitto's
+    int answer = -1;   ///< of the broker: 0 accepted, 1 to 5 refused; -1: none
+    QString problem;   ///< why there is no link, in words
+    bool lost = false; ///< a link that was there has ended
 
     QStringList refusedSubscriptions;
     QSet<QString> echoes;        ///< kinds of packets that came back from the broker

@@ -94,7 +94,7 @@ void judgeFailure(const observations_t& seen, const connection_t& connection, di
 {
     const QString reason = reasonOf(seen.problem);
     const QString address = connection.name();
-    switch (seen.badTrust ? tlsCode : seen.lossCode) {
+    switch (seen.lossCode) {
     case nameCode:
         diagnosis.begin(nameStep);
         diagnosis.wrong(
