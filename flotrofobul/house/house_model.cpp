@@ -16,6 +16,7 @@ namespace house {
 namespace {
 
 constexpr moment_t window{10000};
+constexpr moment_t patience{5000};   // for copies of a packet
 constexpr int longestId = 200;       // characters; longer ones are no node's
 constexpr int longestRecord = 65536; // bytes of a presentation
 constexpr int longestText = 200;     // characters of a value in a record
@@ -157,14 +158,9 @@ double rate_t::perSecond(moment_t now) const
     return last == 0 ? current / std::max(1.0, into) : (current + last * (seconds - into) / seconds) / seconds;
 }
 
-qint64 house_node_t::packetCount() const
-{
-    return *std::max_element(std::begin(packets), std::end(packets));
-}
-
 QStringList house_node_t::prefixes() const
 {
-    static const QString names[wayCount] = {QStringLiteral("plain"), FORWARD_PREFIX, REMOTE_PREFIX, CLOUD_PREFIX_1};
+    static const QString names[wayCount] = {FORWARD_PREFIX, REMOTE_PREFIX, CLOUD_PREFIX_1, QStringLiteral("plain")};
     QStringList result;
     for (int i = 0; i < wayCount; ++i) {
         if (packets[i] > 0) {
@@ -218,7 +214,8 @@ struct house_model_t::inside_t {
 
     void broker(const QString& topic, const QByteArray& payload);
     void bridge(const QString& name, const QByteArray& payload);
-    void packet(const parts_t& parts, const QByteArray& payload, bool retain);
+    void packet(const parts_t& parts, const QByteArray& payload, bool retain, int source);
+    bool isFirst(house_node_t::channel_t& channel, int way, int source) const;
     void presented(house_node_t& node, const QJsonObject& record);
     void arrive(house_node_t& node);
     void leave(house_node_t& node);
@@ -352,7 +349,19 @@ void house_model_t::inside_t::bridge(const QString& name, const QByteArray& payl
     known->changed = revision;
 }
 
-void house_model_t::inside_t::packet(const parts_t& parts, const QByteArray& payload, bool retain)
+// Copies come over longer ways as well, and later. Those are heard only where the node is silent on its shortest way:
+// it may have moved to another broker.
+bool house_model_t::inside_t::isFirst(house_node_t::channel_t& channel, int way, int source) const
+{
+    const bool isSame = way == channel.way && source == channel.source;
+    if (!isSame && way >= channel.way && now - channel.heard < patience) {
+        return false;
+    }
+    channel = {way, source, now};
+    return true;
+}
+
+void house_model_t::inside_t::packet(const parts_t& parts, const QByteArray& payload, bool retain, int source)
 {
     const bool presents = parts.value == presentationCommand;
     house_node_t* node = find(parts);
@@ -362,10 +371,12 @@ void house_model_t::inside_t::packet(const parts_t& parts, const QByteArray& pay
             return;
         }
     }
-    const int way = static_cast<int>(parts.way);
-    if (++node->packets[way] == node->packetCount()) {
-        node->rate.add(now);
+    ++node->packets[static_cast<int>(parts.way)];
+    if (!retain && !isFirst(node->channel, static_cast<int>(parts.way), source)) {
+        return;
     }
+    ++node->sent;
+    node->rate.add(now);
     if (looksEncoded(payload) && !node->encoded && !valueIn(payload).isUndefined()) {
         node->encoded = true;
         touch(*node);
@@ -564,7 +575,7 @@ house_model_t::~house_model_t() = default;
 house_model_t::house_model_t(house_model_t&&) noexcept = default;
 house_model_t& house_model_t::operator=(house_model_t&&) noexcept = default;
 
-void house_model_t::take(moment_t now, const QString& topic, const QByteArray& payload, int, bool retain)
+void house_model_t::take(moment_t now, const QString& topic, const QByteArray& payload, int, bool retain, int source)
 {
     const quint64 before = inside->revision;
     inside->now = now;
@@ -585,7 +596,7 @@ void house_model_t::take(moment_t now, const QString& topic, const QByteArray& p
     } else {
         inside->rate.add(now);
         ++inside->packets;
-        inside->packet(parts, payload, retain);
+        inside->packet(parts, payload, retain, source);
     }
     if (inside->revision != before && inside->observer) {
         inside->observer();

@@ -33,12 +33,12 @@ enum class presence_t {
     gone     ///< it took its leave, or its broker published its last will; nothing tells which
 };
 
-/// Ways on which packets reach the broker that is listened to.
+/// Ways on which packets reach the broker that is listened to, the shortest first.
 enum class way_t {
-    plain,   ///< without a prefix; nodes do not publish so
     forward, ///< forward-bridge: from a node at this broker
     remote,  ///< remote-bridge: over a bridge
     cloud,   ///< cloud-bridge and other-cloud-bridge
+    plain,   ///< without a prefix; nodes do not publish so
 };
 constexpr int wayCount = 4;
 
@@ -60,21 +60,27 @@ struct house_node_t {
     QString installation;
     role_t role = role_t::unknown;
     presence_t presence = presence_t::unknown;
-    bool presented = false;       ///< it has presented itself, so that role and record are its own words
-    QString master;               ///< the server that it takes for its master; itself: a master. Empty: none known
-    bool ready = false;           ///< a client that has told its master that it listens
-    bool encoded = false;         ///< its payloads are Base64
-    QJsonObject record;           ///< its last presentation without the master's
-    moment_t since = never;       ///< when it came, or went, or was heard first
-    moment_t masterSince = never; ///< when it became master, by its own words where there are any
-    moment_t heard = never;       ///< its last sign of life
-    qint64 packets[wayCount] = {};
-    rate_t rate; ///< of its packets on its busiest way
+    bool presented = false;        ///< it has presented itself, so that role and record are its own words
+    QString master;                ///< the server that it takes for its master; itself: a master. Empty: none known
+    bool ready = false;            ///< a client that has told its master that it listens
+    bool encoded = false;          ///< its payloads are Base64
+    QJsonObject record;            ///< its last presentation without the master's
+    moment_t since = never;        ///< when it came, or went, or was heard first
+    moment_t masterSince = never;  ///< when it became master, by its own words where there are any
+    moment_t heard = never;        ///< its last sign of life
+    qint64 sent = 0;               ///< packets: one that came over several ways counts once
+    rate_t rate;                   ///< of these
+    qint64 packets[wayCount] = {}; ///< by the way on which they came, each copy
     quint64 changed = 0;
 
+    struct channel_t {
+        int way = wayCount;
+        int source = 0;
+        moment_t heard = never;
+    };
+    channel_t channel; ///< its shortest way
+
     bool isMaster() const { return role == role_t::server && presence == presence_t::here && master == id; }
-    /// How many packets it has sent: a packet that came over two ways counts once.
-    FLOTROFOBUL_EXPORT qint64 packetCount() const;
     /// "forward-bridge" and so on.
     FLOTROFOBUL_EXPORT QStringList prefixes() const;
 };
@@ -137,8 +143,10 @@ public:
     house_model_t(house_model_t&&) noexcept;
     house_model_t& operator=(house_model_t&&) noexcept;
 
-    /// Takes a packet as a broker delivered it, $SYS included.
-    void take(moment_t now, const QString& topic, const QByteArray& payload, int qos = 0, bool retain = false);
+    /// Takes a packet as a broker delivered it, $SYS included. source: which broker, where there are several. What a
+    /// node says counts as it comes on its shortest way; later copies are no news.
+    void take(moment_t now, const QString& topic, const QByteArray& payload, int qos = 0, bool retain = false,
+              int source = 0);
     /// The link to the broker is lost: the states of its bridges are unknown until it tells them anew. Nodes stay as
     /// they were last heard.
     void forgetBridges();

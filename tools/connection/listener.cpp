@@ -29,6 +29,12 @@ QString strangerId()
     return QStringLiteral("flotrofobul-") + QUuid::createUuid().toString(QUuid::Id128).left(8);
 }
 
+QString problemAt(const QString& broker, const QString& words)
+{
+    const QString why = words.isEmpty() ? QStringLiteral("the link has ended") : words;
+    return why.contains(broker) ? why : QString(broker + QStringLiteral(": ") + why);
+}
+
 listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
     : QObject(parent), connection(connection), brokerName(connection.name()), qos(qos), client(strangerId(), true, true)
 {
@@ -126,10 +132,7 @@ void listener_t::lose(const QString& words)
         return;
     }
     listening = false;
-    QString why = words.isEmpty() ? QStringLiteral("the link has ended") : words;
-    if (!why.contains(brokerName)) {
-        why.prepend(brokerName + QStringLiteral(": "));
-    }
+    const QString why = problemAt(brokerName, words);
     if (wasReady) {
         Q_EMIT problem(why);
     } else {

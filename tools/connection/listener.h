@@ -25,6 +25,9 @@ struct packet_t {
 /// A client id that no node has and no other run of this command.
 [[nodiscard]] QString strangerId();
 
+/// Why there is no link, with the name of the broker; words as of the broker client, which may be empty.
+[[nodiscard]] QString problemAt(const QString& broker, const QString& words);
+
 /// Connects, subscribes everything and what $SYS says of bridges, and passes on each packet. Where the first attempt
 /// fails it gives up; a link that is lost later comes back by itself. Where much is said, it listens every few
 /// milliseconds only, which costs a third less than to wake up for each packet.

@@ -81,9 +81,7 @@ public:
 private:
     void lose()
     {
-        const QString why = client.linkProblem();
-        complain(QStringLiteral("%1: %2").arg(connection.name(),
-                                              why.isEmpty() ? QStringLiteral("the link has ended") : why));
+        complain(problemAt(connection.name(), client.linkProblem()));
         // Later packets would come at another time than recorded.
         QCoreApplication::exit(somethingFound);
     }

@@ -87,8 +87,7 @@ const column_t columns[] = {
      false},
     {"HEARD", [](const house_node_t& node, const house_model_t&, moment_t now) { return ageOf(node.heard, now); }, 1,
      true},
-    {"PACKETS",
-     [](const house_node_t& node, const house_model_t&, moment_t) { return QString::number(node.packetCount()); }, 5,
+    {"PACKETS", [](const house_node_t& node, const house_model_t&, moment_t) { return QString::number(node.sent); }, 5,
      true},
     {"/S",
      [](const house_node_t& node, const house_model_t&, moment_t now) {
@@ -298,7 +297,7 @@ QJsonObject jsonOf(const house_model_t& house, moment_t now)
                              {QStringLiteral("encoded"), node.encoded},
                              {QStringLiteral("since"), timeOf(node.since)},
                              {QStringLiteral("heard"), timeOf(node.heard)},
-                             {QStringLiteral("packets"), node.packetCount()},
+                             {QStringLiteral("packets"), node.sent},
                              {QStringLiteral("rate"), node.rate.perSecond(now)},
                              {QStringLiteral("prefixes"), QJsonArray::fromStringList(node.prefixes())},
                              {QStringLiteral("record"), node.record}};

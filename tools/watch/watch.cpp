@@ -56,11 +56,13 @@ public:
             connect(listener, &listener_t::ready, this, [=] { noteReady(*listener); });
             connect(listener, &listener_t::problem, this, [=](const QString& words) { noteProblem(*listener, words); });
             connect(listener, &listener_t::failed, this, [=](const QString& words) { noteFailed(*listener, words); });
+            const int source = static_cast<int>(listeners.size());
             connect(listener, &listener_t::heard, this, [=](const packet_t& packet) {
                 if (showsPackets) {
                     showPacket(packet);
                 } else {
-                    house.take(moment_t(packet.moment), packet.topic, packet.payload, packet.qos, packet.retain);
+                    house.take(moment_t(packet.moment), packet.topic, packet.payload, packet.qos, packet.retain,
+                               source);
                 }
             });
         }
@@ -124,7 +126,9 @@ private:
             complain(words);
         }
         problems[listener.name()] = words;
-        house.forgetBridges(); // told anew with the next session
+        if (listeners.size() == 1) {
+            house.forgetBridges(); // told anew with the next session
+        }
         noteChange();
     }
 
