@@ -3,6 +3,7 @@
 #include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
+#include "support/command.h"
 
 #include <house_plan/bridge_lines.h>
 
@@ -12,45 +13,11 @@ using namespace comunication::tools;
 
 namespace {
 
-/// A run of the command.
-struct run_t : QProcess {
-    explicit run_t(const QStringList& arguments)
-    {
-        setProcessChannelMode(QProcess::MergedChannels);
-        start(QStringLiteral(FLOTROFOBUL_COMMAND), arguments);
-    }
-    ~run_t() override { waitForFinished(); }
-    int code()
-    {
-        waitForFinished();
-        return exitCode();
-    }
-    QString text()
-    {
-        waitForFinished();
-        return QString::fromUtf8(readAll());
-    }
-};
-
-void writeFile(const QString& path, const QString& text)
-{
-    QFile file(path);
-    file.open(QIODevice::WriteOnly);
-    file.write(text.toUtf8());
-}
-
 QString readFile(const QString& path)
 {
     QFile file(path);
     file.open(QIODevice::ReadOnly);
     return QString::fromUtf8(file.readAll());
-}
-
-QStringList parts(const QString& cell)
-{
-    QStringList list = cell.split(u';', Qt::SkipEmptyParts);
-    std::transform(list.begin(), list.end(), list.begin(), [](const QString& part) { return part.trimmed(); });
-    return list;
 }
 
 /// Boxes "1", "2" ... and a cloud broker "0", joined by the lines that the command has written. What stands for what in
@@ -72,7 +39,7 @@ public:
         }
         list.removeFirst();
         const QString text = R"({"installation_id": "house1", "boxes": [%1]%2})"_s;
-        writeFile(description(), named(text.arg(list.join(u','), rest.isEmpty() ? rest : u',' + rest)));
+        writeFile(description(), named(text.arg(list.join(u','), rest.isEmpty() ? rest : u',' + rest)).toUtf8());
         written = run_t({"bridges"_s, description(), "--out"_s, folder(0)}).text();
         for (int i = boxes; i > 0; --i) { // who is dialled comes up first
             QFile::rename(folder(0) + "/box-%1.conf"_s.arg(i), file(i));
@@ -80,8 +47,9 @@ public:
                 const QRegularExpression lines("^.*%1.*\n"_s.arg(QRegularExpression::escape(change.mid(3))),
                                                QRegularExpression::MultilineOption);
                 const QString before = readFile(file(i));
-                writeFile(file(i),
-                          change[2] == u'-' ? QString(before).remove(lines) : before + named(change.mid(3)) + u'\n');
+                const QString after =
+                    change[2] == u'-' ? QString(before).remove(lines) : before + named(change.mid(3)) + u'\n';
+                writeFile(file(i), after.toUtf8());
             }
         }
         for (int i = boxes; i >= 0; --i) {
@@ -267,7 +235,7 @@ shifted name            | "bridges": [{"from": 1, "to": 2, "remote_clientid": "a
             QVERIFY2(house.written.contains(house.named(QString::fromLatin1(words))), qPrintable(house.written));
         }
 
-        writeFile(ours, "by hand\n"_s);
+        writeFile(ours, "by hand\n");
         QFile(ours).setPermissions(mine | QFile::ReadOther);
         const QStringList arguments{"bridges"_s, house.description(), "--out"_s, house.folder(1)};
         run_t refused(arguments);
@@ -286,7 +254,7 @@ shifted name            | "bridges": [{"from": 1, "to": 2, "remote_clientid": "a
     {
         house_t house(2, {}, {"0 x"_s, "1 x"_s, "2 x"_s}, {});
         const QString bad = house.folder(1) + "/bad"_s;
-        writeFile(bad, "{}"_s);
+        writeFile(bad, "{}");
         for (const char* line : {"2 ", "2 bridge", "2 bridges", "2 bridges /none", "2 bridges @ @",
                                  "2 bridges @ --unknown", "2 bridges @ --timeout x", "2 bridges @ --check --out b",
                                  "0 --help", "0 --version", "0 bridges --help", "0 bridges @", "1 bridges BAD"}) {

@@ -26,10 +26,15 @@ struct subcommand_t {
     int (*run)(const QStringList& arguments); ///< arguments as of a program, the name first
 };
 
+int runAsk(const QStringList& arguments);
 int runBridges(const QStringList& arguments);
-int runWatch(const QStringList& arguments);
+int runDoctor(const QStringList& arguments);
+int runPanel(const QStringList& arguments);
 int runRecord(const QStringList& arguments);
 int runReplay(const QStringList& arguments);
+int runSend(const QStringList& arguments);
+int runServe(const QStringList& arguments);
+int runWatch(const QStringList& arguments);
 
 /// A result, to standard output.
 inline void say(const QString& line)

@@ -9,6 +9,11 @@ using namespace comunication::tools;
 namespace {
 
 constexpr subcommand_t subcommands[] = {
+    {"doctor", "looks for what is wrong, from the configuration to the answer of the master", runDoctor},
+    {"ask", "asks the master, and prints what it answers", runAsk},
+    {"send", "sends a packet to the master, and prints what it answers", runSend},
+    {"serve", "is a server that answers from a file", runServe},
+    {"panel", "is one or many panels that say what they see", runPanel},
     {"bridges", "writes the bridges between the brokers of a house, or tries them", runBridges},
     {"watch", "listens to a house: who is there, who is master, every packet", runWatch},
     {"record", "writes every packet of a house to a file", runRecord},

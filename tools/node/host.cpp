@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#include "node/host.h"
+
+#include "connection/ending.h"
+
+#include <flotrofobul/platform/secrets.h>
+
+#include <QtCore/QTimer>
+
+#include <chrono>
+
+namespace comunication {
+namespace tools {
+
+using namespace std::chrono_literals;
+
+QString shownPayload(const QJsonValue& payload)
+{
+    return compactJson(withoutSecrets(payload));
+}
+
+void teller_t::tell(const char* event, const QString& words, QJsonObject details) const
+{
+    if (json) {
+        details.insert(QStringLiteral("event"), QLatin1String(event));
+        say(shownPayload(details));
+    } else {
+        say(words);
+    }
+}
+
+void teller_t::follow(protobase_t& node) const
+{
+    const teller_t teller = *this;
+    const QString id = node.getClientId();
+    const auto tell = [=](const char* event, const QString& what, QJsonObject details = {}) {
+        details.insert(QStringLiteral("node"), id);
+        teller.tell(event, QStringLiteral("%1: %2").arg(id, what), details);
+    };
+    QObject::connect(&node, &protobase_t::onLinkProblem, &node, [=](const QString& reason) {
+        if (!reason.isEmpty()) {
+            tell("problem", reason, {{QStringLiteral("reason"), reason}});
+        }
+    });
+    QObject::connect(&node, &protobase_t::onBrokerConnection, &node, [=](int rc) {
+        if (rc == 0) {
+            tell("connected", QStringLiteral("connected to the broker"));
+        }
+    });
+}
+
+int runUntilSignal(const std::vector<protobase_t*>& nodes, const teller_t& teller)
+{
+    ending_t ending(0ms);
+    int linked = 0;
+    QObject::connect(&ending, &ending_t::asked, &ending, [&] {
+        teller.tell("ending", QStringLiteral("ending"));
+        for (protobase_t* const node : nodes) {
+            if (node->getConnected()) {
+                ++linked;
+                QObject::connect(node, &protobase_t::onBrokerDisconnection, &ending, [&] {
+                    if (--linked == 0) {
+                        QCoreApplication::quit();
+                    }
+                });
+            }
+            node->disconnection(true);
+        }
+        QTimer::singleShot(linked > 0 ? 2s : 0s, qApp, &QCoreApplication::quit);
+    });
+    return QCoreApplication::exec();
+}
+
+} // namespace tools
+} // namespace comunication
