@@ -116,6 +116,7 @@ after PUBREC, kept  | 2 x       | PUBREL ., CONNECT 20020100  | 7     | CONNECT 
 kept and forgotten  | 2 x       | PUBREL ., CONNECT 20020000  | 7     | CONNECT PUBLISH PUBREL | forgotten the session
 poison              | 2 x bad x | bad . *12                    | 7 *12 | CONNECT PUBLISH PUBREL | at it: house/a
 bad network         | 2 x       | PUBLISH ! *5                | 7 *5  | CONNECT PUBLISH PUBREL |
+answers to nobody   | 1 x       | PUBLISH 340600016100014134060001610002413406000161000341. | 7 | CONNECT PUBLISH | broker has closed it
 half a packet       | 1 x       | PUBLISH 3010.               | 14    | CONNECT PUBLISH        | middle of a packet
 reserved type       | 1 x       | PUBLISH f000                | 2     | CONNECT PUBLISH        | protocol does not know
 no UTF-8            | 1 x       | PUBLISH 30040002c328        | 18    | CONNECT PUBLISH        | protocol does not know

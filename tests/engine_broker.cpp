@@ -160,6 +160,7 @@ private Q_SLOTS:
         QSignalSpy lost(panel.get(), &protobase_t::onBrokerDisconnection);
         QVERIFY(meet());
         const auto clients = server->getClients();
+        QTRY_VERIFY(panel->messages->getPublications()->isEmpty()); // or it says again that it is ready
         broker->kill(SIGKILL);
         QTRY_COMPARE(lost, (QList<QVariantList>{{7}}));
         QTRY_VERIFY(server->getClients().isEmpty());

@@ -89,7 +89,11 @@ outcome_t handle_t::call(call_t&& library)
     }
     errno = 0;
     const int code = library();
-    return {closeSeen ? closeCode : code, errno};
+    const int systemError = errno;
+    const int result = closeSeen ? closeCode : code;
+    // libmosquitto calls it a lost connection when the broker has closed one that is read, but not one that is written.
+    const bool isLost = result == MOSQ_ERR_ERRNO && systemError == EPIPE;
+    return {isLost ? int(MOSQ_ERR_CONN_LOST) : result, systemError};
 }
 
 void handle_t::setCallbacks()
