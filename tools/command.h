@@ -59,7 +59,8 @@ inline std::optional<int> readOptions(QCommandLineParser& options, const QString
         return misused;
     }
     if (options.isSet(help)) {
-        say(options.helpText().trimmed());
+        const QRegularExpression program(QStringLiteral("^Usage: \\S+"));
+        say(options.helpText().replace(program, QStringLiteral("Usage: flotrofobul ") + arguments.value(0)).trimmed());
         return allFine;
     }
     return std::nullopt;
