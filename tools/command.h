@@ -60,7 +60,7 @@ inline std::optional<int> readOptions(QCommandLineParser& options, const QString
     }
     if (options.isSet(help)) {
         const QRegularExpression program(QStringLiteral("^Usage: \\S+"));
-        say(options.helpText().replace(program, QStringLiteral("Usage: flotrofobul ") + arguments.value(0)).trimmed());
+        say(options.helpText().replace(program, QStringLiteral("Usage: flotrofobul")).trimmed());
         return allFine;
     }
     return std::nullopt;
