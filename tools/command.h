@@ -59,8 +59,9 @@ inline std::optional<int> readOptions(QCommandLineParser& options, const QString
         return misused;
     }
     if (options.isSet(help)) {
-        const QRegularExpression program(QStringLiteral("^Usage: \\S+"));
-        say(options.helpText().replace(program, QStringLiteral("Usage: flotrofobul")).trimmed());
+        const QString name = arguments.value(0);
+        const QRegularExpression usage(QStringLiteral("^Usage: \\S+ \\[options\\](?: %1\\b)?").arg(name));
+        say(options.helpText().replace(usage, QStringLiteral("Usage: flotrofobul %1 [options]").arg(name)).trimmed());
         return allFine;
     }
     return std::nullopt;
