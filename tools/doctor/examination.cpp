@@ -22,6 +22,7 @@ namespace {
 constexpr int refused = 0x80;      // in the SUBACK of MQTT 3.1.1
 constexpr int leastKeepalive = 10; // as an engine has it
 constexpr std::chrono::milliseconds farewell{300};
+constexpr std::chrono::seconds longestFarewell{3};
 const QString bridgeStates = QStringLiteral("$SYS/broker/connection/#");
 const QString brokerItself[] = {QStringLiteral("$SYS/broker/version"), QStringLiteral("$SYS/broker/clients/connected")};
 
@@ -258,12 +259,14 @@ QString examination_t::presentation(bool here) const
                                {QStringLiteral("masterData"), QJsonObject()}});
 }
 
-void examination_t::present(bool here)
+int examination_t::present(bool here)
 {
-    client.publish(nullptr,
+    int mid = 0;
+    client.publish(&mid,
                    QStringLiteral("%1/%2/%3/%4/own_server/connection/presentation")
                        .arg(FORWARD_PREFIX, LOCAL_PREFIX, connection.installationId, seen.id),
                    presentation(here), 2, false);
+    return mid;
 }
 
 void examination_t::lose(int rc)
@@ -288,13 +291,22 @@ void examination_t::takeLeave()
     retained.stop();
     large.stop();
     client.disconnect(this);
-    if (client.getConnected()) {
-        present(false);
-    }
-    QTimer::singleShot(farewell + 100ms, this, [this] {
+    auto* const end = new QTimer(this);
+    end->setSingleShot(true);
+    connect(end, &QTimer::timeout, this, [this] {
         client.disconnect_sync();
         Q_EMIT finished();
     });
+    end->start(farewell + 100ms);
+    if (client.getConnected()) {
+        end->start(longestFarewell);
+        // Others know of it only when the broker has the whole of it.
+        connect(&client, &mosquittoqt::onPublish, this, [end, goodbye = present(false)](int mid) {
+            if (mid == goodbye) {
+                end->start(farewell + 100ms);
+            }
+        });
+    }
 }
 
 } // namespace tools

@@ -112,7 +112,7 @@ private:
     void probe();
     void hear(const QString& topic, const QString& payload, int qos, bool retain);
     void note(const utility::topic_t& topic, const QByteArray& payload, bool retain);
-    void present(bool here);
+    int present(bool here);
     [[nodiscard]] QString presentation(bool here) const;
     void takeLeave();
 
