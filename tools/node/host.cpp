@@ -2,6 +2,7 @@
 #include "node/host.h"
 
 #include "connection/ending.h"
+#include "watch/packet_lines.h"
 
 #include <flotrofobul/platform/secrets.h>
 
@@ -16,7 +17,8 @@ using namespace std::chrono_literals;
 
 QString shownPayload(const QJsonValue& payload)
 {
-    return compactJson(withoutSecrets(payload));
+    return QString::fromUtf8(
+        harmlessJson(QJsonDocument(withoutSecrets(payload).toObject()).toJson(QJsonDocument::Compact)));
 }
 
 void teller_t::tell(const char* event, const QString& words, QJsonObject details) const
@@ -25,7 +27,7 @@ void teller_t::tell(const char* event, const QString& words, QJsonObject details
         details.insert(QStringLiteral("event"), QLatin1String(event));
         say(shownPayload(details));
     } else {
-        say(words);
+        say(harmless(words));
     }
 }
 

@@ -177,6 +177,27 @@ void appendWords(QByteArray& line, const packet_t& packet)
     line.append('\n');
 }
 
+QByteArray harmlessJson(QByteArray json)
+{
+    if (isAscii(json) && !json.contains('\x7f')) {
+        return json;
+    }
+    QByteArray result;
+    for (const char c : json) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool isUpper = byte >= 0x80 && byte < 0xa0 && result.endsWith('\xc2');
+        if (isUpper) {
+            result.chop(1);
+        }
+        if (isUpper || byte == 0x7f) {
+            result += "\\u00" + QByteArray::number(byte, 16);
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
 QByteArray harmless(QByteArray text)
 {
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
