@@ -9,6 +9,8 @@
 #include <QtCore/QTimer>
 
 #include <chrono>
+#include <csignal>
+#include <cstdio>
 
 namespace comunication {
 namespace tools {
@@ -28,6 +30,11 @@ void teller_t::tell(const char* event, const QString& words, QJsonObject details
         say(shownPayload(details));
     } else {
         say(harmless(words));
+    }
+    static bool isHeard = true;
+    if (isHeard && std::ferror(stdout) != 0) { // whoever read has had enough, as "head" does
+        isHeard = false;
+        std::raise(SIGTERM); // so the nodes take leave
     }
 }
 
