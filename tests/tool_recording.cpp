@@ -72,7 +72,8 @@ private Q_SLOTS:
                              {"bytes"_s, QByteArray("\xff\0\x01", 3), 1, false},
                              {status, "{\"d\":\"\\\" \\\\ \\u00e9 \xc3\xa9\"}", 2, true},
                              {status, secret, 2, false},
-                             {status, secret.toBase64(), 2, false}};
+                             {status, secret.toBase64(), 2, false},
+                             {status, ("{\n" + secret.mid(1)).toBase64() + '\n', 2, false}};
         for (int i = 0; i < 300; ++i) {
             said << said_t{status, QByteArray::number(i), 2, false};
         }
@@ -112,7 +113,7 @@ private Q_SLOTS:
         QCOMPARE(replay.code(), 0);
         QTRY_COMPARE(heard.size(), said.size());
         for (int i = 0; i < said.size(); ++i) {
-            const QByteArray expected = i == 3 ? hidden : i == 4 ? hidden.toBase64() : said[i].payload;
+            const QByteArray expected = i == 3 ? hidden : i == 4 || i == 5 ? hidden.toBase64() : said[i].payload;
             QCOMPARE(heard[i].topic, said[i].topic);
             QCOMPARE(heard[i].payload, expected);
             QCOMPARE(heard[i].qos, said[i].qos);
@@ -191,10 +192,11 @@ private Q_SLOTS:
         QCOMPARE(nodes[nodes.size() - 1].toObject()["master"_s], QJsonValue("tarnel-server-1"_s));
 
         const QString nobody = QString::number(freePort());
-        for (const char* line : {"1 watch --port @", "1 record --port @ FILE", "1 replay --port @ ONE", "2 watch x",
-                                 "2 watch --config /none", "2 watch --port 0", "2 watch --installation a-b",
-                                 "2 watch --insecure", "2 watch --time x", "2 record", "2 record --port @ ONE",
-                                 "2 replay --speed 0 ONE", "2 replay /none", "2 replay /dev/null", "0 watch --help"}) {
+        for (const char* line :
+             {"1 watch --port @", "1 record --port @ FILE", "1 replay --port @ ONE", "2 watch x",
+              "2 watch --config /none", "2 watch --port 0", "2 watch --installation a-b", "2 watch --insecure",
+              "2 watch --time x", "2 record", "2 record --port @ ONE", "1 record --force --port @ ONE",
+              "2 replay --speed 0 ONE", "2 replay /none", "2 replay /dev/null", "0 watch --help"}) {
             const QString call = QString::fromLatin1(line)
                                      .replace(u'@', nobody)
                                      .replace("FILE"_l1, path("three"_s))
@@ -203,6 +205,7 @@ private Q_SLOTS:
             QVERIFY2(run.code() == call.left(1).toInt() && !run.text.isEmpty(), line);
         }
         QVERIFY(!QFile::exists(path("three"_s)));
+        QVERIFY(!linesOf(path("one"_s)).isEmpty());
     }
 };
 

@@ -187,7 +187,7 @@ bool apply(const QCommandLineParser& options, const QString& host, const std::op
         set(configuration, "global", "port", host.midRef(colon + 1).toInt(&isNumber));
         if (!isNumber || options.isSet(QStringLiteral("port"))) {
             complain(isNumber ? QStringLiteral("A port both in --host %1 and in --port.").arg(host)
-                              : QStringLiteral("--host %1: what follows the colon is no port.").arg(host));
+                              : QStringLiteral("--host: what follows the colon is no port."));
             return false;
         }
     }
@@ -201,6 +201,9 @@ bool isSound(const connection_t& connection, installation_t installation)
     QString wrong;
     if (connection.host.isEmpty()) {
         wrong = QStringLiteral("The host of the broker is empty.");
+    } else if (isUrl(connection.host)) {
+        wrong = QStringLiteral("The host is a name or an address, no URL; a user goes to --username, a password to "
+                               "--password-file.");
     } else if (id.isEmpty() && installation == installation_t::needed) {
         wrong = QStringLiteral("Which installation? Name its id with --installation, or give a host's configuration "
                                "with --config.");
@@ -240,6 +243,11 @@ void addConnectionOptions(QCommandLineParser& options)
                               ? QCommandLineOption(named(option.name), named(option.words), named(option.value))
                               : QCommandLineOption(named(option.name), named(option.words)));
     }
+}
+
+bool isUrl(const QString& host)
+{
+    return host.contains(QLatin1Char('@')) || host.contains(QLatin1Char('/'));
 }
 
 std::optional<QVector<connection_t>> readConnections(const QCommandLineParser& options, installation_t installation)

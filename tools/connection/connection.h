@@ -32,6 +32,9 @@ struct connection_t {
     [[nodiscard]] QString name() const;
 };
 
+/// Whether it is an address of the web, which may hold a password, in place of the name of a host.
+[[nodiscard]] bool isUrl(const QString& host);
+
 enum class installation_t { optional, needed };
 
 /// Adds the options of a connection to those of a subcommand. --host and --config may be repeated: several brokers.

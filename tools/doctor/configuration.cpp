@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "doctor/configuration.h"
 
+#include "connection/connection.h"
+
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/define/topic_t.h>
 #include <flotrofobul/house/settings.h>
@@ -71,6 +73,12 @@ void examineAccess(config::config_mqtt& mqtt, diagnosis_t& diagnosis)
     if (mqtt.getGlobal()->getHost().isEmpty()) {
         diagnosis.wrong(QStringLiteral("no broker is named"), QStringLiteral("mqtt.global.host is \"\""),
                         QStringLiteral("set it to the name or the address of the broker"));
+    }
+    if (isUrl(mqtt.getGlobal()->getHost())) {
+        diagnosis.wrong(QStringLiteral("the name of the broker is a URL"),
+                        QStringLiteral("mqtt.global.host has a / or an @"),
+                        QStringLiteral("set it to the name or the address alone; user and password have keys of "
+                                       "their own in mqtt.connect"));
     }
     const auto& security = *mqtt.getSecurity();
     const QString file = security.getCa_file();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "doctor/diagnosis.h"
 
+#include "watch/packet_lines.h"
+
 #include <QtCore/QJsonArray>
 
 #include <algorithm>
@@ -74,10 +76,12 @@ QStringList diagnosis_t::words() const
     QStringList lines;
     for (const step_t& step : steps) {
         for (const QString& found : step.found) {
-            lines << QStringLiteral("ok     ") + step.name + QStringLiteral(": ") + found;
+            lines << harmless(QStringLiteral("ok     ") + step.name + QStringLiteral(": ") + found);
         }
         for (const ailment_t& ailment : step.ailments) {
-            lines << wordsOf(step.name, ailment);
+            for (const QString& line : wordsOf(step.name, ailment)) {
+                lines << harmless(line);
+            }
         }
     }
     const int count = faults();

@@ -3,6 +3,7 @@
 #include "command.h"
 #include "doctor/configuration.h"
 #include "doctor/judgement.h"
+#include "watch/packet_lines.h"
 
 #include <QtCore/QJsonDocument>
 
@@ -24,7 +25,7 @@ const char description[] =
 int tell(const diagnosis_t& diagnosis, bool json)
 {
     if (json) {
-        say(QString::fromUtf8(QJsonDocument(diagnosis.json()).toJson(QJsonDocument::Indented)).trimmed());
+        say(QString::fromUtf8(harmlessJson(QJsonDocument(diagnosis.json()).toJson(QJsonDocument::Indented))).trimmed());
     } else {
         say(diagnosis.words().join(u'\n'));
     }

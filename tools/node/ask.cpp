@@ -4,6 +4,7 @@
 #include "connection/listener.h"
 #include "node/answers.h"
 #include "node/host.h"
+#include "watch/packet_lines.h"
 
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/define/topic_t.h>
@@ -127,8 +128,8 @@ private:
                                          {QStringLiteral("topic"), topic.getValue()},
                                          {QStringLiteral("payload"), payload}}));
         } else {
-            say(QStringLiteral("%1 from %2 to %3: %4")
-                    .arg(topic.getValue(), topic.getSender(), topic.getDestination(), shownPayload(payload)));
+            say(harmless(QStringLiteral("%1 from %2 to %3: %4")
+                             .arg(topic.getValue(), topic.getSender(), topic.getDestination(), shownPayload(payload))));
         }
         answered = true;
         if (!wish.everything) {
@@ -159,7 +160,7 @@ private:
         }
         leaving = true;
         if (!words.isEmpty()) {
-            complain(words);
+            complain(harmless(words));
         }
         // The others are told; what has been said already goes out before that.
         QObject::connect(this, &protobase_t::onBrokerDisconnection, qApp, [=] { QCoreApplication::exit(code); });

@@ -2,12 +2,15 @@
 #include "node/host.h"
 
 #include "connection/ending.h"
+#include "watch/packet_lines.h"
 
 #include <flotrofobul/platform/secrets.h>
 
 #include <QtCore/QTimer>
 
 #include <chrono>
+#include <csignal>
+#include <cstdio>
 
 namespace comunication {
 namespace tools {
@@ -16,7 +19,8 @@ using namespace std::chrono_literals;
 
 QString shownPayload(const QJsonValue& payload)
 {
-    return compactJson(withoutSecrets(payload));
+    return QString::fromUtf8(
+        harmlessJson(QJsonDocument(withoutSecrets(payload).toObject()).toJson(QJsonDocument::Compact)));
 }
 
 void teller_t::tell(const char* event, const QString& words, QJsonObject details) const
@@ -25,7 +29,12 @@ void teller_t::tell(const char* event, const QString& words, QJsonObject details
         details.insert(QStringLiteral("event"), QLatin1String(event));
         say(shownPayload(details));
     } else {
-        say(words);
+        say(harmless(words));
+    }
+    static bool isHeard = true;
+    if (isHeard && std::ferror(stdout) != 0) { // whoever read has had enough, as "head" does
+        isHeard = false;
+        std::raise(SIGTERM); // so the nodes take leave
     }
 }
 

@@ -14,12 +14,7 @@
 namespace comunication {
 namespace tools {
 
-inline QString compactJson(const QJsonValue& value)
-{
-    return QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
-}
-
-/// A payload as it may be shown: without passwords.
+/// A payload as it may be shown: without passwords, nor anything that a terminal would obey.
 QString shownPayload(const QJsonValue& payload);
 
 /// Says an event in words, or as one JSON object a line.

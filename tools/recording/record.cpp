@@ -58,6 +58,8 @@ private:
     {
         if (!clock.isValid()) {
             clock.start();
+            // Not before: without a broker an older recording stays. What is no plain file cannot be emptied.
+            static_cast<void>(::ftruncate(file, 0) == 0);
             heading.began = QDateTime::currentMSecsSinceEpoch();
             write(lineOf(heading));
         }
@@ -146,9 +148,13 @@ int runRecord(const QStringList& arguments)
     }
     // What is said in a house is nobody else's business.
     const QString path = options.positionalArguments().at(0);
-    const int file = ::open(QFile::encodeName(path).constData(),
-                            O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (options.isSet(force) ? O_TRUNC : O_EXCL),
-                            S_IRUSR | S_IWUSR);
+    const QByteArray name = QFile::encodeName(path);
+    constexpr int mode = O_WRONLY | O_APPEND | O_CLOEXEC;
+    int file = ::open(name.constData(), mode | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    const bool isNew = file >= 0;
+    if (!isNew && errno == EEXIST && options.isSet(force)) {
+        file = ::open(name.constData(), mode);
+    }
     if (file < 0) {
         complain(
             errno == EEXIST
@@ -165,7 +171,9 @@ int runRecord(const QStringList& arguments)
         if (code == allFine && record.hasBegun()) {
             record.finish();
         } else if (!record.hasBegun()) {
-            ::unlink(QFile::encodeName(path).constData()); // nothing is in it
+            if (isNew) {
+                ::unlink(name.constData()); // nothing is in it
+            }
             code = somethingFound;
         }
     }

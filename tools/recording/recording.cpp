@@ -10,7 +10,8 @@ namespace tools {
 
 namespace {
 
-constexpr int form = 1; // of the file, for those that come later
+constexpr qint64 longestHeading = 65536; // of what is no recording a line may have no end
+constexpr int form = 1;                  // of the file, for those that come later
 const QString formKey = QStringLiteral("flotrofobul_recording");
 const QString brokerKey = QStringLiteral("broker");
 const QString installationKey = QStringLiteral("installation_id");
@@ -35,7 +36,7 @@ bool recording_t::open()
         words = QStringLiteral("cannot be read: %1").arg(file.errorString());
         return false;
     }
-    const QJsonObject object = QJsonDocument::fromJson(file.readLine()).object();
+    const QJsonObject object = QJsonDocument::fromJson(file.readLine(longestHeading)).object();
     number = 1;
     if (object.value(formKey).toInt() != form) {
         words = object.contains(formKey) ? QStringLiteral("is a recording of a later form than this program reads")

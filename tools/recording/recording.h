@@ -31,6 +31,8 @@ public:
     /// The next packet; nothing at the end. A line that is cut off or broken is the end, and problem() says so.
     [[nodiscard]] std::optional<recorded_t> next();
     [[nodiscard]] const QString& problem() const { return words; }
+    /// Whether more may follow what is broken; of a recording that is cut off all has been read.
+    [[nodiscard]] bool isBroken() const { return !words.isEmpty() && !file.atEnd(); }
 
 private:
     QFile file;

@@ -55,6 +55,8 @@ public:
         }
     }
 
+    [[nodiscard]] bool isWhole() const { return refused == 0 && !recording.isBroken(); }
+
     void sum()
     {
         if (!clock.isValid()) {
@@ -188,7 +190,8 @@ int runReplay(const QStringList& arguments)
         "said\nof itself ($SYS) left out. Nodes at that broker take it for real: use a broker of its own, such as\n\n"
         "  /usr/sbin/mosquitto -p 18830 &\n"
         "  flotrofobul replay --host 127.0.0.1:18830 monday.rec\n\n"
-        "Exit codes: 0 all was said; 1 no broker, or a real one without --yes; 2 wrong usage."));
+        "Exit codes: 0 all was said; 1 not all: no broker, a real one without --yes, a broken line, a signal; 2 wrong "
+        "usage."));
     options.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The recording."));
     addConnectionOptions(options);
     const QCommandLineOption speedOption(QStringLiteral("speed"), QStringLiteral("Times as fast (default 1)."),
@@ -229,7 +232,7 @@ int runReplay(const QStringList& arguments)
     replay.start();
     const int code = QCoreApplication::exec();
     replay.sum();
-    return code;
+    return code == allFine && !replay.isWhole() ? static_cast<int>(somethingFound) : code;
 }
 
 } // namespace tools

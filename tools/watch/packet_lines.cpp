@@ -30,6 +30,16 @@ bool isUtf8(const QByteArray& text)
     return isAscii(text) || QString::fromUtf8(text).toUtf8() == text;
 }
 
+// However its JSON is laid out, and whatever spaces and line ends tools such as base64 put around and into it.
+QByteArray encodedIn(const QByteArray& payload)
+{
+    const auto begin = std::find_if_not(payload.begin(), payload.end(), [](char c) { return c == ' ' || c == '\n'; });
+    if (begin == payload.end() || *begin != 'e') {
+        return QByteArray();
+    }
+    return decodedJson(QString::fromLatin1(payload.simplified().replace(' ', "")));
+}
+
 bool hasWord(const char* text, const char* end, const char* word)
 {
     for (; *word != 0; ++word, ++text) {
@@ -82,7 +92,7 @@ void appendString(QByteArray& line, const QByteArray& text)
 
 bool hideSecrets(QByteArray& payload)
 {
-    const QByteArray inside = payload.startsWith("ey") ? decodedJson(QString::fromLatin1(payload)) : QByteArray();
+    const QByteArray inside = encodedIn(payload);
     const QByteArray& text = inside.isEmpty() ? payload : inside;
     if (!maybeSecret(text)) {
         return false;
@@ -159,13 +169,33 @@ void appendWords(QByteArray& line, const packet_t& packet)
     line.append(static_cast<char>('0' + packet.qos)).append(packet.retain ? "r " : "  ");
     line.append(harmless(packet.topic.toUtf8())).append(' ');
     if (isUtf8(packet.payload)) {
-        const QByteArray inside =
-            packet.payload.startsWith("ey") ? decodedJson(QString::fromLatin1(packet.payload)) : QByteArray();
+        const QByteArray inside = encodedIn(packet.payload);
         line.append(inside.isEmpty() ? "" : "(encoded) ").append(harmless(inside.isEmpty() ? packet.payload : inside));
     } else {
         line.append("(base64) ").append(packet.payload.toBase64());
     }
     line.append('\n');
+}
+
+QByteArray harmlessJson(QByteArray json)
+{
+    if (isAscii(json) && !json.contains('\x7f')) {
+        return json;
+    }
+    QByteArray result;
+    for (const char c : json) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool isUpper = byte >= 0x80 && byte < 0xa0 && result.endsWith('\xc2');
+        if (isUpper) {
+            result.chop(1);
+        }
+        if (isUpper || byte == 0x7f) {
+            result += "\\u00" + QByteArray::number(byte, 16);
+        } else {
+            result += c;
+        }
+    }
+    return result;
 }
 
 QByteArray harmless(QByteArray text)

@@ -35,6 +35,8 @@ void appendWords(QByteArray& line, const packet_t& packet);
 /// What strangers have written, so that a terminal takes it for text.
 [[nodiscard]] QString harmless(const QString& text);
 [[nodiscard]] QByteArray harmless(QByteArray text);
+/// The same JSON with escapes for the control characters that JSON allows and a terminal obeys (DEL, CSI in UTF-8).
+[[nodiscard]] QByteArray harmlessJson(QByteArray json);
 
 } // namespace tools
 } // namespace comunication

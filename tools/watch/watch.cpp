@@ -108,7 +108,10 @@ private:
         }
     }
 
-    static void print(const QJsonObject& object) { put(QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n'); }
+    static void print(const QJsonObject& object)
+    {
+        put(harmlessJson(QJsonDocument(object).toJson(QJsonDocument::Compact)) + '\n');
+    }
 
     void noteReady(const listener_t& listener)
     {
@@ -174,7 +177,7 @@ private:
             const QString time = QDateTime::fromMSecsSinceEpoch(packet.moment, Qt::UTC).toString(Qt::ISODateWithMs);
             appendJson(line, "time", '"' + time.toLatin1() + '"', shown);
         }
-        put(line);
+        put(form == form_t::packets ? line : harmlessJson(line));
     }
 
     QString problemText() const { return problems.values().join(QStringLiteral("; ")); }
