@@ -73,7 +73,7 @@ private Q_SLOTS:
                              {status, "{\"d\":\"\\\" \\\\ \\u00e9 \xc3\xa9\"}", 2, true},
                              {status, secret, 2, false},
                              {status, secret.toBase64(), 2, false},
-                             {status, ("{\n" + secret.mid(1)).toBase64() + '\n', 2, false}};
+                             {status, QByteArray("{\n" + secret.mid(1)).toBase64() + '\n', 2, false}};
         for (int i = 0; i < 300; ++i) {
             said << said_t{status, QByteArray::number(i), 2, false};
         }
@@ -192,11 +192,11 @@ private Q_SLOTS:
         QCOMPARE(nodes[nodes.size() - 1].toObject()["master"_s], QJsonValue("tarnel-server-1"_s));
 
         const QString nobody = QString::number(freePort());
-        for (const char* line :
-             {"1 watch --port @", "1 record --port @ FILE", "1 replay --port @ ONE", "2 watch x",
-              "2 watch --config /none", "2 watch --port 0", "2 watch --installation a-b", "2 watch --insecure",
-              "2 watch --time x", "2 record", "2 record --port @ ONE", "1 record --force --port @ ONE",
-              "2 replay --speed 0 ONE", "2 replay /none", "2 replay /dev/null", "0 watch --help"}) {
+        for (const char* line : {"1 watch --port @", "1 record --port @ FILE", "1 replay --port @ ONE", "2 watch x",
+                                 "2 watch --config /none", "2 watch --port 0", "2 watch --installation a-b",
+                                 "2 watch --insecure", "2 watch --time x", "2 record", "2 record --port @ ONE",
+                                 "1 record --force --port @ ONE", "2 replay --speed 0 ONE", "2 replay /none",
+                                 "2 replay /dev/null", "2 replay /dev/zero", "2 watch --host u/x", "0 watch --help"}) {
             const QString call = QString::fromLatin1(line)
                                      .replace(u'@', nobody)
                                      .replace("FILE"_l1, path("three"_s))
