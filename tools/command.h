@@ -8,6 +8,8 @@
 #include <QtCore/QStringList>
 #include <QtCore/QTextStream>
 
+#include <cerrno>
+#include <cstdio>
 #include <optional>
 
 namespace comunication {
@@ -36,10 +38,15 @@ int runSend(const QStringList& arguments);
 int runServe(const QStringList& arguments);
 int runWatch(const QStringList& arguments);
 
+/// Whether a result is lost, as on a full disk; that nobody reads on, as behind "head", is no loss.
+inline bool resultIsLost = false;
+
 /// A result, to standard output.
 inline void say(const QString& line)
 {
+    errno = 0;
     QTextStream(stdout) << line << Qt::endl;
+    resultIsLost = resultIsLost || (std::ferror(stdout) != 0 && errno != 0 && errno != EPIPE);
 }
 
 /// Words for the person at the terminal, to standard error.

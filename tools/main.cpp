@@ -47,7 +47,11 @@ int main(int argc, char** argv)
     const QString first = arguments.value(0);
     for (const subcommand_t& subcommand : subcommands) {
         if (first == QLatin1String(subcommand.name)) {
-            return subcommand.run(arguments);
+            const int code = subcommand.run(arguments);
+            if (resultIsLost) {
+                complain(QStringLiteral("Standard output cannot be written."));
+            }
+            return resultIsLost && code == allFine ? static_cast<int>(somethingFound) : code;
         }
     }
     if (first == QLatin1String("--help") || first == QLatin1String("-h")) {
