@@ -8,6 +8,7 @@
 #include <flotrofobul/utility/system_t.h>
 
 #include <QtCore/QDateTime>
+#include <QtCore/QTimer>
 
 #include <stdexcept>
 
@@ -80,6 +81,11 @@ std::unique_ptr<system_t> shared_t::recordOf(const protobase_t& engine, const QJ
 QString shared_t::masterId(const protobase_t& engine)
 {
     return engine.system->getMasterId();
+}
+
+bool shared_t::takesLeave(const protobase_t& engine)
+{
+    return engine.closeDelay->isActive();
 }
 
 QJsonValue shared_t::hostSection(const protobase_t& engine, QLatin1String name)

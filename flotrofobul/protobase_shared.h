@@ -35,6 +35,8 @@ struct shared_t {
     /// Reads a record from a presentation packet; throws QJsonSerializerException if a value has the wrong type.
     static std::unique_ptr<system_t> recordOf(const protobase_t& engine, const QJsonObject& packet);
     static QString masterId(const protobase_t& engine);
+    /// Whether the last will is on its way and the link will be closed.
+    static bool takesLeave(const protobase_t& engine);
     /// A section of the configuration beside "mqtt"; empty if there is none.
     static QJsonValue hostSection(const protobase_t& engine, QLatin1String name);
     /// Stores the id and record of the master. A slot of system_t::changeMasterIdEvent() must not delete the engine.

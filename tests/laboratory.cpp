@@ -77,6 +77,35 @@ private Q_SLOTS:
         QVERIFY(laboratory.deserters().isEmpty());
     }
 
+    // The companions take over, give back, and settle claims at once; nobody is left behind.
+    void keepsOneMaster()
+    {
+        house_t kept = house(3);
+        kept.keeper = true;
+        laboratory_t laboratory(kept);
+        QVERIFY(laboratory.start() && laboratory.untilAgreed(10s));
+        const auto settles = [&](int master) {
+            QVERIFY2(laboratory.until([&] { return laboratory.agreedFor() > 1200ms; }, 10s),
+                     qPrintable(testimony(laboratory)));
+            QCOMPARE(laboratory.masters(), QStringList{laboratory.box(master).server->name});
+        };
+        laboratory.powerCut(1, power_cut_t::noticed);
+        settles(2);
+        laboratory.powerOn(1);
+        settles(1);
+        laboratory.delay(100);
+        const packets_t before = laboratory.packets();
+        for (const int number : {1, 2, 3}) {
+            laboratory.claim(number);
+        }
+        settles(1);
+        QVERIFY2((laboratory.packets() - before).total() <= 200, qPrintable(laboratory.packets().text()));
+        laboratory.box(1).server->say(QStringLiteral("quit"));
+        QVERIFY(laboratory.until([&] { return laboratory.masters() != QStringList{QStringLiteral("tarnel-server-1")}; },
+                                 5s));
+        settles(2);
+    }
+
     // Killed without warning, with a part of it frozen.
     void leavesNothingBehind()
     {

@@ -17,6 +17,7 @@ namespace comunication {
 namespace house {
 
 using namespace ::utility::logs;
+using utility::destination_publish_client_t;
 using utility::destination_publish_server_t;
 
 namespace {
@@ -24,18 +25,28 @@ namespace {
 constexpr const char logSource[] = "libscomunication/libmosquittohouse/keeper";
 
 const QString houseCommand = QStringLiteral("connection/house");
-const QString houseTopic = QStringLiteral("/local/") + INSTALLATIONID + u'/';
 const QString requestStart = QStringLiteral("request/");
 const QString readyCommand = commandOf(topicOf(pkgClientReady));
 
-// <any>-<any>-<server>-<server>
-constexpr int hyphensOfServerBridge = 3;
+// <any>-<any>-<server>-<server>, where one is this server: a bridge to the cloud may have as many hyphens.
+bool isServerBridge(const QString& name, const QString& ownId)
+{
+    const QStringList pieces = name.split(u'-');
+    const QString number = ownId.section(u'-', -1);
+    return pieces.size() > 3 && (pieces[2] == number || pieces[3] == number);
+}
+
+QString houseFilter(const protoserver_t& server)
+{
+    return REMOTE_PREFIX + "/local/"_l1 + shared_t::installationId(server) + "/+/"_l1 +
+           destination_publish_server_t::all_servers.ToString() + u'/' + houseCommand;
+}
 
 settings_t settingsOf(const protoserver_t& server)
 {
     settings_t settings;
     if (server.isDefaultMaster()) {
-        settings.rank = 1;
+        settings.rank = bestRank;
     }
     readSettings(shared_t::hostSection(server, "house"_l1), &settings);
     return settings;
@@ -43,9 +54,8 @@ settings_t settingsOf(const protoserver_t& server)
 
 advertisement_t advertisementIn(const QJsonObject& packet)
 {
-    const auto number = [&](QLatin1String key) { return qint64(packet.value(key).toDouble()); };
-    return {packet.value("rank"_l1).toInt(1000), packet.value("master"_l1).toString(), packet.value("asks"_l1).toBool(),
-            number("since"_l1), number("requests"_l1)};
+    return {packet.value("rank"_l1).toInt(), packet.value("master"_l1).toString(), packet.value("asks"_l1).toBool(),
+            packet.value("since"_l1).toInt(), packet.value("requests"_l1).toInt()};
 }
 
 QJsonObject deeds(qint64 since, qint64 requests)
@@ -75,6 +85,7 @@ struct keeper_t::inside_t final : referee_t {
     }
 
     void linkUp();
+    bool isForThisOne(const topic_t& topic) const;
     bool presented(const topic_t& topic, const QJsonObject& packet);
     void countRequest(const topic_t& topic);
     void schedule();
@@ -100,7 +111,10 @@ bool keeper_t::inside_t::admits(const topic_t& topic, const QJsonValue& payload)
     const QString sender = topic.getSender();
     bool admitted = true;
     if (value == houseCommand) {
-        rules.advertised(now(), sender, advertisementIn(payload.toObject()));
+        const advertisement_t what = advertisementIn(payload.toObject());
+        if (what.rank >= bestRank && what.rank <= lastRank) { // else it is none
+            rules.advertised(now(), sender, what);
+        }
         admitted = false;
     } else if (isPresentation(topic)) {
         admitted = presented(topic, payload.toObject());
@@ -119,6 +133,13 @@ bool keeper_t::inside_t::admits(const topic_t& topic, const QJsonValue& payload)
     return admitted;
 }
 
+bool keeper_t::inside_t::isForThisOne(const topic_t& topic) const
+{
+    const QString destination = topic.getDestination();
+    return destination == server->getClientId() || destination == destination_publish_client_t::own_server.ToString() ||
+           destination == destination_publish_server_t::all.ToString();
+}
+
 bool keeper_t::inside_t::presented(const topic_t& topic, const QJsonObject& packet)
 {
     const QString sender = topic.getSender();
@@ -127,7 +148,8 @@ bool keeper_t::inside_t::presented(const topic_t& topic, const QJsonObject& pack
         if (packet.value("connected"_l1).toBool()) {
             rules.panelFollows(now(), named);
         }
-        return true;
+        // Every server that listens to the bridges would answer what a panel answers to the master.
+        return face.isMaster() || isForThisOne(topic);
     }
     // Servers meet through the remote bridge only.
     if (topic.getOrigin() != REMOTE_PREFIX) {
@@ -149,9 +171,7 @@ void keeper_t::inside_t::countRequest(const topic_t& topic)
 
 void keeper_t::inside_t::linkUp()
 {
-    server->subscribe(REMOTE_PREFIX + houseTopic + "+/"_l1 + destination_publish_server_t::all_servers.ToString() +
-                          u'/' + houseCommand,
-                      utility::at_most_once);
+    server->subscribe(houseFilter(*server), utility::at_most_once);
     rules.linkUp(now(), server->getClientId(), shared_t::masterId(*server));
     schedule();
 }
@@ -172,7 +192,8 @@ void keeper_t::inside_t::act()
     }
     rules.wake(now());
     const mastership_t::orders_t orders = rules.takeOrders();
-    if (server->getConnected()) {
+    // A server that takes leave must not be believed to live.
+    if (server->getConnected() && !shared_t::takesLeave(*server)) {
         settleEngine();
         if (orders.advertise) {
             advertise(orders);
@@ -199,7 +220,6 @@ void keeper_t::inside_t::settleEngine()
         return;
     }
     if (master == server->getClientId()) {
-        requests = 0;
         server->setMaster();
         return;
     }
@@ -219,8 +239,8 @@ void keeper_t::inside_t::advertise(const mastership_t::orders_t& orders)
     packet.insert("rank"_l1, rank);
     packet.insert("master"_l1, orders.names);
     packet.insert("asks"_l1, orders.ask);
-    server->publish(FORWARD_PREFIX + houseTopic + SENDER + u'/' + destination_publish_server_t::all_servers.ToString() +
-                        u'/' + houseCommand,
+    server->publish(FORWARD_PREFIX + "/local/"_l1 + INSTALLATIONID + u'/' + SENDER + u'/' +
+                        destination_publish_server_t::all_servers.ToString() + u'/' + houseCommand,
                     packet, utility::at_most_once, false);
 }
 
@@ -228,7 +248,10 @@ void keeper_t::inside_t::tell(const notice_t& notice)
 {
     FLOTROFOBUL_LOG(notice.kind == notice_t::believed ? info : warning, textOf(notice));
     switch (notice.kind) {
-    case notice_t::changed: Q_EMIT face.masterChanged(notice.server, notice.reason); break;
+    case notice_t::changed:
+        requests = 0;
+        Q_EMIT face.masterChanged(notice.server, notice.reason);
+        break;
     case notice_t::doubted: Q_EMIT face.masterDoubted(notice.server, notice.reason); break;
     case notice_t::believed: Q_EMIT face.masterBelieved(notice.server); break;
     case notice_t::met:
@@ -249,7 +272,7 @@ keeper_t::keeper_t(protoserver_t& server, QObject* parent)
     });
     connect(&server, &protobase_t::onBridgeConnectionEvent, this,
             [this](const QString& /*topic*/, const QString& name, const QString& payload) {
-                if (name.count(u'-') >= hyphensOfServerBridge) {
+                if (isServerBridge(name, inside->server->getClientId())) {
                     inside->rules.bridge(inside->now(), payload == "1"_l1);
                     inside->schedule();
                 }
@@ -270,6 +293,9 @@ keeper_t::~keeper_t()
 {
     if (inside->server) {
         inside->server->setReferee(nullptr);
+        if (inside->server->getConnected()) {
+            inside->server->unsubscribe(houseFilter(*inside->server));
+        }
     }
 }
 

@@ -83,6 +83,7 @@ void mastership_t::linkUp(moment_t clock, const QString& ownId, const QString& e
     peers.clear();
     claimant.clear();
     leader = engineMaster;
+    alone = alone && (leader.isEmpty() || leader == id);
     if (leader == id) {
         become(now, QStringLiteral("this server takes the role when it connects"));
         askAll(now);
@@ -309,6 +310,10 @@ void mastership_t::follow(moment_t now, const QString& server, const QString& re
     signAt = presentAt = never;
     masterSince = never;
     believe(now);
+    if (rankOf(server) == worstRank) {
+        // It may believe that it is alone, and be silent.
+        askAll(now);
+    }
     orders.notices.push_back({notice_t::changed, leader, reason});
 }
 
@@ -332,8 +337,7 @@ void mastership_t::believe(moment_t now)
         state = following;
     }
     leaderHeard = now;
-    // Without a companion it may be silent for years.
-    deadline = rankOf(leader) == worstRank ? never : now + longestSilence(times);
+    deadline = now + longestSilence(times);
 }
 
 void mastership_t::search(moment_t now)
@@ -371,15 +375,18 @@ void mastership_t::elect(moment_t now)
 
 void mastership_t::become(moment_t now, const QString& reason)
 {
-    const bool goesOn = state == doubting && leader == id;
+    if (state == doubting && leader == id) {
+        orders.notices.push_back({notice_t::believed, id, reason});
+    } else if (masterSince == never) { // else the link was lost and is back
+        orders.notices.push_back({notice_t::changed, id, reason});
+    }
+    if (masterSince == never) {
+        masterSince = now;
+    }
     state = master;
     leader = id;
     claimant.clear();
     deadline = never;
-    if (masterSince == never) {
-        masterSince = now;
-    }
-    orders.notices.push_back({goesOn ? notice_t::believed : notice_t::changed, id, reason});
     presentedAt = wrongAt = now; // the engine presents itself when it is made master
     presentAt = alone ? never : now + settling(times);
     signAt = alone ? never : now;

@@ -22,7 +22,7 @@ struct key_t {
 };
 
 constexpr key_t keys[] = {
-    {"rank"_l1, nullptr, {1, 255}},
+    {"rank"_l1, nullptr, {bestRank, lastRank}},
     {"advertise"_l1, &times_t::advertise, {1000, 60000}},
     {"patience"_l1, &times_t::patience, {200, 30000}},
     {"start"_l1, &times_t::start, {200, 60000}},

@@ -9,6 +9,9 @@
 namespace comunication {
 namespace house {
 
+constexpr int bestRank = 1;
+constexpr int lastRank = 255;
+
 struct settings_t {
     int rank = 100;
     times_t times;

@@ -21,7 +21,21 @@ public:
     using rules_t = comunication::house::mastership_t;
 
     /// What happens to a house; the numbers choose where.
-    enum fault_t { cut, heal, kill, start, powerCut, powerOn, freeze, go, clockJump, claim, panelRestart, faults };
+    enum fault_t {
+        cut,
+        heal,
+        kill,
+        start,
+        powerCut,
+        powerOn,
+        freeze,
+        go,
+        clockJump,
+        claim,
+        panelRestart,
+        brokerRestart,
+        faults
+    };
 
     simulated_house_t(int size, bool star, unsigned seed) : random(seed), star(star), boxes(size)
     {
@@ -34,7 +48,8 @@ public:
         const bool hasDefault = number(2) == 0;
         for (int i = 0; i < size; ++i) {
             boxes[i].id = QStringLiteral("tarnel-server-%1").arg(i + 1);
-            boxes[i].isDefault = hasDefault && i == 0;
+            boxes[i].isDefault = hasDefault && (i == 0 || number(8) == 0);
+            boxes[i].rank = boxes[i].isDefault && number(8) != 0 ? 1 : 99 + number(3);
             at(moment_t(number(4000)), [this, i] { does(powerOn, i, 0); });
         }
     }
@@ -84,6 +99,7 @@ public:
             box.panel.clear();
             send(first, {first, panelSays, servers(), QString(), {}});
             break;
+        case brokerRestart: restartBroker(first, 1 << number(14)); break;
         case faults: break;
         }
     }
@@ -160,6 +176,7 @@ private:
         QMap<QString, QString> known; // the engine's servers, and whom they named
         std::unique_ptr<rules_t> rules;
         bool isDefault = false, power = false, alive = false, frozen = false;
+        int rank = 100;
         int life = 0;
         int turn = 0;
         moment_t offset{0};
@@ -187,10 +204,19 @@ private:
     void boot(int index)
     {
         box_t& box = boxes[index];
-        box.rules = std::make_unique<rules_t>(box.isDefault ? 1 : 100, comunication::house::times_t{}, random());
+        box.rules = std::make_unique<rules_t>(box.rank, comunication::house::times_t{}, random());
         box.alive = true;
         box.known.clear();
-        setEngine(box, box.isDefault ? box.id : QString());
+        setEngine(box, QString());
+        connect(index);
+        schedule(index);
+    }
+    void connect(int index)
+    {
+        box_t& box = boxes[index];
+        if (box.isDefault) {
+            setEngine(box, box.id);
+        }
         send(index, {index, presentation, QString(), box.master, {}});
         box.rules->linkUp(timeOf(box), box.id, box.master);
         for (int i = 0; i < int(boxes.size()); ++i) {
@@ -198,7 +224,6 @@ private:
                 noticeLink(box, i);
             }
         }
-        schedule(index);
     }
     void stop(int index)
     {
@@ -227,6 +252,29 @@ private:
             }
             setLink(index, i, on);
         }
+    }
+    // Its bridges and its own server and panel lose it; what waits for the bridges is not lost.
+    void restartBroker(int index, int pause)
+    {
+        if (!boxes[index].power) {
+            return;
+        }
+        for (int i = 0; i < int(boxes.size()); ++i) {
+            setLink(index, i, false);
+        }
+        toServer(index, [this, index] { boxes[index].rules->linkDown(timeOf(boxes[index])); });
+        at(now + moment_t(pause), [this, index, life = boxes[index].life] {
+            if (!boxes[index].power) {
+                return;
+            }
+            for (int i = 0; i < int(boxes.size()); ++i) {
+                setLink(index, i, true);
+            }
+            does(panelRestart, index, 0);
+            if (life == boxes[index].life) {
+                toServer(index, [this, index] { connect(index); });
+            }
+        });
     }
     void setLink(int one, int other, bool up)
     {
@@ -411,8 +459,7 @@ private:
             }
         }
         if (orders.advertise) {
-            send(index,
-                 {index, house, servers(), QString(), {box.isDefault ? 1 : 100, orders.names, orders.ask, 0, 0}});
+            send(index, {index, house, servers(), QString(), {box.rank, orders.names, orders.ask, 0, 0}});
         }
         if (orders.present) {
             send(index, {index, presentation, QString(), box.master, {}});

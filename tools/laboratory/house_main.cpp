@@ -35,7 +35,7 @@ struct options_t : QCommandLineParser {
         add("boxes", "Number of boxes, 1 to 7; default 3.", "number", "3");
         add("delay", "Delay of all links, each way; default 0.", "ms", "0");
         add("cloud", "With a broker outside the house.");
-        add("keeper", "on: the servers keep the house with one master; default off.", "on|off", "off");
+        add("keeper", "Whether the servers keep the house with one master; default on.", "on|off", "on");
         add("times", "Further keys of the servers' section \"house\".", "json", "{}");
         add("server", "The program of the servers; default: one of the laboratory.", "program");
         add("panel", "The program of the panels; default: one of the laboratory.", "program");

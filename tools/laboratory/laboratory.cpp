@@ -67,7 +67,8 @@ void laboratory_t::wire()
     plan.shape = house.shape == QLatin1String("out-only") ? tools::shape_t::outOnly
                  : house.shape == QLatin1String("star")   ? tools::shape_t::star
                                                           : tools::shape_t::mesh;
-    plan.hub = QStringLiteral("1");
+    // Not the box of the default master: without the hub the others cannot hear each other.
+    plan.hub = QString::number(size());
     for (int number = 1; number <= size(); ++number) {
         tools::box_t place;
         place.server = QString::number(number);
@@ -80,7 +81,7 @@ void laboratory_t::wire()
         plan.cloud->broker.host = cloud.host();
         plan.cloud->broker.port = cloud.port();
         plan.cloud->bridgeKey = QStringLiteral("bridgekey");
-        plan.cloud->box = QStringLiteral("1");
+        plan.cloud->box = plan.shape == tools::shape_t::star ? plan.hub : QStringLiteral("1");
     }
     for (const tools::bridge_t& bridge : tools::bridgesOf(plan)) {
         box(bridge.from + 1).bridges.insert(bridge.remoteClientId, bridge.to + 1);
@@ -134,12 +135,18 @@ bool laboratory_t::start()
     if (house.cloud && !cloud.start()) {
         return false;
     }
-    // Those that are dialled first: a bridge that finds nobody waits before it dials again.
-    for (auto one = boxes.rbegin(); one != boxes.rend(); ++one) {
-        if (!(*one)->broker.start()) {
+    // Those that are dialled come first: a bridge that finds nobody waits before it dials again.
+    std::vector<box_t*> order;
+    for (const auto& one : boxes) {
+        order.push_back(one.get());
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [](const box_t* one, const box_t* other) { return one->bridges.size() < other->bridges.size(); });
+    for (box_t* const one : order) {
+        if (!one->broker.start()) {
             return false;
         }
-        (*one)->ear->dial();
+        one->ear->dial();
     }
     note(QStringLiteral("house"), QStringLiteral("%1 brokers run").arg(size()));
     if (!until([this] { return missingBridge().isEmpty(); }, 15s)) {
@@ -317,6 +324,7 @@ void laboratory_t::claim(int number)
 
 void laboratory_t::cut(int one, int other)
 {
+    broken.insert(std::minmax(one, other));
     happens(linkName(one, other), QStringLiteral("cut"));
     each(one, other, [](proxy_t& link) {
         link.refuse(true);
@@ -326,13 +334,14 @@ void laboratory_t::cut(int one, int other)
 
 void laboratory_t::silence(int one, int other)
 {
+    broken.insert(std::minmax(one, other));
     happens(linkName(one, other), QStringLiteral("falls silent"));
     each(one, other, [](proxy_t& link) { link.set(way_t::silence(), way_t::silence()); });
 }
 
 void laboratory_t::heal(int one, int other)
 {
-    if (box(one).hasPower && box(other).hasPower) {
+    if (box(one).hasPower && box(other).hasPower && broken.erase(pair_t(std::minmax(one, other))) > 0) {
         happens(linkName(one, other), QStringLiteral("healed"));
         mend(one, other);
     }
@@ -340,6 +349,7 @@ void laboratory_t::heal(int one, int other)
 
 void laboratory_t::mend(int one, int other)
 {
+    broken.erase(pair_t(std::minmax(one, other)));
     each(one, other, [this](proxy_t& link) {
         link.refuse(false);
         link.set(way_t::late(delayMs), way_t::late(delayMs));
@@ -362,6 +372,7 @@ void laboratory_t::peace()
 {
     note(QStringLiteral("house"), QStringLiteral("peace: all links heal, the frozen continue, the dead are started"));
     delayMs = 0;
+    broken.clear();
     for (int number = 1; number <= size(); ++number) {
         powerOn(number);
     }
@@ -375,6 +386,7 @@ void laboratory_t::peace()
         proceed(*node);
         node->start();
     }
+    agreement.invalidate(); // a broker that was frozen still tells of bridges that have ended meanwhile
     look();
 }
 
@@ -513,6 +525,8 @@ void laboratory_t::hear(node_t& node, const QJsonObject& event)
     const auto asked = requests.find(event[u"number"].toInt());
     if (kind == QLatin1String("state")) {
         look();
+    } else if (event.contains(u"text")) {
+        note(node.name, event[u"text"].toString());
     } else if (asked == requests.end()) {
         note(node.name, QString::fromUtf8(QJsonDocument(event).toJson(QJsonDocument::Compact)));
     } else if (kind == QLatin1String("asked")) {

@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -25,7 +26,7 @@ struct house_t {
     /// "mesh", "out-only" or "star", with one bridge for all that two boxes have to say to each other, or "two-lanes":
     /// a mesh that keeps what is said of presence and nothing else.
     QString shape = QStringLiteral("two-lanes");
-    bool cloud = false; ///< a broker outside the house, dialled by the first box
+    bool cloud = false; ///< a broker outside the house, dialled by the first box or the hub
     bool keeper = false;
     int defaultMaster = 1;   ///< its box; 0: nobody's
     QString serverProgram;   ///< empty: the laboratory's own
@@ -144,6 +145,7 @@ private:
     broker_t cloud;
     std::vector<std::unique_ptr<box_t>> boxes;
     std::map<pair_t, std::unique_ptr<proxy_t>> links; ///< who dials whom; 0: the cloud
+    std::set<pair_t> broken;                          ///< links that are cut or silent
     QHash<int, request_t> requests;
     QHash<QString, QString> lastThoughts;
     QElapsedTimer clock;

@@ -18,10 +18,13 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
+#include <utility>
 
 using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
+using comunication::house::keeper_t;
 
 namespace {
 
@@ -171,6 +174,26 @@ private:
     QString listensTo; ///< the master whose status the broker has confirmed
 };
 
+void tellAbout(const keeper_t& keeper)
+{
+    const auto say = [](const QString& text) {
+        tell({{QStringLiteral("event"), QStringLiteral("keeper")}, {QStringLiteral("text"), text}});
+    };
+    QObject::connect(&keeper, &keeper_t::masterDoubted, &keeper, [=](const QString& master, const QString& reason) {
+        say(QStringLiteral("doubts ") + master + QStringLiteral(": ") + reason);
+    });
+    QObject::connect(&keeper, &keeper_t::masterBelieved, &keeper, [=](const QString& master) {
+        say(QStringLiteral("believes in ") + master + QStringLiteral(" again"));
+    });
+    QObject::connect(&keeper, &keeper_t::masterChanged, &keeper, [=](const QString& master, const QString& reason) {
+        say((master.isEmpty() ? QStringLiteral("knows no master: ")
+                              : QStringLiteral("takes ") + master + QStringLiteral(" for the master: ")) +
+            reason);
+    });
+    QObject::connect(&keeper, &keeper_t::twoMasters, &keeper,
+                     [=](const QString& other) { say(QStringLiteral("meets another master: ") + other); });
+}
+
 template <class Node>
 int run(Node& node)
 {
@@ -224,8 +247,9 @@ int main(int argc, char** argv)
         return run(panel);
     }
     server_t server(words[1], options.isSet(QStringLiteral("master")), id);
-    if (options.isSet(QStringLiteral("keeper"))) {
-        new comunication::house::keeper_t(server, &server);
+    const auto keeper = options.isSet(QStringLiteral("keeper")) ? std::make_unique<keeper_t>(server) : nullptr;
+    if (keeper) {
+        tellAbout(*keeper);
     }
     return run(server);
 }

@@ -58,6 +58,7 @@ public:
         connect(&next, &QTimer::timeout, this, &pipe_t::passOn);
         connect(from, &QTcpSocket::readyRead, this, &pipe_t::passOn);
         connect(from, &QTcpSocket::stateChanged, this, &pipe_t::passOn);
+        connect(to, &QTcpSocket::connected, this, &pipe_t::passOn);
         connect(to, &QTcpSocket::bytesWritten, this, &pipe_t::passOn);
     }
 
@@ -88,15 +89,13 @@ public:
             held -= bytes.size();
             if (bytesLeft >= 0 && bytesLeft <= bytes.size()) {
                 close(); // flush() signals that bytes were written
-                write(bytes.left(bytesLeft));
-                if (to->state() == QTcpSocket::ConnectedState) {
-                    to->flush();
-                }
+                to->write(bytes.left(bytesLeft));
+                to->flush();
                 cut();
                 return;
             }
             bytesLeft -= bytesLeft < 0 ? 0 : bytes.size();
-            write(bytes);
+            to->write(bytes);
             read();
         }
         if (!waiting.empty()) {
@@ -120,15 +119,8 @@ private:
 
     bool mayPass() const
     {
-        return !way.silent && to->bytesToWrite() < mostHeld && waiting.front().due <= clock_t::now();
-    }
-
-    // A side that has ended, or is about to, takes nothing any more.
-    void write(const QByteArray& bytes)
-    {
-        if (to->isOpen() && to->state() != QTcpSocket::ClosingState && to->state() != QTcpSocket::UnconnectedState) {
-            to->write(bytes);
-        }
+        return !way.silent && to->state() == QTcpSocket::ConnectedState && to->bytesToWrite() < mostHeld &&
+               waiting.front().due <= clock_t::now();
     }
 
     // What is due already waits for something else.

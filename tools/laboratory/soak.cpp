@@ -91,7 +91,7 @@ const struct {
     {8, [](fate_t& fate) { fate.house.delay(1 << fate.below(10)); }},
 };
 
-void happen(fate_t& fate)
+void happenOnce(fate_t& fate)
 {
     int all = 0;
     for (const auto& act : acts) {
@@ -103,6 +103,15 @@ void happen(fate_t& fate)
             act.happen(fate);
             return;
         }
+    }
+}
+
+// Not everything can happen at any time.
+void happen(fate_t& fate)
+{
+    const int before = fate.house.events;
+    for (int attempts = 0; fate.house.events == before && attempts < 50; ++attempts) {
+        happenOnce(fate);
     }
 }
 
