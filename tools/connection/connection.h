@@ -10,6 +10,9 @@
 #include <optional>
 
 namespace comunication {
+namespace config {
+class mosquittocnf;
+}
 namespace tools {
 
 /// How to reach a broker.
@@ -31,6 +34,9 @@ struct connection_t {
     /// "host:port", for people.
     [[nodiscard]] QString name() const;
 };
+
+/// The one that a configuration describes; "file" stays empty.
+[[nodiscard]] connection_t connectionOf(config::mosquittocnf& model);
 
 enum class installation_t { optional, needed };
 
