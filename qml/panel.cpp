@@ -161,8 +161,9 @@ void panel_t::begin()
     leave();
     for (int kind = 0; kind < 3; ++kind) {
         if (statuses[kind].time.isValid()) { // of another house, perhaps
+            const kind_t& known = kinds[kind];
             statuses[kind] = {};
-            (this->*kinds[kind].changed)();
+            (this->*known.changed)();
         }
     }
     if (leaving) {
@@ -191,6 +192,7 @@ void panel_t::leave()
         return;
     }
     leaving = old;
+    old->setParent(QCoreApplication::instance()); // where no event loop is left to wait in
     QObject::connect(old, &protobase_t::onBrokerDisconnection, old, &QObject::deleteLater);
     QTimer::singleShot(leaveTime, old, &QObject::deleteLater);
     old->disconnection();
@@ -290,18 +292,19 @@ void panel_t::take(int kind, const QJsonObject& packet)
     const QString member = QStringLiteral("payload");
     const QJsonValue payload = rest.contains(member) ? rest.value(member) : QJsonValue(rest);
 
+    const kind_t& known = kinds[kind];
     status_t& status = statuses[kind];
     if (status.sender != sender) { // what another master said is no part of it
         status.parts.clear();
         status.sender = sender;
     }
-    status.parts[topic.mid(topicOf("status", kinds[kind]).size())] = payload;
+    status.parts[topic.mid(topicOf("status", known).size())] = payload;
     status.value = merged(status.parts);
     status.time = QDateTime::currentDateTime();
     status.kept = engine->isKept();
     const bool kept = status.kept;
-    (this->*kinds[kind].changed)();
-    Q_EMIT statusReceived(QLatin1String(kinds[kind].name), topic, payload, kept);
+    (this->*known.changed)();
+    Q_EMIT statusReceived(QLatin1String(known.name), topic, payload, kept);
     if (kept) {
         return;
     }
