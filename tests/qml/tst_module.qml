@@ -71,7 +71,7 @@ TestCase {
                 problem: /No server/, end: /nobody listens/, listens: HouseModel.Listening},
             {tag: "a master", fault: "startServer", state: Panel.Following, end: /"1".*"found"/, house: here},
             {tag: "a part", ask: "persistent/lamps", state: Panel.Following, end: /"1".*"wish":7/},
-            {tag: "no such kind", ask: "persistant", state: Panel.Following, end: /no kind "persistant"/},
+            {tag: "no such kind", ask: "nonsense", state: Panel.Following, end: /no kind "nonsense"/},
             {tag: "no answer", ask: "realtime", state: Panel.Following, end: /within 0.3 s/},
             {tag: "frozen", fault: "freezeServer", ask: "", state: Panel.Following},
             {tag: "asked while frozen", ask: "persistent", state: Panel.Following, end: /within 0.3 s/},
