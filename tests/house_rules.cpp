@@ -87,7 +87,7 @@ private Q_SLOTS:
         log_recorder_t log(::utility::logs::warning);
         comunication::house::settings_t settings;
         const QJsonDocument text = QJsonDocument::fromJson(
-            R"({"rank": 0, "patience": "2 s", "advertise": 2000, "start": 1.5e3, "advertize": 1})");
+            R"({"rank": 0, "patience": "2 s", "advertise": 2000, "start": 1.5e3, "advertises": 1})");
         comunication::house::readSettings(text.object(), &settings);
         QCOMPARE(settings.rank, 100);
         QCOMPARE(settings.times.patience.count(), 2000);
@@ -98,7 +98,7 @@ private Q_SLOTS:
             "2 deserialize Refused configuration value house.rank: 0, allowed: a whole number from 1 to 255\n"
             "2 deserialize Refused configuration value house.patience: \"2 s\", allowed: a whole number from 200 to "
             "30000\n"
-            "3 readSettings Unknown key \"house.advertize\" in the configuration, is \"house.advertise\" meant?"_s);
+            "3 readSettings Unknown key \"house.advertises\" in the configuration, is \"house.advertise\" meant?"_s);
     }
 
     void rules_data()

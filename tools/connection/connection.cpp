@@ -133,21 +133,8 @@ std::optional<connection_t> judged(const QJsonObject& configuration, const QStri
     if (!taken || !refused.isEmpty()) {
         return std::nullopt;
     }
-    config::config_mqtt* const mqtt = model.getMqtt();
-    connection_t result;
-    result.configuration = model.serialize();
+    connection_t result = connectionOf(model);
     result.file = file;
-    result.installationId = mqtt->getGlobal()->getInstallation_id();
-    result.host = mqtt->getGlobal()->getHost();
-    result.port = mqtt->getGlobal()->getPort();
-    result.username = mqtt->getConnect()->getUsername();
-    result.password = mqtt->getConnect()->getPassword();
-    result.tlsEnable = mqtt->getSecurity()->getTls_enable();
-    result.tlsInsecure = mqtt->getSecurity()->getTls_insecure();
-    result.caFile = mqtt->getSecurity()->getCa_file();
-    result.keepalive = mqtt->getConnect()->getKeepalive();
-    result.timeout = mqtt->getConnect()->getTimeout();
-    result.maxPacketBytes = mqtt->getConnect()->getMax_packet_bytes();
     return result;
 }
 
@@ -228,11 +215,6 @@ bool isSound(const connection_t& connection, installation_t installation)
 }
 
 } // namespace
-
-QString connection_t::name() const
-{
-    return (host.contains(QLatin1Char(':')) ? QStringLiteral("[%1]:%2") : QStringLiteral("%1:%2")).arg(host).arg(port);
-}
 
 void addConnectionOptions(QCommandLineParser& options)
 {

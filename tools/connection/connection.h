@@ -10,6 +10,9 @@
 #include <optional>
 
 namespace comunication {
+namespace config {
+class mosquittocnf;
+}
 namespace tools {
 
 /// How to reach a broker.
@@ -34,6 +37,9 @@ struct connection_t {
 
 /// Whether it is an address of the web, which may hold a password, in place of the name of a host.
 [[nodiscard]] bool isUrl(const QString& host);
+
+/// The one that a configuration describes; "file" stays empty.
+[[nodiscard]] connection_t connectionOf(config::mosquittocnf& model);
 
 enum class installation_t { optional, needed };
 

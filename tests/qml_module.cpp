@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+// The QML module at a real broker: the program that runs qml/tst_*.qml and does to the house what they ask for. With
+// "--server" it is the server of that house, a process that can be frozen.
+#include "laboratory/broker.h"
+#include "support/observer.h"
+
+#include <flotrofobul/protoserver_t.h>
+
+#include <QtCore/QVariantMap>
+#include <QtQml/QQmlContext>
+#include <QtQml/QQmlEngine>
+#include <QtQuickTest/quicktest.h>
+
+using comunication::protoserver_t;
+
+namespace {
+
+QJsonObject configurationOf(int port)
+{
+    return {{"mqtt"_s, QJsonObject{{"global"_s, QJsonObject{{"installation_id"_s, "1234"_s}, {"port"_s, port}}}}}};
+}
+
+/// A master that answers with its life and the wish: which of its lives it was tells an old answer from a new one.
+int serve(int port, const QString& life)
+{
+    protoserver_t server("1"_s, configurationOf(port), true, "srv"_s, false);
+    QObject::connect(&server, &protoserver_t::onConnection, &server,
+                     [&] { server.init_subscription(comunication::utility::subscribe_topics); });
+    QObject::connect(&server, &protoserver_t::onRequestPersistentRequest, &server, [&](const QJsonObject& request) {
+        server.eventPublish({{"topic"_s, QString("status"_l1 + request["topic"_l1].toString().mid(7))},
+                             {"destination"_s, "all"_s},
+                             {"payload"_s, QJsonObject{{"life"_s, life}, {"wish"_s, request["payload"_l1]}}}},
+                            comunication::utility::exactly_once, true);
+    });
+    server.connect();
+    return QCoreApplication::exec();
+}
+
+} // namespace
+
+/// "world" in QML.
+class world_t : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QJsonObject configuration READ configuration CONSTANT)
+
+public:
+    ~world_t() override
+    {
+        if (server) {
+            killServer();
+        }
+    }
+    QJsonObject configuration() const { return configurationOf(broker.port()); }
+
+public Q_SLOTS:
+    bool startBroker() { return broker.start(); }
+    void killBroker() { broker.kill(SIGKILL); }
+    void startServer()
+    {
+        server = std::make_unique<child_t>();
+        server->setProcessChannelMode(QProcess::ForwardedChannels);
+        server->start(QCoreApplication::applicationFilePath(),
+                      {"--server"_s, QString::number(broker.port()), QString::number(++life)});
+    }
+    void killServer()
+    {
+        server->signal(SIGKILL);
+        server->waitForFinished();
+    }
+    void freezeServer() { server->signal(SIGSTOP); }
+    void thawServer() { server->signal(SIGCONT); }
+    /// What a master says that hands over.
+    void elect()
+    {
+        observer_t(broker.port())
+            .publish("forward-bridge/local/1234/srv/all_clients/master"_s, R"({"d":{"masterid":"srv"}})");
+    }
+
+    void qmlEngineAvailable(QQmlEngine* engine)
+    {
+        engine->addImportPath(QStringLiteral(QML_IMPORT_PATH));
+        engine->rootContext()->setContextProperty("world"_s, this);
+    }
+
+private:
+    broker_t broker;
+    std::unique_ptr<child_t> server;
+    int life = 0;
+};
+
+int main(int argc, char** argv)
+{
+    if (argc > 3 && QByteArray(argv[1]) == "--server") {
+        const QCoreApplication app(argc, argv);
+        return serve(QByteArray(argv[2]).toInt(), QString::fromLatin1(argv[3]));
+    }
+    world_t world;
+    return quick_test_main_with_setup(argc, argv, "qml_module", QUICK_TEST_SOURCE_DIR, &world);
+}
+
+#include "qml_module.moc"
