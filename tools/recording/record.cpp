@@ -27,7 +27,7 @@ public:
         : listener(connection), heading{connection.name(), connection.installationId, 0}, file(file), path(path)
     {
         connect(&listener, &listener_t::ready, this, &record_t::begin);
-        connect(&listener, &listener_t::failed, this, [this](const QString& words) {
+        connect(&listener, &listener_t::failed, this, [](const QString& words) {
             complain(words);
             QCoreApplication::exit(somethingFound);
         });
