@@ -16,10 +16,11 @@ namespace house {
 namespace {
 
 constexpr moment_t window{10000};
-constexpr moment_t patience{5000};   // for copies of a packet
-constexpr int longestId = 200;       // characters; longer ones are no node's
-constexpr int longestRecord = 65536; // bytes of a presentation
-constexpr int longestText = 200;     // characters of a value in a record
+constexpr moment_t patience{5000};        // for copies of a packet
+constexpr int longestId = 200;            // characters; longer ones are no node's
+constexpr double longestMastership = 1e9; // seconds; whoever says more is not believed
+constexpr int longestRecord = 65536;      // bytes of a presentation
+constexpr int longestText = 200;          // characters of a value in a record
 constexpr int mostInstallations = 10;
 
 const QString dataKey = QStringLiteral("d");
@@ -404,7 +405,7 @@ void house_model_t::inside_t::packet(const parts_t& parts, const QByteArray& pay
     arrive(*node);
     if (parts.value == readyCommand) {
         const QString text = valueIn(payload).toString();
-        setMaster(*node, parts.destination.toString(), never);
+        setMaster(*node, parts.destination.left(longestId).toString(), never);
         setReady(*node, text == "1"_l1, parts.destination.toString());
     } else if (parts.value == electionCommand) {
         // A master that yields names itself, to all panels. Whoever is named elsewhere presents itself in its turn.
@@ -415,10 +416,11 @@ void house_model_t::inside_t::packet(const parts_t& parts, const QByteArray& pay
         const QJsonObject sign = valueIn(payload).toObject();
         node->role = role_t::server;
         setMaster(*node, sign.value("master"_l1).toString().left(longestId),
-                  now - std::chrono::seconds(qint64(sign.value("since"_l1).toDouble())));
+                  now -
+                      std::chrono::seconds(qint64(qBound(0.0, sign.value("since"_l1).toDouble(), longestMastership))));
     } else if (kind == "request"_l1 && node->role == role_t::client && parts.destination != node->master &&
                !isWord(parts.destination)) {
-        setMaster(*node, parts.destination.toString(), never);
+        setMaster(*node, parts.destination.left(longestId).toString(), never);
     }
 }
 
