@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "connection/listener.h"
 
+#include "connection/dialling.h"
+
 #include <QtCore/QAbstractEventDispatcher>
 #include <QtCore/QDateTime>
 #include <QtCore/QTimer>
@@ -17,7 +19,6 @@ namespace tools {
 namespace {
 
 constexpr int refused = 0x80; // in the SUBACK of MQTT 3.1.1
-constexpr int leastKeepalive = 10;
 // Wildcards at the front do not reach $SYS. All of it would be fifty packets every ten seconds.
 const QStringList filters{QStringLiteral("$SYS/broker/connection/#"), QStringLiteral("$SYS/broker/version"),
                           QStringLiteral("$SYS/broker/clients/connected"), QStringLiteral("#")};
@@ -40,7 +41,6 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
 {
     using mosquittopp::mosquittoqt;
     client.setRawPayloads(true);
-    client.setConnectTimeout(connection.timeout);
     client.setMaxPacketBytes(connection.maxPacketBytes);
     connect(&client, &mosquittoqt::onConnect, this, [this](int rc) {
         if (rc == 0) {
@@ -74,17 +74,11 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
 void listener_t::start()
 {
     connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, &listener_t::rest);
-    if (!connection.username.isEmpty() || !connection.password.isEmpty()) {
-        client.username_pw_set(connection.username, connection.password);
-    }
-    if (connection.tlsEnable) {
-        if (client.tls_set(connection.caFile, QString(), QString(), QString()) != 0) {
-            QTimer::singleShot(0, this, [this] {
-                lose(QStringLiteral("the certificates in \"%1\" cannot be used").arg(connection.caFile));
-            });
-            return;
-        }
-        client.tls_insecure_set(connection.tlsInsecure);
+    if (!prepare(client, connection)) {
+        QTimer::singleShot(0, this, [this] {
+            lose(QStringLiteral("the certificates in \"%1\" cannot be used").arg(connection.caFile));
+        });
+        return;
     }
     const int keepalive = connection.keepalive == 0 ? 0 : std::max(leastKeepalive, connection.keepalive);
     if (client.connect_async(connection.host, connection.port, keepalive) != 0) {
