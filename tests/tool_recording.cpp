@@ -21,6 +21,8 @@ class tool_recording : public QObject {
     QTemporaryDir directory;
     broker_t house;
     broker_t other;
+    std::unique_ptr<client_t> speaker;
+    std::unique_ptr<run_t> recorder;
 
     static QString at(const broker_t& broker) { return "127.0.0.1:%1"_s.arg(broker.port()); }
     QString path(const QString& name) const { return directory.filePath(name); }
@@ -92,6 +94,44 @@ private Q_SLOTS:
             QCOMPARE(heard[i].payload, expected);
             QCOMPARE(heard[i].qos, said[i].qos);
         }
+    }
+
+    // topic | payload (b64: what is said in Base64) | what is recorded; nothing: the same
+    void secrets_data()
+    {
+        speaker = std::make_unique<client_t>();
+        QVERIFY(speaker->joins(house.port()));
+        const QString file = writeFile(path("limit"_s), R"({"mqtt":{"connect":{"max_packet_bytes":1024}}})");
+        recorder.reset(new run_t({"record"_s, "--config"_s, file, "--host"_s, at(house), path("secret"_s)}));
+        QVERIFY(recorder->says("Recording"_s));
+        addRows(R"x(
+a/b        | {"d":{"user":"u","Pwd":"x"}}             | {"d":{"Pwd":"(not shown)","user":"u"}}
+a/b/       | {"d":{"apiToken":5,"on":true}}           | {"d":{"apiToken":"(not shown)","on":true}}
+a/b        | [{"name":"password","value":"x"},{"name":"lamp","value":"x"}] | [{"name":"(not shown)","value":"(not shown)"},{"name":"lamp","value":"x"}]
+a/b        | {"key":"wifi_token","new":["x",{"y":1}]} | {"key":"(not shown)","new":["(not shown)",{"y":"(not shown)"}]}
+a/b        | {"room":"passage","light":true}          | {"light":true,"room":"(not shown)"}
+a/Passwd   | x                                        | (not shown)
+token      | {"d":"x"}                                | {"d":"(not shown)"}
+a/password | b64{"d":{"x":1}}                         | b64{"d":{"x":"(not shown)"}}
+a/pwd      |                                          |
+password/b | x                                        |
+a/b        | b64[{"password":"x"}]                    | b64[{"password":"(not shown)"}]
+a/b        | b64[{"degrees": 5}]                      |
+a/b        | Word                                     |
+a/b        | {"d":{"\u0070assword":"x"}}              | {"d":{"password":"(not shown)"}}
+)x");
+    }
+    void secrets()
+    {
+        QFETCH(QStringList, cells);
+        const auto bytes = [](const QString& cell) {
+            return cell.startsWith("b64"_l1) ? cell.mid(3).toUtf8().toBase64() : cell.toUtf8();
+        };
+        const int before = linesOf(path("secret"_s)).size();
+        QCOMPARE(speaker->publishRaw(nullptr, cells[0], bytes(cells[1]), 2, false), 0);
+        QTRY_COMPARE(linesOf(path("secret"_s)).size(), before + 1);
+        const QJsonObject line = QJsonDocument::fromJson(linesOf(path("secret"_s)).last().toUtf8()).object();
+        QCOMPARE(line["payload"_s].toString().toUtf8(), bytes(cells[cells[2].isEmpty() ? 1 : 2]));
     }
 
     // At the times of the recording, and to where it ends; a flag of retained packets is kept, $SYS is left out.

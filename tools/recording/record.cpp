@@ -81,7 +81,7 @@ private:
     {
         start();
         packet_t shown = packet;
-        hidden += hideSecrets(shown.payload);
+        hidden += hideSecrets(shown);
         line.resize(0); // keeps its memory
         appendJson(line, "at", secondsText(clock.elapsed()), shown);
         ++count;

@@ -170,7 +170,7 @@ private:
     {
         line.resize(0); // keeps its memory
         packet_t shown = packet;
-        hideSecrets(shown.payload);
+        hideSecrets(shown);
         if (form == form_t::packets) {
             appendWords(line, shown);
         } else {
