@@ -133,6 +133,20 @@ a/b        | {"d":{"\u0070assword":"x"}}              | {"d":{"password":"(not s
         const QJsonObject line = QJsonDocument::fromJson(linesOf(path("secret"_s)).last().toUtf8()).object();
         QCOMPARE(line["payload"_s].toString().toUtf8(), bytes(cells[cells[2].isEmpty() ? 1 : 2]));
     }
+    // What is too long is told at once, in the file, in the end and by the exit code.
+    void tooLong()
+    {
+        speaker->publishRaw(nullptr, "long/"_s + QChar(0x202e) + u'b', QByteArray(1025, 'x'), 2, false);
+        speaker->publishRaw(nullptr, "long/a"_s, QByteArray(1024, 'x'), 2, false);
+        QTRY_VERIFY(linesOf(path("secret"_s)).last().contains("\"long/a\""_l1));
+        QFile file(path("secret"_s));
+        QVERIFY(file.open(QIODevice::ReadOnly) && file.readAll().contains("\"bytes\":1025,\"left_out\":\"long/"));
+        recorder->signal(SIGINT);
+        QCOMPARE(recorder->code(), 1);
+        QVERIFY(recorder->says("A packet of 1025 bytes is left out, since \"max_packet_bytes\" is 1024: long/ b"_s));
+        QVERIFY(recorder->says("1 packets are not in the file"_s));
+        speaker.reset();
+    }
 
     // At the times of the recording, and to where it ends; a flag of retained packets is kept, $SYS is left out.
     void timing()
