@@ -108,7 +108,8 @@ private:
     static void put(const QByteArray& bytes)
     {
         if (!writeAll(STDOUT_FILENO, bytes)) {
-            QCoreApplication::exit(errno == EPIPE ? allFine : somethingFound);
+            resultIsLost = resultIsLost || errno != EPIPE;
+            QCoreApplication::exit(resultIsLost ? somethingFound : allFine);
         }
     }
 
