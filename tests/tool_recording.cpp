@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What a house says, recorded by the command at one broker and said again at another, and what watch makes of it.
 #include "laboratory/broker.h"
+#include "support/certificates.h"
 #include "support/client.h"
 #include "support/command.h"
 
@@ -23,6 +24,10 @@ class tool_recording : public QObject {
     broker_t other;
     std::unique_ptr<client_t> speaker;
     std::unique_ptr<run_t> recorder;
+    std::unique_ptr<client_t> replayed;
+    const certificates_t certificates;
+    broker_t closed{certificates.listener("good"_s).replace("anonymous true"_l1, "anonymous false"_l1) +
+                    "password_file "_l1 + certificates.file("users"_s)};
 
     static QString at(const broker_t& broker) { return "127.0.0.1:%1"_s.arg(broker.port()); }
     QString path(const QString& name) const { return directory.filePath(name); }
@@ -179,6 +184,84 @@ a/b        | {"d":{"\u0070assword":"x"}}              | {"d":{"password":"(not s
         QVERIFY(later.joins(other.port()));
         later.subscribe(nullptr, "old"_s, 1);
         QTRY_COMPARE(later.messages, QStringList("old 5 1 1 first"_s));
+    }
+
+    // name | lines, the heading first, with @ for "topic":"t","qos":1,"payload" | exit code | what is said | words
+    void broken_data()
+    {
+        replayed = std::make_unique<client_t>();
+        QVERIFY(replayed->joins(other.port()));
+        replayed->subscribe(nullptr, "t"_s, 1);
+        QTRY_COMPARE(replayed->subscribed.size(), 2);
+        addRows(R"x(
+middle      | {"at":0,@:"a"}; {"at":0,@; {"at":0,@:"b"}         | 1 | a   | is broken at line 3: it is read up to there
+no object   | {"at":0,@:"a"}; 5; {"at":0,@:"b"}                 | 1 | a   | is broken at line 3: it is read up to there
+empty line  | {"at":0,@:"a"}; ; {"at":0,@:"b"}                  | 1 | a   | is broken at line 3: it is read up to there
+cut off     | {"at":0,@:"a"}; {"at":0,@:"b"}~                   | 0 | a   | is cut off: line 3, the last one, is not whole and is left out
+wildcard    | {"at":0,"topic":"t/+","payload":"x"}; {"at":0,@:"b"} | 1 | b | 1 packets have a topic that cannot be published and are left out
+other lines | {"at":0,@:"a"}; {"at":1,"left_out":"t"}; {"at":1,"back":""}; {"new":[]}; {"at":0,@:"b"} | 0 | a b | 2 packets in
+backwards   | {"at":9000,@:"a"}; {"at":5,@:"b"}; {"at":9000,@:"c"} | 0 | a b c | 3 packets in 0.
+wrong types | {"at":"0",@:"a"}; {"at":0,"topic":"t","qos":9,"payload":5}; {"at":0,@:"b"} | 0 | - b | 2 packets in
+bytes       | {"at":0,"topic":"t","qos":1,"base64":"w6k="}      | 0 | é   | 1 packets in
+nothing     |                                                   | 0 |     | 0 packets in
+)x");
+    }
+    void broken()
+    {
+        QFETCH(QStringList, cells);
+        QString text = "{\"flotrofobul_recording\":1}\n"_s;
+        for (const QString& line : cells[1].isEmpty() ? QStringList() : cells[1].split("; "_l1)) {
+            text += QString(line).replace(u'@', "\"topic\":\"t\",\"qos\":1,\"payload\""_s) + u'\n';
+        }
+        const QString file = writeFile(path("broken"_s), text.remove("~\n"_l1).toUtf8());
+        replayed->messages.clear();
+        run_t replay({"replay"_s, "--host"_s, at(other), "--speed"_s, "100"_s, file});
+        QCOMPARE(replay.code(), cells[2].toInt());
+        QVERIFY(replay.says(cells[4]));
+        const QStringList expected = cells[3].split(u' ', Qt::SkipEmptyParts);
+        QTRY_COMPARE(replayed->messages.size(), expected.size());
+        replayed->messages.replaceInStrings(QRegularExpression("^t \\d \\d \\d "_s), QString());
+        QCOMPARE(replayed->messages.replaceInStrings(QRegularExpression("^$"_s), "-"_s), expected);
+    }
+
+    // How each of them gets to a broker that wants TLS, a name and a password; the words where it does not.
+    void doors_data()
+    {
+        replayed.reset();
+        QProcess passwd;
+        passwd.start("mosquitto_passwd"_s, {"-b"_s, "-c"_s, certificates.file("users"_s), "bridge"_s, "wordofpass"_s});
+        QVERIFY(passwd.waitForFinished() && closed.start());
+        writeFile(path("good"_s), "wordofpass\nmore\n");
+        writeFile(path("bad"_s), "passofword\n");
+        writeFile(path("empty"_s), "{\"flotrofobul_recording\":1}\n{\"at\":0,\"topic\":\"t\",\"payload\":\"x\"}\n");
+        addRows(R"(
+watch     | 0 | watch --time 0.5 --ca-file @ca --username bridge --password-file good   | Listening at
+record    | 0 | record --time 0.5 --ca-file @ca --username bridge --password-file good new | Recording what is said
+replay    | 0 | replay --ca-file @ca --username bridge --password-file good empty       | 1 packets in
+password  | 1 | watch --time 9 --ca-file @ca --username bridge --password-file bad      | does not authorise
+nobody    | 1 | replay --ca-file @ca empty                                              | does not authorise
+authority | 1 | watch --time 9 --ca-file @stranger --username bridge --password-file good | was not signed by an authority
+authority, replay | 1 | replay --ca-file @stranger --username bridge --password-file good empty | was not signed by an authority
+half      | 1 | record --time 9 --ca-file @half --username bridge --password-file good new2 | the certificates in "@half" cannot be used
+half, replay | 1 | replay --ca-file @half --username bridge --password-file good empty  | @half
+plain     | 1 | watch --time 9 --username bridge --password-file good                   | TLS
+)");
+    }
+    void doors()
+    {
+        QFETCH(QStringList, cells);
+        QStringList arguments = cells[2].split(u' ', Qt::SkipEmptyParts);
+        for (QString& argument : arguments) {
+            argument = argument.startsWith(u'@') ? certificates.file(argument.mid(1))
+                       : QFile::exists(path(argument)) || argument.startsWith("new"_l1) ? path(argument)
+                                                                                        : argument;
+        }
+        if (!arguments.contains("--host"_l1)) {
+            arguments << "--host"_s << at(closed);
+        }
+        run_t run(arguments);
+        QVERIFY(run.says(cells[3].replace("@half"_l1, certificates.file("half"_s))));
+        QCOMPARE(run.code(), cells[1].toInt());
     }
 
     // A broker passes on at once what has a lower quality of service.

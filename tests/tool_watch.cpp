@@ -141,14 +141,15 @@ private Q_SLOTS:
     void screen_data()
     {
         addRows(R"(
-colour    |            | 1
-no colour | NO_COLOR=1 | 0
+colour    |            | 1 | 12
+no colour | NO_COLOR=1 | 0 | 5
 )");
     }
     void screen()
     {
         QFETCH(QStringList, cells);
-        terminal_t terminal(44, 12);
+        const int rows = cells[3].toInt();
+        terminal_t terminal(44, ushort(rows));
         const auto watch = runTo(terminal.name(), calling("watch --installation house1"_s), cells[1]);
         QTRY_VERIFY(terminal.text().contains("none heard yet"));
         QVERIFY(!terminal.text().contains("\x1b[1;31m"));
@@ -157,7 +158,7 @@ no colour | NO_COLOR=1 | 0
             presents(id, i <= 2 ? id : QString());
         }
         QTRY_VERIFY(terminal.text().contains("2 SERVERS ARE MASTER"));
-        QTRY_VERIFY(terminal.text().contains("... and "));
+        QTRY_VERIFY(rows < 12 || terminal.text().contains("... and "));
         QCOMPARE(terminal.text().contains("\x1b[1;31m"), cells[2] == "1"_l1);
         ::kill(pid_t(watch->processId()), SIGINT);
         QVERIFY(watch->waitForFinished() && watch->exitCode() == 0);
@@ -168,7 +169,7 @@ no colour | NO_COLOR=1 | 0
         const QByteArray drawn = all.mid(enter.size(), all.indexOf(back) - enter.size());
         for (QString frame : QString::fromUtf8(drawn).split("\x1b[H"_s, Qt::SkipEmptyParts)) {
             const QStringList lines = frame.remove(QRegularExpression("\x1b\\[[0-9;]*[A-Za-z]|\r"_s)).split(u'\n');
-            QVERIFY2(lines.size() <= 12, qPrintable(frame));
+            QVERIFY2(lines.size() <= rows, qPrintable(frame));
             for (const QString& line : lines) {
                 QVERIFY2(line.size() <= 44, qPrintable(line));
             }
