@@ -146,9 +146,9 @@ private Q_SLOTS:
                   "its broker is frozen|its broker is killed|its broker is started"},
                  {"powerOn powerCut powerCut restart restartBroker kill killBroker powerOn powerOn",
                   "power cut: its connections end|has power again"},
-                 {"freezeBroker powerCut powerOn killBroker restartBroker",
-                  "its broker is frozen|power cut: its connections end|has power again|its broker is killed|its broker "
-                  "is started"},
+                 {"freezeBroker powerCut powerOn freezeBroker restartBroker",
+                  "its broker is frozen|power cut: its connections end|has power again|its broker is frozen|its broker "
+                  "continues"},
                  {"heal cut heal heal", "cut|healed"},
                  {"silence heal heal", "falls silent|healed"},
                  {"cut powerCut heal powerOn heal", "cut|power cut: its connections end|has power again"},
