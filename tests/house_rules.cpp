@@ -138,7 +138,8 @@ private Q_SLOTS:
         comunication::house::settings_t settings;
         comunication::house::readSettings(QJsonValue(QJsonValue::Undefined), &settings);
         comunication::house::readSettings(QJsonArray{1}, &settings);
-        QCOMPARE(log.lines, QStringList("2 deserialize Refused configuration value house: an array, allowed: an object"_s));
+        QCOMPARE(log.lines,
+                 QStringList("2 deserialize Refused configuration value house: an array, allowed: an object"_s));
         QCOMPARE(settings.rank, 100);
     }
 

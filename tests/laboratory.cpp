@@ -19,6 +19,12 @@ class laboratory : public QObject {
         return house;
     }
 
+    static bool isStopped(qint64 process)
+    {
+        QFile file(QStringLiteral("/proc/%1/stat").arg(process));
+        return file.open(QIODevice::ReadOnly) && file.readAll().contains(") T ");
+    }
+
 private Q_SLOTS:
     void begins_data()
     {
@@ -189,6 +195,8 @@ private Q_SLOTS:
                 QCOMPARE(lab.events, before + 1);
                 happened << first;
             }
+            QTRY_COMPARE(lab.box(1).broker.isRunning() && isStopped(lab.box(1).broker.processId()),
+                         lab.box(1).brokerFrozen);
             const bool isDown = act.startsWith(QLatin1String("kill"));
             QVERIFY(!isDown || !(act == QLatin1String("kill") ? server.isRunning() : lab.box(1).broker.isRunning()));
         }
