@@ -119,7 +119,7 @@ a/Passwd   | x                                        | (not shown)
 token      | {"d":"x"}                                | {"d":"(not shown)"}
 a/password | b64{"d":{"x":1}}                         | b64{"d":{"x":"(not shown)"}}
 a/pwd      |                                          |
-password/b | x                                        |
+a/pass/b   | x                                        |
 a/b        | b64[{"password":"x"}]                    | b64[{"password":"(not shown)"}]
 a/b        | b64[{"degrees": 5}]                      |
 a/b        | Word                                     |

@@ -66,7 +66,8 @@ QString obeyed(const QByteArray& bytes, bool isJson)
 {
     static const QRegularExpression own(R"(\x1b\[(\?1049[hl]|\?25[hl]|H|J|K|1m|1;31m|0m)|\r|\n)"_s);
     QString found;
-    for (const QChar c : QString::fromUtf8(bytes).remove(own)) {
+    const QString rest = QString::fromUtf8(bytes).remove(own);
+    for (const QChar c : rest) {
         if (c.category() == QChar::Other_Control || (!isJson && c.category() == QChar::Other_Format)) {
             found += QString::number(c.unicode(), 16) + u' ';
         }
