@@ -225,7 +225,9 @@ bridge goes    | bridge KEY 1; bridge KEY                |                      
         record["os"_s] = QString(65536, u'x'); // not read at all
         record["connected"_s] = true;
         QCOMPARE(present()->presence, presence_t::gone);
-        QCOMPARE(feeder.house.rate(feeder.now), 2 / 10.0);
+        record["os"_s] = "o"_s;
+        QVERIFY(present()->presence == presence_t::here && node->since == feeder.now);
+        QCOMPARE(feeder.house.rate(feeder.now), 2 / 10.0); // one at either end of the ten seconds
     }
 
     // seconds that a server claims to be master | what is believed
