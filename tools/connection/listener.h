@@ -54,6 +54,9 @@ Q_SIGNALS:
     /// The link has been lost, or cannot be made anew, and why, with the broker's name.
     void problem(const QString& words);
     void heard(const comunication::tools::packet_t& packet);
+    /// In place of heard(): a packet is longer than the configuration allows. Where nobody is connected to this from
+    /// the start, only the library's log tells.
+    void tooLong(const QString& topic, int bytes, const QString& words);
 
 private:
     void listen();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "doctor/examination.h"
 
+#include "connection/dialling.h"
 #include "connection/listener.h"
 
 #include <flotrofobul/define/define.h>
@@ -19,8 +20,7 @@ using mosquittopp::mosquittoqt;
 
 namespace {
 
-constexpr int refused = 0x80;      // in the SUBACK of MQTT 3.1.1
-constexpr int leastKeepalive = 10; // as an engine has it
+constexpr int refused = 0x80; // in the SUBACK of MQTT 3.1.1
 constexpr std::chrono::milliseconds farewell{300};
 constexpr std::chrono::seconds longestFarewell{3};
 const QString bridgeStates = QStringLiteral("$SYS/broker/connection/#");
@@ -31,18 +31,9 @@ QString wrapped(const QJsonValue& value)
     return QString::fromUtf8(QJsonDocument(QJsonObject{{QStringLiteral("d"), value}}).toJson(QJsonDocument::Compact));
 }
 
-// 0, or the code of what refuses it.
 int dial(mosquittoqt& client, const connection_t& connection)
 {
-    client.setConnectTimeout(connection.timeout);
-    if (!connection.username.isEmpty() || !connection.password.isEmpty()) {
-        client.username_pw_set(connection.username, connection.password);
-    }
-    if (connection.tlsEnable) {
-        client.tls_set(connection.caFile, QString(), QString(), QString()); // the connection tells what is wrong
-        client.tls_insecure_set(connection.tlsInsecure);
-    }
-    return client.connect_async(connection.host, connection.port, std::max(connection.keepalive, leastKeepalive));
+    return dial(client, connection, std::max(connection.keepalive, leastKeepalive));
 }
 
 } // namespace
