@@ -84,7 +84,9 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
 
 void listener_t::start()
 {
-    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, &listener_t::rest);
+    if (mayRest) {
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, &listener_t::rest);
+    }
     const bool tells = isSignalConnected(QMetaMethod::fromSignal(&listener_t::tooLong));
     client.setMaxPacketBytes(tells ? limits::packetBytes.highest : connection.maxPacketBytes);
     if (!prepare(client, connection)) {

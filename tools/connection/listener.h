@@ -38,6 +38,8 @@ public:
     explicit listener_t(const connection_t& connection, int qos = 2, QObject* parent = nullptr);
 
     void start();
+    /// Before start(), on a thread that has more to do than to listen, such as one that draws.
+    void neverRest() { mayRest = false; }
     /// Leaves the broker; nothing is passed on any more.
     void stop();
     [[nodiscard]] bool isReady() const { return listening; }
@@ -71,6 +73,7 @@ private:
     int heardInTurn = 0;
     bool hasMuch = false;    ///< the last turn with packets had many
     QElapsedTimer sinceTurn; ///< since the last turn of the event loop with packets ended
+    bool mayRest = true;
     bool listening = false;
     bool wasReady = false;
     bool ended = false;
