@@ -22,9 +22,9 @@ void add(QVariantList* list, const QString& name, const QString& value)
 
 QString timeOf(moment_t moment)
 {
-    return moment == house::never ? QString()
-                                  : QDateTime::fromMSecsSinceEpoch(moment.count())
-                                        .toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    return moment == house::never
+               ? QString()
+               : QDateTime::fromMSecsSinceEpoch(moment.count()).toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
 }
 
 QString brokerOf(const scene_t& scene, int broker)

@@ -30,8 +30,7 @@ void frames_t::add()
 void frames_t::say()
 {
     const QMutexLocker lock(&mutex);
-    tools::complain(
-        QStringLiteral("%1 frames, longest gap %2 ms").arg(count).arg(double(longest) / 1e6, 0, 'f', 1));
+    tools::complain(QStringLiteral("%1 frames, longest gap %2 ms").arg(count).arg(double(longest) / 1e6, 0, 'f', 1));
     count = 0;
     longest = 0;
 }

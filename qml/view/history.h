@@ -18,8 +18,8 @@ public:
 
     explicit history_t(int mostElementsKept = mostElements) : most(mostElementsKept) {}
 
-    /// Scenes come in the order of their moments. Of scenes in which only rates and signs of life differ one a second is
-    /// kept.
+    /// Scenes come in the order of their moments. Of scenes in which only rates and signs of life differ one a second
+    /// is kept.
     void add(const shared_scene_t& scene);
     void clear();
     /// The last one that is not later; the first one for what is earlier. Null if there is none.

@@ -32,16 +32,16 @@ constexpr int keepalive = 60;
 constexpr int timeout = 10;
 constexpr int maxPacketBytes = 16777216;
 
-const QVector<QByteArray> brokerRoles{"name",  "state", "problem", "version", "clients", "rate",  "posX",      "posY",
-                                      "areaX", "areaY", "areaW",   "areaH",   "size",    "labelX", "labelY", "labelW",
-                                      "isSelected"};
-const QVector<QByteArray> nodeRoles{"nodeId",  "role",    "presence", "master", "follows", "ready",  "encoded",
-                                    "rate",    "since",   "heard",    "posX",   "posY",    "brokerX", "brokerY",
-                                    "labelled", "labelX", "labelY",   "labelW", "size",    "why",    "isSelected",
-                                    "pulse"};
-const QVector<QByteArray> lineRoles{"lineId", "fromX",    "fromY",    "toX",    "toY",    "there",      "back",
-                                    "rateThere", "rateBack", "text",  "names",  "labelX", "labelY",     "isSelected",
-                                    "pulseThere", "pulseBack"};
+const QVector<QByteArray> brokerRoles{"name", "state",  "problem", "version", "clients",   "rate",
+                                      "posX", "posY",   "areaX",   "areaY",   "areaW",     "areaH",
+                                      "size", "labelX", "labelY",  "labelW",  "isSelected"};
+const QVector<QByteArray> nodeRoles{"nodeId",  "role",    "presence",   "master", "follows", "ready",
+                                    "encoded", "rate",    "since",      "heard",  "posX",    "posY",
+                                    "brokerX", "brokerY", "labelled",   "labelX", "labelY",  "labelW",
+                                    "size",    "why",     "isSelected", "pulse"};
+const QVector<QByteArray> lineRoles{"lineId", "fromX",      "fromY",      "toX",      "toY",   "there",
+                                    "back",   "rateThere",  "rateBack",   "text",     "names", "labelX",
+                                    "labelY", "isSelected", "pulseThere", "pulseBack"};
 const QVector<QByteArray> eventRoles{"number", "time", "text", "why", "tone", "subject", "place"};
 const QVector<QByteArray> packetRoles{"time", "topic", "payload", "qos", "retain"};
 
@@ -163,12 +163,11 @@ void picture_t::watch(const QVector<tools::connection_t>& connections)
 bool picture_t::connectTo(const QString& host, int port, const QString& installation)
 {
     const auto isLetterOrDigit = [](QChar c) { return c.isLetterOrNumber() && c.unicode() < 0x80; };
-    const QString problem =
-        host.trimmed().isEmpty() || tools::isUrl(host) ? tr("The host is a name or an address.")
-        : port < 1 || port > 65535                     ? tr("The port is a number from 1 to 65535.")
-        : !std::all_of(installation.begin(), installation.end(), isLetterOrDigit)
-            ? tr("An installation id has letters and digits only.")
-            : QString();
+    const QString problem = host.trimmed().isEmpty() || tools::isUrl(host) ? tr("The host is a name or an address.")
+                            : port < 1 || port > 65535                     ? tr("The port is a number from 1 to 65535.")
+                            : !std::all_of(installation.begin(), installation.end(), isLetterOrDigit)
+                                ? tr("An installation id has letters and digits only.")
+                                : QString();
     setNotice(problem);
     if (problem.isEmpty()) {
         tools::connection_t connection;
@@ -300,9 +299,9 @@ void picture_t::pass(moment_t moment)
 void picture_t::showEvents(const QVector<scene_event_t>& events)
 {
     for (const scene_event_t& event : events) {
-        const auto place = std::lower_bound(
-            eventList.begin(), eventList.end(), event.number,
-            [](const scene_event_t& one, quint64 number) { return one.number < number; });
+        const auto place =
+            std::lower_bound(eventList.begin(), eventList.end(), event.number,
+                             [](const scene_event_t& one, quint64 number) { return one.number < number; });
         if (place != eventList.end() && place->number == event.number) {
             *place = event;
         } else {
@@ -360,8 +359,8 @@ void picture_t::fillRows()
         rows << row_t{broker.name,
                       {harmless(broker.name), view::wordOf(broker.hearing), harmless(broker.problem),
                        harmless(broker.version), broker.clients, shownRate(broker.rate), place.mark.center().x(),
-                       place.mark.center().y(), place.area.x(), place.area.y(), place.area.width(),
-                       place.area.height(), place.mark.width(), place.label.x(), place.label.y(), place.label.width(),
+                       place.mark.center().y(), place.area.x(), place.area.y(), place.area.width(), place.area.height(),
+                       place.mark.width(), place.label.x(), place.label.y(), place.label.width(),
                        selection.kind == QLatin1String("broker") && selection.id == broker.name}};
     }
     brokerRows.show(rows);
@@ -390,18 +389,16 @@ void picture_t::fillRows()
         const QPointF broker = facts.broker >= 0 && facts.broker < places.brokers.size()
                                    ? places.brokers[facts.broker].mark.center()
                                    : place.mark.center();
-        rows << row_t{facts.id,
-                      {harmless(facts.id), facts.role == role_t::unknown ? QString() : house::wordOf(facts.role),
-                       view::wordOf(facts.presence), facts.isMaster,
-                       facts.isMaster ? QString() : harmless(facts.master), facts.ready, facts.encoded,
-                       shownRate(node.rate), dateOf(facts.since),
-                       // To the second: it is for people.
-                       dateOf(node.heard == house::never ? node.heard : moment_t(node.heard.count() / 1000 * 1000)),
-                       place.mark.center().x(), place.mark.center().y(), broker.x(), broker.y(),
-                       !place.label.isEmpty(), place.label.x(), place.label.y(), place.label.width(),
-                       place.mark.width(), harmless(facts.why),
-                       selection.kind == QLatin1String("node") && selection.id == facts.id,
-                       nodePulses[facts.id].pulseThere}};
+        rows << row_t{
+            facts.id,
+            {harmless(facts.id), facts.role == role_t::unknown ? QString() : house::wordOf(facts.role),
+             view::wordOf(facts.presence), facts.isMaster, facts.isMaster ? QString() : harmless(facts.master),
+             facts.ready, facts.encoded, shownRate(node.rate), dateOf(facts.since),
+             // To the second: it is for people.
+             dateOf(node.heard == house::never ? node.heard : moment_t(node.heard.count() / 1000 * 1000)),
+             place.mark.center().x(), place.mark.center().y(), broker.x(), broker.y(), !place.label.isEmpty(),
+             place.label.x(), place.label.y(), place.label.width(), place.mark.width(), harmless(facts.why),
+             selection.kind == QLatin1String("node") && selection.id == facts.id, nodePulses[facts.id].pulseThere}};
     }
     nodeRows.show(rows);
 }
@@ -466,9 +463,9 @@ void picture_t::fillPackets()
     QVector<row_t> rows;
     for (auto packet = packetRing.packets.crbegin(); packet != packetRing.packets.crend(); ++packet) {
         if (live || packet->moment <= shown) {
-            rows << row_t{QString::number(packet->serial),
-                          {dateOf(packet->moment), harmless(packet->topic), payloadTextOf(*packet), packet->qos,
-                           packet->retain}};
+            rows << row_t{
+                QString::number(packet->serial),
+                {dateOf(packet->moment), harmless(packet->topic), payloadTextOf(*packet), packet->qos, packet->retain}};
         }
     }
     packetRows.show(rows);

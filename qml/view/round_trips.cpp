@@ -10,9 +10,8 @@ void round_trips_t::ask(moment_t now, const QString& server, QStringView subject
 {
     forget(now);
     // Whoever asks again has waited since the first time.
-    const bool isKnown = std::any_of(asked.begin(), asked.end(), [&](const asked_t& one) {
-        return one.server == server && subject == one.subject;
-    });
+    const bool isKnown = std::any_of(
+        asked.begin(), asked.end(), [&](const asked_t& one) { return one.server == server && subject == one.subject; });
     if (!isKnown) {
         if (asked.size() >= mostPending) {
             asked.pop_front();

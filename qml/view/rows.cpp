@@ -69,8 +69,8 @@ void rows_t::show(const QVector<row_t>& next)
             endInsertRows();
             i = last;
         } else {
-            const auto place = std::find_if(rows.begin() + i, rows.end(),
-                                            [&](const row_t& row) { return row.key == next[i].key; });
+            const auto place =
+                std::find_if(rows.begin() + i, rows.end(), [&](const row_t& row) { return row.key == next[i].key; });
             const int from = static_cast<int>(place - rows.begin());
             beginMoveRows(QModelIndex(), from, from, QModelIndex(), i);
             rows.move(from, i);

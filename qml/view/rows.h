@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A list for QML that is given whole and changes row by row, so that a view moves what it shows and builds nothing anew.
+// A list for QML that is given whole and changes row by row, so that a view moves what it shows and builds nothing
+// anew.
 #pragma once
 
 #include <QtCore/QAbstractListModel>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What is known of a house that is heard at one broker or several: who sits where, what crosses between the brokers, why
-// somebody is gone. It is fed with packets and with the states of links; no broker, no clock and no timer in here.
+// What is known of a house that is heard at one broker or several: who sits where, what crosses between the brokers,
+// why somebody is gone. It is fed with packets and with the states of links; no broker, no clock and no timer in here.
 #pragma once
 
 #include "packet_rings.h"

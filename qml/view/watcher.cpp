@@ -19,8 +19,8 @@ constexpr std::chrono::milliseconds betweenScenes{100};
 constexpr std::chrono::milliseconds whileFading{1000}; // rates that fall, packets that are awaited
 constexpr std::chrono::milliseconds inSilence{10000};
 constexpr std::chrono::milliseconds beforeNextTry{2000};
-constexpr moment_t betweenRecorded{1000};          // scenes, where a recording is read quickly
-constexpr std::chrono::milliseconds slice{30};     // of reading, before whoever waits has a turn
+constexpr moment_t betweenRecorded{1000};      // scenes, where a recording is read quickly
+constexpr std::chrono::milliseconds slice{30}; // of reading, before whoever waits has a turn
 constexpr int mostScenesInSlice = 50;
 
 moment_t present()

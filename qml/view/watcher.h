@@ -20,8 +20,8 @@
 namespace comunication {
 namespace view {
 
-/// Belongs to its thread: all of it is called there. Each signal names what was being watched, by the number that watch()
-/// or open() was given.
+/// Belongs to its thread: all of it is called there. Each signal names what was being watched, by the number that
+/// watch() or open() was given.
 class watcher_t : public QObject {
     Q_OBJECT
 public:
@@ -65,7 +65,7 @@ private:
     QString recordingPath;
     moment_t began = house::never;
     moment_t target = house::never;
-    moment_t clock = house::never;     ///< of the recording
+    moment_t clock = house::never;      ///< of the recording
     moment_t sceneClock = house::never; ///< when it was last shown
     QString wanted;
     quint64 ringRevision = 0;
