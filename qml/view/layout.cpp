@@ -14,11 +14,12 @@ namespace {
 constexpr qreal margin = 8;      // around a region, and between what stands in it
 constexpr qreal gap = 4;         // between marks
 constexpr qreal lineHeight = 18; // of a label
-constexpr qreal greatestBroker = 56;
-constexpr qreal leastBroker = 10;
-constexpr qreal nameWidth = 150; // of a broker's label
-constexpr int mostServers = 4;   // above their broker; more stand beside it, with the panels
-constexpr int weightStep = 8;    // nodes by which a region grows: not with each
+constexpr qreal strip = 26;      // at the top of a region, for the name of its broker
+constexpr qreal brokerWidth = 64;
+constexpr qreal brokerHeight = 36;
+constexpr qreal serverLabel = 110; // at least, where nodes have labels
+constexpr int mostServers = 4;     // above their broker; more stand beside it, with the panels
+constexpr int weightStep = 8;      // nodes by which a region grows: not with each
 constexpr int leastWeight = 8;
 
 /// How nodes may be drawn, the best first; the first that fits is taken for a whole region.
@@ -99,13 +100,20 @@ class region_t {
 public:
     region_t(const QRectF& area, const nodes_of_t& nodes) : area(area), nodes(nodes)
     {
-        inner = area.adjusted(margin, margin, -margin, -margin);
+        inner = area.adjusted(margin, strip, -margin, -margin);
     }
 
     broker_place_t place(QVector<node_place_t>* places)
     {
+        const nodes_of_t all = nodes;
         for (const form_t& form : forms) {
+            // Servers for whom there is no room above their broker stand with the panels.
+            nodes = all;
             placeMiddle(form);
+            while (middle.width() > inner.width() && nodes.servers.size() > 1) {
+                nodes.others.prepend(nodes.servers.takeLast());
+                placeMiddle(form);
+            }
             if (placeOthers(form, nullptr)) {
                 placeServers(form, places);
                 placeOthers(form, places);
@@ -116,36 +124,34 @@ public:
     }
 
 private:
-    // The broker with its name below and its servers above, all in the middle.
+    static qreal serverSideOf(const form_t& form) { return form.mark * 1.25; }
+    static qreal serverWidthOf(const form_t& form)
+    {
+        return (form.label > 0 ? std::max(form.label, serverLabel) : serverSideOf(form)) + gap;
+    }
+
+    // The broker with its servers above, in the middle.
     void placeMiddle(const form_t& form)
     {
         const int servers = nodes.servers.size();
-        const qreal side = std::clamp(std::min(inner.width(), inner.height()) / 6, leastBroker, greatestBroker);
-        const qreal serverSide = form.mark * 1.25;
-        const qreal serverWidth = std::max(serverSide, form.label) + gap;
-        const qreal serverHeight = servers == 0 ? 0 : serverSide + (form.label > 0 ? lineHeight : 0) + 2 * gap;
-        const qreal label = form.mark < 7 ? 0 : lineHeight;
-        const qreal width =
-            std::min(inner.width(), std::max({servers * serverWidth, side, label > 0 ? nameWidth : side}));
-        const qreal height = serverHeight + side + label;
-        middle = QRectF(inner.center().x() - width / 2, inner.center().y() - height / 2, width, height);
+        const qreal serverHeight = servers == 0 ? 0 : serverSideOf(form) + (form.label > 0 ? lineHeight : 0) + 2 * gap;
+        const QSizeF size(std::max(servers * serverWidthOf(form), brokerWidth), serverHeight + brokerHeight);
+        middle = QRectF(inner.center() - QPointF(size.width(), size.height()) / 2, size);
         broker.area = area;
-        broker.mark = QRectF(inner.center().x() - side / 2, middle.top() + serverHeight, side, side);
-        const qreal labelWidth = std::min(nameWidth, inner.width());
-        broker.label = label > 0 ? QRectF(inner.center().x() - labelWidth / 2, broker.mark.bottom(), labelWidth, label)
-                                 : QRectF(broker.mark.bottomLeft(), QSizeF(0, 0));
+        broker.mark =
+            QRectF(inner.center().x() - brokerWidth / 2, middle.top() + serverHeight, brokerWidth, brokerHeight);
     }
 
     void placeServers(const form_t& form, QVector<node_place_t>* places) const
     {
         const int servers = nodes.servers.size();
-        const qreal side = form.mark * 1.25;
-        const qreal width = servers == 0 ? 0 : std::min(middle.width() / servers, std::max(side, form.label) + gap);
+        const qreal side = serverSideOf(form);
+        const qreal width = serverWidthOf(form);
         for (int i = 0; i < servers; ++i) {
             const qreal x = middle.center().x() + (i - servers / 2.0) * width;
             node_place_t place;
             place.mark = QRectF(x + (width - side) / 2, middle.top(), side, side);
-            if (form.label > 0 && width - gap > side / 2) {
+            if (form.label > 0) {
                 place.label = QRectF(x + gap / 2, place.mark.bottom(), width - gap, lineHeight);
             }
             (*places)[nodes.servers[i]] = place;
@@ -156,8 +162,7 @@ private:
     // below. Without places: whether there is room.
     bool placeOthers(const form_t& form, QVector<node_place_t>* places) const
     {
-        const qreal serverSide = form.mark * 1.25;
-        if (middle.height() > inner.height() || (nodes.servers.size() * (serverSide + gap) > inner.width())) {
+        if (middle.height() > inner.height() || middle.width() > inner.width()) {
             return false;
         }
         const qreal space = form.mark < 7 ? 1 : gap;
@@ -217,7 +222,7 @@ private:
     }
 
     const QRectF area;
-    const nodes_of_t& nodes;
+    nodes_of_t nodes;
     QRectF inner;
     QRectF middle;
     broker_place_t broker;
@@ -227,8 +232,8 @@ private:
 QPointF edgeOf(const QRectF& mark, const QPointF& towards)
 {
     const QPointF way = towards - mark.center();
-    const qreal length = std::max({std::abs(way.x()), std::abs(way.y()), 1.0});
-    return mark.center() + way * (mark.width() / 2 / length);
+    const qreal beyond = std::max({std::abs(way.x()) / mark.width() * 2, std::abs(way.y()) / mark.height() * 2, 1.0});
+    return mark.center() + way / beyond;
 }
 
 } // namespace

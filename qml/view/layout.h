@@ -12,9 +12,8 @@ namespace comunication {
 namespace view {
 
 struct broker_place_t {
-    QRectF area; ///< its region
+    QRectF area; ///< its region; a strip at its top is left free for the name
     QRectF mark; ///< the broker itself, in the middle of it
-    QRectF label;
 };
 
 struct node_place_t {

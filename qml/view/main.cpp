@@ -43,7 +43,8 @@ int main(int argc, char** argv)
     const QCommandLineOption face(QStringLiteral("face"),
                                   QStringLiteral("For those who change its face: take the QML from here."),
                                   QStringLiteral("DIRECTORY"));
-    options.addOptions({frames, face});
+    const QCommandLineOption dark(QStringLiteral("dark"), QStringLiteral("Start with dark colours."));
+    options.addOptions({frames, face, dark});
     options.process(application);
     if (options.positionalArguments().size() > 1) {
         tools::complain(QStringLiteral("One recording only: flotrofobul-view RECORDING"));
@@ -56,7 +57,9 @@ int main(int argc, char** argv)
         if (!connections) {
             return tools::misused;
         }
-        picture.watch(*connections);
+        const bool isNamed = options.isSet(QStringLiteral("host")) || options.isSet(QStringLiteral("port")) ||
+                             options.isSet(QStringLiteral("config"));
+        picture.watch(*connections, !isNamed);
     } else if (!picture.open(options.positionalArguments().at(0))) {
         tools::complain(picture.notice());
         return tools::misused;
@@ -64,6 +67,7 @@ int main(int argc, char** argv)
 
     QQmlApplicationEngine engine;
     engine.rootContext()->setContextProperty(QStringLiteral("picture"), &picture);
+    engine.rootContext()->setContextProperty(QStringLiteral("startDark"), options.isSet(dark));
     engine.load(options.isSet(face) ? QUrl::fromLocalFile(options.value(face) + QStringLiteral("/main.qml"))
                                     : QUrl(QStringLiteral("qrc:/ui/main.qml")));
     if (engine.rootObjects().isEmpty()) {

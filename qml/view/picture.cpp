@@ -32,9 +32,8 @@ constexpr int keepalive = 60;
 constexpr int timeout = 10;
 constexpr int maxPacketBytes = 16777216;
 
-const QVector<QByteArray> brokerRoles{"name", "state",  "problem", "version", "clients",   "rate",
-                                      "posX", "posY",   "areaX",   "areaY",   "areaW",     "areaH",
-                                      "size", "labelX", "labelY",  "labelW",  "isSelected"};
+const QVector<QByteArray> brokerRoles{"name", "state", "problem", "version", "clients", "rate",      "posX",
+                                      "posY", "areaX", "areaY",   "areaW",   "areaH",   "isSelected"};
 const QVector<QByteArray> nodeRoles{"nodeId",  "role",    "presence",   "master", "follows", "ready",
                                     "encoded", "rate",    "since",      "heard",  "posX",    "posY",
                                     "brokerX", "brokerY", "labelled",   "labelX", "labelY",  "labelW",
@@ -60,7 +59,7 @@ double shownRate(double rate)
 
 QString keyOf(const scene_t& scene, const scene_line_t& line)
 {
-    return scene.brokers[line.from].name + QLatin1Char('\n') + scene.brokers[line.to].name;
+    return scene.brokers[line.from].name + QStringLiteral(" \u2013 ") + scene.brokers[line.to].name;
 }
 
 /// A round number that is not less.
@@ -146,9 +145,10 @@ QDateTime picture_t::dateOf(moment_t moment)
     return moment == house::never ? QDateTime() : QDateTime::fromMSecsSinceEpoch(moment.count());
 }
 
-void picture_t::watch(const QVector<tools::connection_t>& connections)
+void picture_t::watch(const QVector<tools::connection_t>& connections, bool isGuess)
 {
     empty();
+    setBlank(isGuess);
     QStringList names;
     for (const tools::connection_t& one : connections) {
         names << one.name();
@@ -193,6 +193,7 @@ bool picture_t::open(const QString& file)
     }
     empty();
     setNotice(QString());
+    setBlank(false);
     hasRecording = true;
     live = false;
     titleText = name;
@@ -266,6 +267,10 @@ void picture_t::setSpeed(double speed)
 
 void picture_t::take(const shared_scene_t& next)
 {
+    const bool isHeard = std::any_of(next->brokers.begin(), next->brokers.end(), [](const scene_broker_t& broker) {
+        return broker.hearing == hearing_t::listening;
+    });
+    setBlank(blank && !isHeard);
     history.add(next);
     newest = std::max(newest, next->moment);
     if (!next->events.isEmpty()) {
@@ -313,12 +318,11 @@ void picture_t::showEvents(const QVector<scene_event_t>& events)
     }
     QVector<row_t> rows;
     const double length = std::max(1.0, double((span.end - span.begin).count()));
-    for (const scene_event_t& event : qAsConst(eventList)) {
-        const double place =
-            span.begin == house::never ? 0 : std::clamp(double((event.moment - span.begin).count()) / length, 0.0, 1.0);
-        rows << row_t{QString::number(event.number),
-                      {event.number, dateOf(event.moment), harmless(event.text), harmless(event.why),
-                       wordOf(event.tone), harmless(event.subject), place}};
+    for (auto event = eventList.crbegin(); event != eventList.crend(); ++event) {
+        const double place = span.begin == house::never ? 0 : double((event->moment - span.begin).count()) / length;
+        rows << row_t{QString::number(event->number),
+                      {event->number, dateOf(event->moment), harmless(event->text), harmless(event->why),
+                       wordOf(event->tone), harmless(event->subject), place}};
     }
     eventRows.show(rows);
 }
@@ -360,7 +364,6 @@ void picture_t::fillRows()
                       {harmless(broker.name), view::wordOf(broker.hearing), harmless(broker.problem),
                        harmless(broker.version), broker.clients, shownRate(broker.rate), place.mark.center().x(),
                        place.mark.center().y(), place.area.x(), place.area.y(), place.area.width(), place.area.height(),
-                       place.mark.width(), place.label.x(), place.label.y(), place.label.width(),
                        selection.kind == QLatin1String("broker") && selection.id == broker.name}};
     }
     brokerRows.show(rows);
@@ -510,6 +513,14 @@ void picture_t::setNotice(const QString& words)
     if (noticeText != words) {
         noticeText = words;
         Q_EMIT noticeChanged();
+    }
+}
+
+void picture_t::setBlank(bool on)
+{
+    if (blank != on) {
+        blank = on;
+        Q_EMIT blankChanged();
     }
 }
 

@@ -33,6 +33,8 @@ class picture_t : public QObject {
     Q_PROPERTY(QString alarm READ alarm NOTIFY sceneChanged)
     /// What there is to say of a recording or of what was asked for; empty as a rule.
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
+    /// Nobody has said what to watch, and no broker has answered yet.
+    Q_PROPERTY(bool blank READ isBlank NOTIFY blankChanged)
     Q_PROPERTY(QString title READ title NOTIFY titleChanged)
     Q_PROPERTY(double rate READ rate NOTIFY sceneChanged)
     Q_PROPERTY(double roundTrip READ roundTrip NOTIFY sceneChanged)
@@ -57,8 +59,8 @@ public:
     explicit picture_t(QObject* parent = nullptr);
     ~picture_t() override;
 
-    /// Listens to a house in place of what was watched.
-    void watch(const QVector<tools::connection_t>& connections);
+    /// Listens to a house in place of what was watched. isGuess: nobody has named it.
+    void watch(const QVector<tools::connection_t>& connections, bool isGuess = false);
 
     [[nodiscard]] qreal viewWidth() const { return size.width(); }
     void setViewWidth(qreal width);
@@ -71,6 +73,7 @@ public:
     [[nodiscard]] rows_t* packets() { return &packetRows; }
     [[nodiscard]] QString alarm() const { return scene->alarm; }
     [[nodiscard]] QString notice() const { return noticeText; }
+    [[nodiscard]] bool isBlank() const { return blank; }
     [[nodiscard]] QString title() const { return titleText; }
     [[nodiscard]] double rate() const { return scene->rate; }
     [[nodiscard]] double roundTrip() const { return scene->roundTrip; }
@@ -113,6 +116,7 @@ Q_SIGNALS:
     void viewChanged();
     void sceneChanged();
     void noticeChanged();
+    void blankChanged();
     void titleChanged();
     void playingChanged();
     void loadingChanged();
@@ -159,6 +163,7 @@ private:
     void setSpan();
     void setTime(moment_t moment, bool isLiveNow);
     void setNotice(const QString& words);
+    void setBlank(bool on);
     void setLoading(bool on);
     void goOn();
     void reach(moment_t moment, bool isEnd, const QString& words);
@@ -190,6 +195,7 @@ private:
     bool hasRecording = false;
     bool live = true;
     bool loading = false;
+    bool blank = false;
     double playSpeed = 1;
     QTimer playTimer;
     QElapsedTimer sincePlayed;
