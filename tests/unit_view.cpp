@@ -3,6 +3,7 @@
 #include "history.h"
 #include "layout.h"
 #include "packet_rings.h"
+#include "picture.h"
 #include "reasons.h"
 #include "recording_span.h"
 #include "round_trips.h"
@@ -10,6 +11,7 @@
 #include "survey.h"
 #include "watcher.h"
 
+#include "laboratory/broker.h"
 #include "support/client.h"
 
 using namespace comunication;
@@ -168,6 +170,11 @@ scene_t someHouse(int brokers, int nodes)
         scene.nodes << node;
     }
     return scene;
+}
+
+QVariant valueOf(rows_t* rows, int row, const char* role)
+{
+    return rows->data(rows->index(row), rows->roleNames().key(role));
 }
 
 shared_scene_t sceneAt(int milliseconds, int nodes, bool isNews = true)
@@ -545,6 +552,104 @@ later    | L 1.0               | is a recording of a later form than this progra
         watcher.feedTo(span.begin);
         QTRY_COMPARE(reached.size(), 2);
         QCOMPARE(changed.last()[1].value<shared_scene_t>()->nodes[0].sent, qint64(1));
+    }
+
+    // A recording is a house whose clock one can turn.
+    void playing()
+    {
+        QByteArray lines = R"({"flotrofobul_recording":1,"broker":"box:1883","began":"2020-01-01T00:00:00.000Z"})";
+        for (int i = 0; i < 100; ++i) {
+            const QString start = "\n{\"at\":%1,\"topic\":\"forward-bridge/local/1/"_s.arg(i);
+            lines += QString(start +
+                             "panel-%1/S1/request/DB/x\",\"payload\":\"{\\\"password\\\":\\\"wordofpass\\\"}\"}"_s.arg(
+                                 i / 50) +
+                             start + "S1/all/status/DB/x\",\"payload\":\"%1\"}"_s.arg(i))
+                         .toUtf8();
+        }
+        const QString path = recordingOf(lines + '\n');
+        picture_t picture;
+        QVERIFY(picture.open(path));
+        QTRY_VERIFY(!picture.isLoading());
+        QCOMPARE(picture.time(), picture.begin());
+        QCOMPARE(picture.begin().secsTo(picture.end()), 99);
+        QCOMPARE(picture.nodes()->count(), 2);
+        picture.select("node"_s, "S1"_s);
+        for (const int second : {60, 10, 99, 49, 50}) { // what was read is not read again
+            picture.show(picture.begin().addSecs(second));
+            QTRY_VERIFY(!picture.isLoading());
+            QCOMPARE(picture.begin().secsTo(picture.time()), second);
+            QCOMPARE(picture.nodes()->count(), second < 50 ? 2 : 3);
+            QTRY_COMPARE(valueOf(picture.packets(), 0, "payload"), QVariant(QString::number(second)));
+        }
+        QCOMPARE(picture.roundTrip(), 0.0);
+        picture.select("node"_s, "panel-0"_s);
+        QTRY_COMPARE(picture.packets()->count(), 50);
+        QCOMPARE(valueOf(picture.packets(), 0, "payload"), QVariant("{\"password\":\"(not shown)\"}"_s));
+        picture.show(picture.begin().addSecs(90));
+        picture.setSpeed(60);
+        picture.play();
+        QVERIFY(picture.isPlaying());
+        QTRY_VERIFY(!picture.isPlaying());
+        QCOMPARE(picture.time(), picture.end());
+        QVERIFY(!picture.open("/dev/zero"_s) && !picture.open("/none"_s) && !picture.notice().isEmpty());
+        QCOMPARE(picture.nodes()->count(), 3); // what was shown stays
+        QVERIFY(!picture.connectTo("user@box"_s, 1883, {}) && !picture.connectTo("box"_s, 0, {}) &&
+                !picture.connectTo("box"_s, 1, "a-b"_s));
+        QVERIFY(picture.isRecording());
+    }
+
+    // Two brokers, of which one goes and comes back, and neither answers in the end.
+    void living()
+    {
+        broker_t one;
+        broker_t two;
+        QVERIFY(one.start() && two.start());
+        const auto connectionTo = [](const broker_t& broker) {
+            tools::connection_t connection;
+            connection.host = broker.host();
+            connection.port = broker.port();
+            connection.timeout = 10;
+            connection.keepalive = 60;
+            connection.maxPacketBytes = 100000;
+            return connection;
+        };
+        auto picture = std::make_unique<picture_t>();
+        const auto stateOf = [&](int broker) { return valueOf(picture->brokers(), broker, "state").toString(); };
+        const quint16 nobody = freePort();
+        QVERIFY(picture->connectTo("127.0.0.1"_s, nobody, {}));
+        QTRY_VERIFY(picture->alarm().startsWith("no broker: "_l1));
+        picture->watch({connectionTo(one), connectionTo(two)}, true);
+        QVERIFY(picture->isBlank());
+        QTRY_COMPARE(stateOf(0) + u' ' + stateOf(1), "listening listening"_s);
+        QVERIFY(!picture->isBlank());
+        client_t panel;
+        QVERIFY(panel.joins(two.port()));
+        panel.say(R"({"d":"1"})"_s, 0, "forward-bridge/local/1/panel-1/tarnel-server-1/command/client/ready"_s);
+        QTRY_COMPARE(picture->nodes()->count(), 1);
+        QCOMPARE(valueOf(picture->nodes(), 0, "presence"), QVariant("here"_s));
+        QCOMPARE(valueOf(picture->nodes(), 0, "brokerX"), valueOf(picture->brokers(), 1, "posX"));
+        const QDateTime then = picture->time();
+        panel.disconnect_sync();
+        two.kill(SIGKILL);
+        QTRY_COMPARE(stateOf(1), "lost"_s);
+        QCOMPARE(valueOf(picture->nodes(), 0, "presence"), QVariant("unknown"_s));
+        QVERIFY(picture->alarm().contains("is not heard"_l1));
+        picture->show(then);
+        QCOMPARE(stateOf(1), "listening"_s);
+        QVERIFY(!picture->isLive() && picture->alarm().isEmpty());
+        QVERIFY(two.start());
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(picture->events(), 0, "tone"), QVariant("good"_s), 10000);
+        QCOMPARE(picture->time(), then);
+        picture->goLive();
+        QCOMPARE(stateOf(1), "listening"_s);
+        one.kill(SIGSTOP);
+        two.kill(SIGSTOP);
+        picture->watch({connectionTo(one), connectionTo(two)});
+        QTest::qWait(100); // on the way to brokers that do not answer
+        QElapsedTimer clock;
+        clock.start();
+        picture.reset();
+        QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
     }
 };
 
