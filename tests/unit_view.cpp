@@ -354,6 +354,8 @@ another server  | a P1 says S1/request/DB/x; a S2 says all/status/DB/x |
 too late        | a P1 says S1/request/DB/x; wait 10; a S1 says all/status/DB/x |
 late copy       | a P1 says S1/request/DB/x; a S1 says all/status/DB/x; -b P1 says S1/request/DB/x; a S1 says all/status/DB/x | 100
 retained        | a P1 says S1/request/DB/x; a S1 old all/status/DB/x |
+overtaken       | ab P1 says S1/x; -b P1 says S1/request/DB/x; b S1 says all/status/DB/x; a P1 says S1/request/DB/x; -a S1 says all/status/DB/x | 100
+again           | ab P1 says S1/request/DB/x; ba S1 says all/status/DB/x; ab P1 says S1/request/DB/x; ba S1 says all/status/DB/x | 100 100
 )");
     }
     void roundTrips()

@@ -174,8 +174,9 @@ struct survey_t::inside_t {
 
     void bridges(moment_t now, int source);
     void packet(moment_t now, int source, const QString& topic, const QByteArray& payload, int qos, bool retain);
-    void first(moment_t now, const house_node_t& node, const topic_parts_t& parts, const QString& topic,
-               const QByteArray& payload, int qos, bool retain);
+    void first(moment_t now, const house_node_t& node, const QString& topic, const QByteArray& payload, int qos,
+               bool retain);
+    void measure(moment_t now, int source, const topic_parts_t& parts);
     void moveHome(moment_t now, int source, const QString& id);
     void takeEvents();
     told_t& tell(moment_t now, const QString& text, tone_t tone, const QString& subject, const QString& why = {});
@@ -296,9 +297,10 @@ void survey_t::inside_t::packet(moment_t now, int source, const QString& topic, 
     whole.take(now, topic, payload, qos, retain, source);
     node = whole.node(sender);
     if (node != nullptr && node->sent > before) {
-        first(now, *node, parts, topic, payload, qos, retain);
+        first(now, *node, topic, payload, qos, retain);
     }
     if (node != nullptr && !retain) {
+        measure(now, source, parts);
         if (parts.way == static_cast<int>(house::way_t::forward)) {
             moveHome(now, source, node->id);
             if (homes[node->id].source == source && isCarried(parts.kind)) {
@@ -313,8 +315,8 @@ void survey_t::inside_t::packet(moment_t now, int source, const QString& topic, 
     }
 }
 
-void survey_t::inside_t::first(moment_t now, const house_node_t& node, const topic_parts_t& parts, const QString& topic,
-                               const QByteArray& payload, int qos, bool retain)
+void survey_t::inside_t::first(moment_t now, const house_node_t& node, const QString& topic, const QByteArray& payload,
+                               int qos, bool retain)
 {
     rings.add(now, node.id, topic, payload, qos, retain);
     if (retain) {
@@ -329,10 +331,15 @@ void survey_t::inside_t::first(moment_t now, const house_node_t& node, const top
             rhythm.usual = std::max(gap, moment_t(std::llround(double(rhythm.usual.count()) * forgetting)));
         }
     }
+}
+
+// The first copy counts, on whichever way it comes: the answer may overtake the others.
+void survey_t::inside_t::measure(moment_t now, int source, const topic_parts_t& parts)
+{
     if (parts.kind == word("request")) {
-        trips.ask(now, parts.destination.toString(), parts.subject);
+        trips.ask(now, source, parts.sender, parts.destination, parts.subject);
     } else if (parts.kind == word("status")) {
-        const double trip = trips.answer(now, parts.sender, parts.subject);
+        const double trip = trips.answer(now, source, parts.sender, parts.subject);
         if (trip >= 0) {
             lastTrip = trip;
             newTrips << trip;
@@ -610,6 +617,7 @@ void survey_t::setLink(moment_t now, int source, hearing_t hearing, const QStrin
         return;
     }
     link.since = now;
+    inside->trips.forgetCopies();
     const QString& name = inside->names[source];
     if (link.isHeard()) {
         inside->tell(now, name + QStringLiteral(" is listened to"),
