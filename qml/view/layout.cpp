@@ -130,7 +130,10 @@ private:
         return (form.label > 0 ? std::max(form.label, serverLabel) : serverSideOf(form)) + gap;
     }
 
-    // The broker with its servers above, in the middle.
+    // Lines come to the first row of regions from below, to the others from above.
+    bool isLower() const { return area.top() > 0; }
+
+    // The broker with its servers above or below, in the middle.
     void placeMiddle(const form_t& form)
     {
         const int servers = nodes.servers.size();
@@ -138,8 +141,8 @@ private:
         const QSizeF size(std::max(servers * serverWidthOf(form), brokerWidth), serverHeight + brokerHeight);
         middle = QRectF(inner.center() - QPointF(size.width(), size.height()) / 2, size);
         broker.area = area;
-        broker.mark =
-            QRectF(inner.center().x() - brokerWidth / 2, middle.top() + serverHeight, brokerWidth, brokerHeight);
+        broker.mark = QRectF(inner.center().x() - brokerWidth / 2, middle.top() + (isLower() ? 0 : serverHeight),
+                             brokerWidth, brokerHeight);
     }
 
     void placeServers(const form_t& form, QVector<node_place_t>* places) const
@@ -150,7 +153,8 @@ private:
         for (int i = 0; i < servers; ++i) {
             const qreal x = middle.center().x() + (i - servers / 2.0) * width;
             node_place_t place;
-            place.mark = QRectF(x + (width - side) / 2, middle.top(), side, side);
+            const qreal y = isLower() ? broker.mark.bottom() + 2 * gap : middle.top();
+            place.mark = QRectF(x + (width - side) / 2, y, side, side);
             if (form.label > 0) {
                 place.label = QRectF(x + gap / 2, place.mark.bottom(), width - gap, lineHeight);
             }

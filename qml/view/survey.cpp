@@ -579,8 +579,11 @@ QString survey_t::inside_t::alarmOf(const topology_t& topology) const
         }
     }
     down.removeDuplicates();
-    for (const QString& name : qAsConst(down)) {
-        alarms << QStringLiteral("bridge %1 is down").arg(name);
+    if (!down.isEmpty()) {
+        alarms << (down.size() == 1 ? QStringLiteral("bridge %1 is down") : QStringLiteral("bridges %1 are down"))
+                      .arg(down.mid(0, mostAlarms).join(QStringLiteral(", ")) +
+                           (down.size() > mostAlarms ? QStringLiteral(" and %1 more").arg(down.size() - mostAlarms)
+                                                     : QString()));
     }
     for (const auto& direction : topology.missing) {
         alarms << QStringLiteral("nothing goes from %1 to %2").arg(names[direction.first], names[direction.second]);
