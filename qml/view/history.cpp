@@ -73,28 +73,28 @@ void history_t::sample(const scene_t& scene)
     }
 }
 
-QVector<QPointF> history_t::rates(moment_t moment, int seconds) const
+template <typename value_t>
+QVector<QPointF> history_t::points(moment_t moment, int seconds, value_t value) const
 {
-    QVector<QPointF> points;
-    for (const sample_t& one : samples) {
-        const double x = double((one.moment - moment).count()) / 1000;
-        if (x >= -seconds && x <= 0) {
-            points << QPointF(x, one.rate);
+    QVector<QPointF> result;
+    const auto first = std::lower_bound(samples.begin(), samples.end(), moment - std::chrono::seconds(seconds),
+                                        [](const sample_t& one, moment_t begin) { return one.moment < begin; });
+    for (auto one = first; one != samples.end() && one->moment <= moment; ++one) {
+        if (value(*one) >= 0) {
+            result << QPointF(double((one->moment - moment).count()) / 1000, value(*one));
         }
     }
-    return points;
+    return result;
+}
+
+QVector<QPointF> history_t::rates(moment_t moment, int seconds) const
+{
+    return points(moment, seconds, [](const sample_t& one) { return one.rate; });
 }
 
 QVector<QPointF> history_t::roundTrips(moment_t moment, int seconds) const
 {
-    QVector<QPointF> points;
-    for (const sample_t& one : samples) {
-        const double x = double((one.moment - moment).count()) / 1000;
-        if (x >= -seconds && x <= 0 && one.trips > 0) {
-            points << QPointF(x, one.trip);
-        }
-    }
-    return points;
+    return points(moment, seconds, [](const sample_t& one) { return one.trip; });
 }
 
 } // namespace view

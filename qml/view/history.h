@@ -43,6 +43,8 @@ private:
     };
 
     void sample(const scene_t& scene);
+    template <typename value_t>
+    [[nodiscard]] QVector<QPointF> points(moment_t moment, int seconds, value_t value) const;
 
     const int most;
     int kept = 0;

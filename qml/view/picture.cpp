@@ -547,10 +547,13 @@ void picture_t::show(const QDateTime& date)
     if (hasRecording && (wanted > newest || history.begin() == house::never || isForgotten)) {
         setLoading(true);
         if (isForgotten) {
-            history.clear(); // it is read anew
+            history.clear();
             newest = span.begin;
+            QMetaObject::invokeMethod(
+                watcher, [worker = watcher, number = ++generation, wanted] { worker->feedAnewTo(number, wanted); });
+        } else {
+            QMetaObject::invokeMethod(watcher, [worker = watcher, wanted] { worker->feedTo(wanted); });
         }
-        QMetaObject::invokeMethod(watcher, [worker = watcher, wanted] { worker->feedTo(wanted); });
     } else {
         setLoading(false);
     }

@@ -83,16 +83,6 @@ void rows_t::show(const QVector<row_t>& next)
     }
 }
 
-void rows_t::set(const QString& key, int role, const QVariant& value)
-{
-    const auto row = std::find_if(rows.begin(), rows.end(), [&](const row_t& one) { return one.key == key; });
-    if (row != rows.end() && row->values[role] != value) {
-        row->values[role] = value;
-        const QModelIndex place = index(static_cast<int>(row - rows.begin()));
-        Q_EMIT dataChanged(place, place, {Qt::UserRole + role});
-    }
-}
-
 void rows_t::update(int row, const QVector<QVariant>& values)
 {
     QVector<int> changed;

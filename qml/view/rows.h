@@ -30,8 +30,6 @@ public:
 
     /// Takes out what is not among the new rows, puts in what is new, and tells which values differ.
     void show(const QVector<row_t>& next);
-    /// Changes one value, if there is such a row.
-    void set(const QString& key, int role, const QVariant& value);
 
 Q_SIGNALS:
     void countChanged();

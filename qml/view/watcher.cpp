@@ -185,11 +185,15 @@ void watcher_t::feedTo(moment_t moment)
     if (!recording) {
         return;
     }
-    if (sceneClock != house::never && moment < sceneClock) {
-        rewind();
-    }
     target = moment;
     feeding.start(0);
+}
+
+void watcher_t::feedAnewTo(quint64 number, moment_t moment)
+{
+    generation = number;
+    rewind();
+    feedTo(moment);
 }
 
 // Up to the target, or until the slice is used up.
@@ -209,7 +213,8 @@ void watcher_t::feed()
         // A scene at the end of each step, and one at the target.
         const moment_t due = sceneClock == house::never ? clock : sceneClock + betweenRecorded;
         if (isOver || next > due) {
-            const moment_t moment = isOver ? (pending ? target : std::min(target, clock)) : std::max(due, clock);
+            const moment_t wanted = pending ? std::max(target, clock) : clock;
+            const moment_t moment = isOver ? std::max(wanted, sceneClock) : std::max(due, clock);
             if (auto scene = survey->sceneIfChanged(moment)) {
                 Q_EMIT changed(generation, std::make_shared<const scene_t>(std::move(*scene)));
                 ++scenes;

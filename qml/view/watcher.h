@@ -34,6 +34,8 @@ public:
     void open(quint64 generation, const QString& path);
     /// Reads a recording on, up to a moment, in slices; a later call takes the place of an earlier one.
     void feedTo(moment_t moment);
+    /// The same from its beginning, for what has been read and is not known any more.
+    void feedAnewTo(quint64 generation, moment_t moment);
     /// Whose packets are wanted.
     void select(const QString& id);
 
