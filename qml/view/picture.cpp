@@ -227,7 +227,7 @@ void picture_t::empty()
     span = {};
     live = true;
     selection = {};
-    setLoading(false);
+    setWaiting(false);
     showScene(std::make_shared<scene_t>());
     Q_EMIT selectedChanged();
     Q_EMIT spanChanged();
@@ -276,13 +276,18 @@ void picture_t::take(const shared_scene_t& next)
     if (!next->events.isEmpty()) {
         showEvents(next->events);
     }
+    if (hasRecording) {
+        // Many come at once; what is shown in the end is shown by reach().
+        if (!waiting && next->moment <= shown) {
+            showScene(next);
+        }
+        return;
+    }
     setSpan();
     Q_EMIT edgeChanged();
-    if (hasRecording ? next->moment <= shown : live) {
+    if (live) {
         showScene(next);
-        if (!hasRecording) {
-            setTime(next->moment, true);
-        }
+        setTime(next->moment, true);
     }
     fillPlot();
 }
@@ -524,10 +529,12 @@ void picture_t::setBlank(bool on)
     }
 }
 
-void picture_t::setLoading(bool on)
+// While it plays, each step waits a moment, which is nothing to tell.
+void picture_t::setWaiting(bool on)
 {
-    if (loading != on) {
-        loading = on;
+    waiting = on;
+    if (loading != (on && !isPlaying())) {
+        loading = !loading;
         Q_EMIT loadingChanged();
     }
 }
@@ -545,7 +552,7 @@ void picture_t::show(const QDateTime& date)
     setTime(wanted, false);
     const bool isForgotten = hasRecording && history.begin() != house::never && wanted < history.begin();
     if (hasRecording && (wanted > newest || history.begin() == house::never || isForgotten)) {
-        setLoading(true);
+        setWaiting(true);
         if (isForgotten) {
             history.clear();
             newest = span.begin;
@@ -555,7 +562,7 @@ void picture_t::show(const QDateTime& date)
             QMetaObject::invokeMethod(watcher, [worker = watcher, wanted] { worker->feedTo(wanted); });
         }
     } else {
-        setLoading(false);
+        setWaiting(false);
     }
     if (const shared_scene_t then = history.at(wanted)) {
         showScene(then);
@@ -602,7 +609,7 @@ void picture_t::pause()
 void picture_t::goOn()
 {
     const qint64 passed = sincePlayed.restart();
-    if (loading) {
+    if (waiting) {
         return;
     }
     if (shown >= span.end) {
@@ -626,12 +633,12 @@ void picture_t::reach(moment_t moment, bool isEnd, const QString& words)
     }
     if (shown <= newest || isEnd) {
         setTime(std::min(shown, span.end), false);
-        setLoading(false);
         if (const shared_scene_t then = history.at(shown)) {
             showScene(then);
         }
         fillPackets();
         fillPlot();
+        setWaiting(false);
     }
     Q_EMIT edgeChanged();
 }

@@ -164,7 +164,7 @@ private:
     void setTime(moment_t moment, bool isLiveNow);
     void setNotice(const QString& words);
     void setBlank(bool on);
-    void setLoading(bool on);
+    void setWaiting(bool on);
     void goOn();
     void reach(moment_t moment, bool isEnd, const QString& words);
     void fillPlot();
@@ -194,7 +194,8 @@ private:
     moment_t whole = house::never; ///< where a recording ends
     bool hasRecording = false;
     bool live = true;
-    bool loading = false;
+    bool waiting = false; ///< for the watcher to read on
+    bool loading = false; ///< the same, where a person waits as well
     bool blank = false;
     double playSpeed = 1;
     QTimer playTimer;
