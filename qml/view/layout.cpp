@@ -205,9 +205,10 @@ private:
             const int lines = beside > 0 ? 0 : static_cast<int>((height + space) / cellHeight);
             for (int i = 0; i < lines * across && next < count; ++i, ++next) {
                 if (places != nullptr) {
+                    const int line = i / across;
                     const qreal x = inner.center().x() + (i % across - across / 2.0) * cellWidth;
                     (*places)[nodes.others[next]] =
-                        placeOf(form, x, top + (i / across) * cellHeight + (cellHeight - form.mark) / 2, false);
+                        placeOf(form, x, top + line * cellHeight + (cellHeight - form.mark) / 2, false);
                 }
             }
         }

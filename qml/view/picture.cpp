@@ -16,7 +16,6 @@
 namespace comunication {
 namespace view {
 
-using house::presence_t;
 using house::role_t;
 using tools::harmless;
 
