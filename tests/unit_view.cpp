@@ -236,6 +236,7 @@ cloud          | a S1 here S1; ~a P9 here S1; a bridge KEY 1     | a:S1, cloud:P
 at the cloud   | ~a S1 here S1; ~a P1 here S1; a P9 here S1      | a:P9, S1:S1 P1; a-S1 unknown/up |
 star           | a S1 here S1; b S2 here S1; c S3 here S1; a bridge h-b-1-2 1; a bridge h-b-1-3 1; -c S2 says x/y | a:S1, b:S2, c:S3; a-b up/up, a-c up/up |
 hub unheard    | a S1 here S1; a bridge h-b-9-1 1; -a S9 here S1; -a S2 here S1 | a:S1, S9:S9, S2:S2; a-S9 up/up, S9-S2 unknown/up |
+copies first   | ab S1 here S1; b S2 here S1; ba S2 says all/status/x; -a S2 says all/status/x; b S2 says all/status/x; b S2 says all/status/x; b S2 says all/status/x; wait 6 | a:S1, b:S2; a-b up/up |
 missing        | ab S1 here S1; b S2 here S1; b S2 says all/status/x; b S2 says all/status/x; wait 6 | a:S1, b:S2; a-b up/missing | nothing goes from b to a
 too few        | ab S1 here S1; b S2 here S1; b S2 says all/status/x; wait 6 | a:S1, b:S2; a-b up/unknown |
 not carried    | ab S1 here S1; b S2 here S1; b S2 says all/own; b S2 says all/own; wait 6 | a:S1, b:S2; a-b up/unknown |

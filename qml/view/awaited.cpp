@@ -10,15 +10,16 @@ void awaited_t::said(moment_t now, int at)
 {
     for (const int other : qAsConst(listening)) {
         pair_t& pair = pairs[at * count + other];
-        if (other != at && pair.packets < enough && ++pair.packets == enough) {
+        const bool counts = pair.arrived == house::never || now - pair.arrived > disorder;
+        if (other != at && counts && pair.packets < enough && ++pair.packets == enough) {
             pair.since = now;
         }
     }
 }
 
-void awaited_t::arrived(int from, int at)
+void awaited_t::arrived(moment_t now, int from, int at)
 {
-    pairs[from * count + at] = {};
+    pairs[from * count + at] = {0, house::never, now};
 }
 
 void awaited_t::setListening(int broker, bool on)

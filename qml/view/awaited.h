@@ -11,13 +11,15 @@ class awaited_t {
 public:
     static constexpr int enough = 3;          ///< packets of which none has arrived
     static constexpr moment_t patience{5000}; ///< that they may take
+    /// Each broker is heard over a connection of its own: a copy may be heard before what it is a copy of.
+    static constexpr moment_t disorder{2000};
 
     explicit awaited_t(int brokers) : count(brokers), pairs(brokers * brokers) {}
 
     /// A node at a broker has said something that bridges carry.
     void said(moment_t now, int at);
     /// Something that was said at one broker has arrived at another.
-    void arrived(int from, int at);
+    void arrived(moment_t now, int from, int at);
     /// A broker is listened to, or not any more. What was said meanwhile is not awaited there.
     void setListening(int broker, bool on);
 
@@ -27,8 +29,9 @@ public:
 
 private:
     struct pair_t {
-        int packets = 0;
+        int packets = 0;               ///< since something arrived, and the disorder after it
         moment_t since = house::never; ///< when there were enough
+        moment_t arrived = house::never;
     };
     [[nodiscard]] const pair_t& of(int from, int at) const { return pairs[from * count + at]; }
 

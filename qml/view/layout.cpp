@@ -241,6 +241,13 @@ QPointF edgeOf(const QRectF& mark, const QPointF& towards)
     return mark.center() + way / beyond;
 }
 
+/// On whole pixels, or thin lines are blurred. What does not overlap before does not afterwards.
+QRectF sharp(const QRectF& place)
+{
+    return {QPointF(std::round(place.left()), std::round(place.top())),
+            QPointF(std::round(place.right()), std::round(place.bottom()))};
+}
+
 } // namespace
 
 layout_t layoutOf(const scene_t& scene, const QSizeF& size)
@@ -267,7 +274,11 @@ layout_t layoutOf(const scene_t& scene, const QSizeF& size)
     }
     const QVector<QRectF> areas = regions(weights, size);
     for (int i = 0; i < count; ++i) {
-        layout.brokers << region_t(areas[i], nodes[i]).place(&layout.nodes);
+        const broker_place_t place = region_t(areas[i], nodes[i]).place(&layout.nodes);
+        layout.brokers << broker_place_t{sharp(place.area), sharp(place.mark)};
+    }
+    for (node_place_t& place : layout.nodes) {
+        place = {sharp(place.mark), sharp(place.label)};
     }
     for (const scene_line_t& line : scene.lines) {
         const QRectF& from = layout.brokers[line.from].mark;

@@ -94,6 +94,14 @@ int stepOf(qint64 before, qint64 now, bool isFresh)
     return isFresh && now > before ? 1 : 0;
 }
 
+QString titleOf(const QVector<tools::connection_t>& connections)
+{
+    const QString& installation = connections.first().installationId;
+    const QString where =
+        connections.size() == 1 ? connections.first().name() : picture_t::tr("%1 brokers").arg(connections.size());
+    return installation.isEmpty() ? where : picture_t::tr("%1 at %2").arg(installation, where);
+}
+
 } // namespace
 
 picture_t::picture_t(QObject* parent)
@@ -148,12 +156,8 @@ void picture_t::watch(const QVector<tools::connection_t>& connections, bool isGu
 {
     empty();
     setBlank(isGuess);
-    QStringList names;
-    for (const tools::connection_t& one : connections) {
-        names << one.name();
-    }
     hasRecording = false;
-    titleText = harmless(names.join(QStringLiteral(", ")));
+    titleText = harmless(titleOf(connections));
     Q_EMIT titleChanged();
     QMetaObject::invokeMethod(
         watcher, [worker = watcher, number = generation, connections] { worker->watch(number, connections); });

@@ -307,7 +307,7 @@ void survey_t::inside_t::packet(moment_t now, int source, const QString& topic, 
                 awaited.said(now, source);
             }
         } else if (const auto home = homes.constFind(node->id); home != homes.constEnd() && home->source != source) {
-            awaited.arrived(home->source, source);
+            awaited.arrived(now, home->source, source);
         }
     }
     if (whole.revision() != revision) {
