@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+// The house: brokers in their regions, the bridges between them, and the nodes around each.
+import QtQuick 2.15
+import "."
+
+FocusScope {
+    id: canvas
+
+    readonly property int count: areas.count
+    property var hovered: null
+
+    // What can be pointed at, with its place; made anew for each look, since all of it moves.
+    function things() {
+        const found = []
+        for (let i = 0; i < nodes.count; ++i) {
+            const node = nodes.itemAt(i)
+            found.push({kind: "node", id: node.nodeId, x: node.posX, y: node.posY, reach: Math.max(14, node.size / 2 + 4),
+                        tip: node.nodeId, current: node.isSelected})
+        }
+        for (let i = 0; i < boxes.count; ++i) {
+            const box = boxes.itemAt(i)
+            found.push({kind: "broker", id: box.name, x: box.posX, y: box.posY, reach: 34, tip: areas.itemAt(i).words,
+                        current: box.isSelected})
+        }
+        for (let i = 0; i < labels.count; ++i) {
+            const label = labels.itemAt(i)
+            found.push({kind: "line", id: label.lineId, x: label.labelX, y: label.labelY, reach: 24,
+                        tip: label.words, current: label.isSelected})
+        }
+        return found
+    }
+    function at(x, y) {
+        let best = null
+        let distance = Infinity
+        for (const thing of things()) {
+            const away = Math.hypot(thing.x - x, thing.y - y) - thing.reach
+            if (away < Math.min(distance, 4)) {
+                best = thing
+                distance = away
+            }
+        }
+        return best
+    }
+    // The nearest in a direction from what is selected.
+    function step(dx, dy) {
+        const all = things()
+        const from = all.find(thing => thing.current)
+        let best = from ? null : all[0]
+        let shortest = Infinity
+        for (const thing of from ? all : []) {
+            const ahead = (thing.x - from.x) * dx + (thing.y - from.y) * dy
+            const aside = Math.abs((thing.x - from.x) * dy) + Math.abs((thing.y - from.y) * dx)
+            if (ahead > 1 && ahead + 2 * aside < shortest) {
+                best = thing
+                shortest = ahead + 2 * aside
+            }
+        }
+        if (best)
+            picture.select(best.kind, best.id)
+    }
+
+    activeFocusOnTab: true
+    Keys.onLeftPressed: step(-1, 0)
+    Keys.onRightPressed: step(1, 0)
+    Keys.onUpPressed: step(0, -1)
+    Keys.onDownPressed: step(0, 1)
+    Accessible.role: Accessible.Graphic
+    Accessible.name: qsTr("The house")
+
+    Binding { target: picture; property: "viewWidth"; value: canvas.width }
+    Binding { target: picture; property: "viewHeight"; value: canvas.height }
+
+    Repeater {
+        id: areas
+        model: picture.brokers
+        BrokerArea {}
+    }
+    Repeater {
+        model: picture.lines
+        BridgeLine {}
+    }
+    Repeater {
+        model: picture.nodes
+        NodeLine {}
+    }
+    Repeater {
+        id: boxes
+        model: picture.brokers
+        BrokerBox {}
+    }
+    Repeater {
+        id: labels
+        model: picture.lines
+        BridgeLabel {}
+    }
+    Repeater {
+        id: nodes
+        model: picture.nodes
+        NodeItem {}
+    }
+    Text {
+        anchors.centerIn: parent
+        width: Math.min(parent.width - 40, 480)
+        visible: areas.count > 0 && nodes.count === 0 && !picture.blank
+        text: picture.loading ? qsTr("Reading the recording…") : ""
+        textFormat: Text.PlainText
+        color: Theme.quiet
+        font.pixelSize: Theme.medium
+        horizontalAlignment: Text.AlignHCenter
+        wrapMode: Text.WordWrap
+    }
+    MouseArea {
+        anchors.fill: parent
+        hoverEnabled: true
+        cursorShape: canvas.hovered ? Qt.PointingHandCursor : Qt.ArrowCursor
+        onPositionChanged: mouse => canvas.hovered = canvas.at(mouse.x, mouse.y)
+        onExited: canvas.hovered = null
+        onPressed: canvas.forceActiveFocus()
+        onClicked: mouse => {
+            const thing = canvas.at(mouse.x, mouse.y)
+            canvas.hovered = null
+            picture.select(thing ? thing.kind : "", thing ? thing.id : "")
+        }
+    }
+    Tip {
+        text: canvas.hovered ? canvas.hovered.tip : ""
+        atX: canvas.hovered ? canvas.hovered.x : 0
+        atY: canvas.hovered ? canvas.hovered.y : 0
+    }
+    Rectangle {
+        anchors.fill: parent
+        visible: canvas.activeFocus && window.byKeyboard
+        color: "transparent"
+        border { color: Theme.text; width: 2 }
+    }
+}

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+// One direction of a bridge: a line from left to right with an arrow head, and the dots that travel along it.
+// Whoever uses it turns it to where it leads.
+import QtQuick 2.15
+import "."
+
+Item {
+    id: lane
+
+    property string way: "unknown"
+    property int pulse: 0
+    property bool isSelected: false
+
+    readonly property bool broken: way === "down" || way === "missing"
+    readonly property color color: broken ? Theme.bad : way === "up" ? Theme.accent : Theme.line
+    readonly property int thickness: isSelected ? 4 : 2
+
+    onPulseChanged: if (!travel.running) travel.start()
+
+    height: 0
+
+    Rectangle {
+        y: -height / 2
+        width: parent.width
+        height: lane.thickness
+        visible: lane.way === "up"
+        color: lane.color
+    }
+    Repeater { // dashes
+        model: lane.way === "up" ? 0 : Math.floor((lane.width + 8) / 16)
+        Rectangle {
+            x: index * 16
+            y: -height / 2
+            width: lane.way === "unknown" ? 3 : 8
+            height: lane.thickness
+            color: lane.color
+        }
+    }
+    Repeater { // the head
+        model: [40, -40]
+        Rectangle {
+            x: lane.width * 0.7 - width
+            y: -height / 2
+            width: 12
+            height: 3
+            color: lane.color
+            transformOrigin: Item.Right
+            rotation: modelData
+        }
+    }
+    Rectangle {
+        id: dot
+        y: -4
+        width: 8
+        height: 8
+        color: Theme.packet
+        visible: travel.running
+    }
+    NumberAnimation {
+        id: travel
+        target: dot
+        property: "x"
+        from: 0
+        to: lane.width
+        duration: 600
+    }
+}
