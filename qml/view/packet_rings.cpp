@@ -24,8 +24,9 @@ void packet_rings_t::add(moment_t moment, const QString& id, const QString& topi
                          bool retain)
 {
     // Hidden before it is cut: half of a password could be the rest.
-    QByteArray shown = payload;
-    tools::hideSecrets(shown);
+    tools::packet_t hidden{0, topic, payload, qos, retain};
+    tools::hideSecrets(hidden);
+    const QByteArray& shown = hidden.payload;
     ring_packet_t packet;
     packet.serial = ++serial;
     packet.moment = moment;
