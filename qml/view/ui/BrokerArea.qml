@@ -27,10 +27,10 @@ Rectangle {
     }
     readonly property string words: word ? name + "\n" + word : name
 
-    x: areaX
-    y: areaY
-    width: areaW
-    height: areaH
+    x: areaX + 2
+    y: areaY + 2
+    width: areaW - 4
+    height: areaH - 4
     radius: 12
     color: Theme.card
     border.color: isSelected ? Theme.accent : condition === "lost" ? Theme.bad : Theme.faint

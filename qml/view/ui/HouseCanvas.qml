@@ -8,6 +8,8 @@ FocusScope {
 
     readonly property int count: areas.count
     property var hovered: null
+    property bool selectedRight: false // what is selected stands in the right half
+    property bool byKeyboard: false    // a frame helps only those who use it
 
     // What can be pointed at, with its place; made anew for each look, since all of it moves.
     function things() {
@@ -56,10 +58,16 @@ FocusScope {
             }
         }
         if (best)
-            picture.select(best.kind, best.id)
+            choose(best)
+    }
+    function choose(thing) {
+        selectedRight = thing !== null && thing.x > width / 2
+        picture.select(thing ? thing.kind : "", thing ? thing.id : "")
     }
 
     activeFocusOnTab: true
+    onActiveFocusChanged: byKeyboard = activeFocus
+    Keys.onPressed: byKeyboard = true
     Keys.onLeftPressed: step(-1, 0)
     Keys.onRightPressed: step(1, 0)
     Keys.onUpPressed: step(0, -1)
@@ -99,10 +107,11 @@ FocusScope {
         NodeItem {}
     }
     Text {
-        anchors.centerIn: parent
-        width: Math.min(parent.width - 40, 480)
-        visible: areas.count > 0 && nodes.count === 0 && !picture.blank
-        text: picture.loading ? qsTr("Reading the recording…") : ""
+        anchors { bottom: parent.bottom; bottomMargin: 16; horizontalCenter: parent.horizontalCenter }
+        width: Math.min(parent.width - 40, 560)
+        visible: nodes.count === 0 && picture.alarm === "" && !picture.loading
+        text: picture.recording ? qsTr("Nobody has spoken yet at this moment of the recording.")
+                                : qsTr("Nobody has spoken yet. A node appears with the first that it says.")
         textFormat: Text.PlainText
         color: Theme.quiet
         font.pixelSize: Theme.medium
@@ -115,11 +124,14 @@ FocusScope {
         cursorShape: canvas.hovered ? Qt.PointingHandCursor : Qt.ArrowCursor
         onPositionChanged: mouse => canvas.hovered = canvas.at(mouse.x, mouse.y)
         onExited: canvas.hovered = null
-        onPressed: canvas.forceActiveFocus()
+        onPressed: {
+            canvas.forceActiveFocus()
+            canvas.byKeyboard = false
+        }
         onClicked: mouse => {
             const thing = canvas.at(mouse.x, mouse.y)
             canvas.hovered = null
-            picture.select(thing ? thing.kind : "", thing ? thing.id : "")
+            canvas.choose(thing)
         }
     }
     Tip {
@@ -129,7 +141,7 @@ FocusScope {
     }
     Rectangle {
         anchors.fill: parent
-        visible: canvas.activeFocus && window.byKeyboard
+        visible: canvas.activeFocus && canvas.byKeyboard
         color: "transparent"
         border { color: Theme.text; width: 2 }
     }
