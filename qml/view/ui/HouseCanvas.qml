@@ -21,7 +21,7 @@ FocusScope {
         }
         for (let i = 0; i < boxes.count; ++i) {
             const box = boxes.itemAt(i)
-            found.push({kind: "broker", id: box.name, x: box.posX, y: box.posY, reach: 34, tip: areas.itemAt(i).words,
+            found.push({kind: "broker", id: box.name, x: box.posX, y: box.posY, reach: 34, tip: titles.itemAt(i).words,
                         current: box.isSelected})
         }
         for (let i = 0; i < labels.count; ++i) {
@@ -92,6 +92,11 @@ FocusScope {
         NodeLine {}
     }
     Repeater {
+        id: titles
+        model: picture.brokers
+        BrokerTitle {}
+    }
+    Repeater {
         id: boxes
         model: picture.brokers
         BrokerBox {}
@@ -106,17 +111,31 @@ FocusScope {
         model: picture.nodes
         NodeItem {}
     }
-    Text {
-        anchors { bottom: parent.bottom; bottomMargin: 16; horizontalCenter: parent.horizontalCenter }
-        width: Math.min(parent.width - 40, 560)
-        visible: nodes.count === 0 && picture.alarm === "" && !picture.loading
-        text: picture.recording ? qsTr("Nobody has spoken yet at this moment of the recording.")
-                                : qsTr("Nobody has spoken yet. A node appears with the first that it says.")
-        textFormat: Text.PlainText
-        color: Theme.quiet
-        font.pixelSize: Theme.medium
-        horizontalAlignment: Text.AlignHCenter
-        wrapMode: Text.WordWrap
+    Rectangle {
+        anchors { bottom: parent.bottom; bottomMargin: 8; horizontalCenter: parent.horizontalCenter }
+        width: notice.width + 24
+        height: notice.height + 12
+        visible: notice.text !== ""
+        radius: 8
+        color: Theme.raised
+        border { color: Theme.faint; width: 1 }
+
+        Text {
+            id: notice
+            objectName: "notice"
+            x: 12
+            y: 6
+            width: Math.min(implicitWidth, canvas.width - 60)
+            text: picture.notice || (nodes.count > 0 || picture.alarm !== "" || picture.loading ? ""
+                : picture.recording ? qsTr("Nobody has spoken yet at this moment of the recording.")
+                                    : qsTr("Nobody has spoken yet. A node appears with the first that it says."))
+            textFormat: Text.PlainText
+            color: Theme.text
+            font.pixelSize: Theme.small
+            wrapMode: Text.WrapAtWordBoundaryOrAnywhere
+            maximumLineCount: 3
+            elide: Text.ElideRight
+        }
     }
     MouseArea {
         anchors.fill: parent
