@@ -24,6 +24,7 @@ Rectangle {
     y: labelY - height / 2
     width: Math.max(36, caption.implicitWidth + 16)
     height: 20
+    visible: text !== ""
     radius: 10
     color: broken ? Theme.badCard : Theme.raised
     border.color: isSelected ? Theme.text : broken ? Theme.bad : Theme.faint

@@ -10,18 +10,18 @@ Item {
     Repeater {
         model: 3
         Rectangle { // half of it is hidden behind the rim
-            width: crown.width * 0.3
-            height: width
-            x: crown.width * (0.05 + 0.3 * index)
-            y: crown.height * (index === 1 ? 0.06 : 0.2)
+            width: crown.width * 0.24
+            height: index === 1 ? width * 1.3 : width
+            x: crown.width * (0.05 + 0.33 * index)
+            y: crown.height * 0.5 - height * 0.6
             color: crown.color
             rotation: 45
         }
     }
     Rectangle {
-        y: crown.height * 0.46
+        y: crown.height * 0.52
         width: crown.width
-        height: crown.height * 0.44
+        height: crown.height * 0.36
         color: crown.color
     }
 }

@@ -8,6 +8,8 @@ FocusScope {
 
     readonly property int count: areas.count
     property var hovered: null
+    property bool selectedRight: false // what is selected stands in the right half
+    property bool byKeyboard: false    // a frame helps only those who use it
 
     // What can be pointed at, with its place; made anew for each look, since all of it moves.
     function things() {
@@ -19,7 +21,7 @@ FocusScope {
         }
         for (let i = 0; i < boxes.count; ++i) {
             const box = boxes.itemAt(i)
-            found.push({kind: "broker", id: box.name, x: box.posX, y: box.posY, reach: 34, tip: areas.itemAt(i).words,
+            found.push({kind: "broker", id: box.name, x: box.posX, y: box.posY, reach: 34, tip: titles.itemAt(i).words,
                         current: box.isSelected})
         }
         for (let i = 0; i < labels.count; ++i) {
@@ -56,10 +58,16 @@ FocusScope {
             }
         }
         if (best)
-            picture.select(best.kind, best.id)
+            choose(best)
+    }
+    function choose(thing) {
+        selectedRight = thing !== null && thing.x > width / 2
+        picture.select(thing ? thing.kind : "", thing ? thing.id : "")
     }
 
     activeFocusOnTab: true
+    onActiveFocusChanged: byKeyboard = activeFocus
+    Keys.onPressed: byKeyboard = true
     Keys.onLeftPressed: step(-1, 0)
     Keys.onRightPressed: step(1, 0)
     Keys.onUpPressed: step(0, -1)
@@ -84,6 +92,11 @@ FocusScope {
         NodeLine {}
     }
     Repeater {
+        id: titles
+        model: picture.brokers
+        BrokerTitle {}
+    }
+    Repeater {
         id: boxes
         model: picture.brokers
         BrokerBox {}
@@ -98,16 +111,31 @@ FocusScope {
         model: picture.nodes
         NodeItem {}
     }
-    Text {
-        anchors.centerIn: parent
-        width: Math.min(parent.width - 40, 480)
-        visible: areas.count > 0 && nodes.count === 0 && !picture.blank
-        text: picture.loading ? qsTr("Reading the recording…") : ""
-        textFormat: Text.PlainText
-        color: Theme.quiet
-        font.pixelSize: Theme.medium
-        horizontalAlignment: Text.AlignHCenter
-        wrapMode: Text.WordWrap
+    Rectangle {
+        anchors { bottom: parent.bottom; bottomMargin: 8; horizontalCenter: parent.horizontalCenter }
+        width: notice.width + 24
+        height: notice.height + 12
+        visible: notice.text !== ""
+        radius: 8
+        color: Theme.raised
+        border { color: Theme.faint; width: 1 }
+
+        Text {
+            id: notice
+            objectName: "notice"
+            x: 12
+            y: 6
+            width: Math.min(implicitWidth, canvas.width - 60)
+            text: picture.notice || (nodes.count > 0 || picture.alarm !== "" || picture.loading ? ""
+                : picture.recording ? qsTr("Nobody has spoken yet at this moment of the recording.")
+                                    : qsTr("Nobody has spoken yet. A node appears with the first that it says."))
+            textFormat: Text.PlainText
+            color: Theme.text
+            font.pixelSize: Theme.small
+            wrapMode: Text.WrapAtWordBoundaryOrAnywhere
+            maximumLineCount: 3
+            elide: Text.ElideRight
+        }
     }
     MouseArea {
         anchors.fill: parent
@@ -115,11 +143,14 @@ FocusScope {
         cursorShape: canvas.hovered ? Qt.PointingHandCursor : Qt.ArrowCursor
         onPositionChanged: mouse => canvas.hovered = canvas.at(mouse.x, mouse.y)
         onExited: canvas.hovered = null
-        onPressed: canvas.forceActiveFocus()
+        onPressed: {
+            canvas.forceActiveFocus()
+            canvas.byKeyboard = false
+        }
         onClicked: mouse => {
             const thing = canvas.at(mouse.x, mouse.y)
             canvas.hovered = null
-            picture.select(thing ? thing.kind : "", thing ? thing.id : "")
+            canvas.choose(thing)
         }
     }
     Tip {
@@ -129,7 +160,7 @@ FocusScope {
     }
     Rectangle {
         anchors.fill: parent
-        visible: canvas.activeFocus && window.byKeyboard
+        visible: canvas.activeFocus && canvas.byKeyboard
         color: "transparent"
         border { color: Theme.text; width: 2 }
     }

@@ -15,7 +15,10 @@ Item {
     readonly property color color: broken ? Theme.bad : way === "up" ? Theme.accent : Theme.line
     readonly property int thickness: isSelected ? 4 : 2
 
-    onPulseChanged: if (!travel.running) travel.start()
+    property bool ready: false // what passed before it stood in its place is not shown
+
+    onPulseChanged: if (ready && !travel.running) travel.start()
+    Component.onCompleted: ready = true
 
     height: 0
 

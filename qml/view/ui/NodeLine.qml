@@ -14,7 +14,10 @@ Item {
     required property bool isSelected
     required property int pulse
 
-    onPulseChanged: if (!travel.running && presence !== "gone") travel.start()
+    property bool ready: false // what passed before it stood in its place is not shown
+
+    onPulseChanged: if (ready && !travel.running && presence !== "gone") travel.start()
+    Component.onCompleted: ready = true
 
     Rectangle {
         x: line.posX

@@ -13,7 +13,7 @@ Rectangle {
     function fill() {
         picture.fillRates(rates)
         picture.fillRoundTrips(trips)
-        empty = rates.count === 0 && trips.count === 0
+        empty = rates.count < 2 && trips.count === 0
     }
 
     objectName: "plot"

@@ -28,7 +28,7 @@ Rectangle {
 
     ColumnLayout {
         anchors.centerIn: parent
-        width: Math.min(parent.width - 32, 560)
+        width: Math.max(280, Math.min(parent.width - 32, 560))
         spacing: 12
 
         Text {
@@ -89,7 +89,7 @@ Rectangle {
             label: qsTr("Installation (empty: all that are heard)")
             onAccepted: page.connect()
         }
-        Flow {
+        RowLayout {
             Layout.fillWidth: true
             Layout.topMargin: 4
             spacing: Theme.gap
@@ -111,6 +111,7 @@ Rectangle {
                 text: qsTr("Cancel")
                 onClicked: page.closed()
             }
+            Item { Layout.fillWidth: true }
         }
     }
 }

@@ -12,6 +12,8 @@ Item {
     readonly property real known: Math.max(0, Math.min(1, (picture.edge.getTime() - begin) / span))
     readonly property bool usable: !isNaN(picture.begin) && !isNaN(picture.end)
 
+    property bool byKeyboard: false // a frame helps only those who use it
+
     function showAt(place) {
         if (usable)
             picture.show(new Date(begin + Math.max(0, Math.min(1, place)) * span))
@@ -23,6 +25,7 @@ Item {
     objectName: "timeline"
     implicitHeight: Theme.touch
     activeFocusOnTab: true
+    onActiveFocusChanged: byKeyboard = activeFocus
     Keys.onLeftPressed: event => move(event.modifiers & Qt.ShiftModifier ? -10 : -1)
     Keys.onRightPressed: event => move(event.modifiers & Qt.ShiftModifier ? 10 : 1)
     Keys.onPressed: event => {
@@ -107,6 +110,7 @@ Item {
         anchors.fill: parent
         onPressed: mouse => {
             line.forceActiveFocus()
+            line.byKeyboard = false
             line.showAt((mouse.x - track.x) / track.width)
         }
         onPositionChanged: mouse => line.showAt((mouse.x - track.x) / track.width)
@@ -114,7 +118,7 @@ Item {
     }
     Rectangle {
         anchors.fill: parent
-        visible: line.activeFocus && window.byKeyboard
+        visible: line.activeFocus && line.byKeyboard
         color: "transparent"
         radius: 6
         border { color: Theme.text; width: 2 }

@@ -17,8 +17,8 @@ RowLayout {
         objectName: "title"
         Layout.fillWidth: true
         Layout.minimumWidth: 80
-        Layout.preferredWidth: bar.small ? 190 : 420
-        Layout.maximumWidth: bar.small ? 190 : 420
+        Layout.preferredWidth: bar.small ? 150 : 360
+        Layout.maximumWidth: picture.alarm === "" ? Infinity : bar.small ? 150 : 360
         text: picture.title
         textFormat: Text.PlainText
         color: Theme.text
@@ -26,17 +26,17 @@ RowLayout {
         elide: Text.ElideMiddle
     }
     Item {
+        visible: picture.alarm !== ""
         Layout.fillWidth: true
         Layout.minimumWidth: 100
         Layout.preferredWidth: 400
-        implicitHeight: 36
+        implicitHeight: 40
 
         Rectangle {
             objectName: "alarm"
             readonly property string text: picture.alarm
             width: Math.min(parent.width, alarm.implicitWidth + 24)
             height: parent.height
-            visible: picture.alarm !== ""
             radius: 8
             color: Theme.badCard
             border { color: Theme.bad; width: 1 }
@@ -47,7 +47,9 @@ RowLayout {
                 text: picture.alarm
                 textFormat: Text.PlainText
                 color: Theme.bad
-                font { pixelSize: Theme.medium; bold: true }
+                font { pixelSize: bar.small ? Theme.small : Theme.medium; bold: true }
+                wrapMode: Text.WordWrap
+                maximumLineCount: 2
                 elide: Text.ElideRight
                 verticalAlignment: Text.AlignVCenter
             }

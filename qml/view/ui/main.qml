@@ -10,8 +10,6 @@ Window {
 
     readonly property bool small: width < 1100 || height < 660
     property bool asking: false // for another house
-    // A frame shows where the keyboard is, but only to those who use it.
-    readonly property bool byKeyboard: keys.used
 
     function openRecording() {
         dialog.active = true
@@ -42,10 +40,6 @@ Window {
             else
                 controls.sheet = ""
         }
-    }
-    QtObject {
-        id: keys
-        property bool used: true
     }
     Loader { // so that the picture also comes up where there is no dialog
         id: dialog
@@ -81,6 +75,7 @@ Window {
                 Layout.fillWidth: true
                 Layout.fillHeight: true
                 HouseCanvas {
+                    id: canvas
                     anchors.fill: parent
                     focus: true
                 }
@@ -91,8 +86,9 @@ Window {
                     active: window.small && controls.sheet !== ""
                     source: controls.sheet === "plot" ? "Plot.qml" : "EventList.qml"
                 }
-                Details {
-                    anchors { right: parent.right; top: parent.top; bottom: parent.bottom }
+                Details { // on the side where it does not hide what it speaks of
+                    x: canvas.selectedRight ? 0 : parent.width - width
+                    height: parent.height
                     width: Math.min(parent.width, 360)
                     visible: window.small && picture.selected !== ""
                 }
