@@ -15,6 +15,8 @@ Rectangle {
     required property real labelY
     required property bool isSelected
 
+    property bool plain: false // one of many: only what is broken or selected is said
+
     readonly property string lineId: model.lineId || String(names)
     readonly property string words: String(names)
     readonly property bool broken: [there, back].some(way => way === "down" || way === "missing")
@@ -24,7 +26,7 @@ Rectangle {
     y: labelY - height / 2
     width: Math.max(36, caption.implicitWidth + 16)
     height: 20
-    visible: text !== ""
+    visible: text !== "" && (!plain || broken || isSelected)
     radius: 10
     color: broken ? Theme.badCard : Theme.raised
     border.color: isSelected ? Theme.text : broken ? Theme.bad : Theme.faint

@@ -16,8 +16,18 @@ Item {
     required property int pulseThere
     required property int pulseBack
 
+    property bool plain: false
+
     readonly property real angle: Math.atan2(toY - fromY, toX - fromX) * 180 / Math.PI
     readonly property real length: Math.hypot(toX - fromX, toY - fromY)
+
+    // How far a point is from it.
+    function distance(x, y) {
+        const dx = toX - fromX
+        const dy = toY - fromY
+        const along = length > 0 ? Math.max(0, Math.min(1, ((x - fromX) * dx + (y - fromY) * dy) / (length * length))) : 0
+        return Math.hypot(fromX + along * dx - x, fromY + along * dy - y)
+    }
 
     Item {
         x: bridge.fromX
@@ -31,6 +41,7 @@ Item {
             way: bridge.there
             pulse: bridge.pulseThere
             isSelected: bridge.isSelected
+            plain: bridge.plain
         }
         Lane {
             x: bridge.length
@@ -41,6 +52,7 @@ Item {
             way: bridge.back
             pulse: bridge.pulseBack
             isSelected: bridge.isSelected
+            plain: bridge.plain
         }
     }
 }

@@ -6,7 +6,7 @@ import "."
 FocusScope {
     id: canvas
 
-    readonly property int count: areas.count
+    readonly property bool crowded: bridges.count > 6
     property var hovered: null
     property bool selectedRight: false // what is selected stands in the right half
     property bool byKeyboard: false    // a frame helps only those who use it
@@ -26,8 +26,8 @@ FocusScope {
         }
         for (let i = 0; i < labels.count; ++i) {
             const label = labels.itemAt(i)
-            found.push({kind: "line", id: label.lineId, x: label.labelX, y: label.labelY, reach: 24,
-                        tip: label.words, current: label.isSelected})
+            found.push({kind: "line", id: label.lineId, x: label.labelX, y: label.labelY, reach: 18,
+                        tip: label.words, current: label.isSelected, line: bridges.itemAt(i)})
         }
         return found
     }
@@ -35,7 +35,8 @@ FocusScope {
         let best = null
         let distance = Infinity
         for (const thing of things()) {
-            const away = Math.hypot(thing.x - x, thing.y - y) - thing.reach
+            const label = Math.hypot(thing.x - x, thing.y - y) - thing.reach
+            const away = thing.line ? Math.min(label, thing.line.distance(x, y) - 4) : label
             if (away < Math.min(distance, 4)) {
                 best = thing
                 distance = away
@@ -66,7 +67,8 @@ FocusScope {
     }
 
     activeFocusOnTab: true
-    onActiveFocusChanged: byKeyboard = activeFocus
+    onActiveFocusChanged: if (!activeFocus) byKeyboard = false
+    Keys.onReleased: byKeyboard = true // that of Tab as well
     Keys.onPressed: byKeyboard = true
     Keys.onLeftPressed: step(-1, 0)
     Keys.onRightPressed: step(1, 0)
@@ -84,17 +86,18 @@ FocusScope {
         BrokerArea {}
     }
     Repeater {
+        id: bridges
         model: picture.lines
-        BridgeLine {}
+        BridgeLine { plain: canvas.crowded }
     }
     Repeater {
         model: picture.nodes
         NodeLine {}
     }
     Repeater {
-        id: titles
-        model: picture.brokers
-        BrokerTitle {}
+        id: labels
+        model: picture.lines
+        BridgeLabel { plain: canvas.crowded }
     }
     Repeater {
         id: boxes
@@ -102,9 +105,9 @@ FocusScope {
         BrokerBox {}
     }
     Repeater {
-        id: labels
-        model: picture.lines
-        BridgeLabel {}
+        id: titles
+        model: picture.brokers
+        BrokerTitle {}
     }
     Repeater {
         id: nodes

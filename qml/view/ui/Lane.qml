@@ -10,10 +10,11 @@ Item {
     property string way: "unknown"
     property int pulse: 0
     property bool isSelected: false
+    property bool plain: false // one of many: only what is broken or selected stands out
 
     readonly property bool broken: way === "down" || way === "missing"
-    readonly property color color: broken ? Theme.bad : way === "up" ? Theme.accent : Theme.line
-    readonly property int thickness: isSelected ? 4 : 2
+    readonly property color color: broken ? Theme.bad : way === "up" && (isSelected || !plain) ? Theme.accent : Theme.line
+    readonly property int thickness: isSelected ? 4 : plain && !broken ? 1 : 2
 
     property bool ready: false // what passed before it stood in its place is not shown
 

@@ -5,5 +5,5 @@ import QtQuick.Dialogs 1.3
 
 FileDialog {
     title: qsTr("Open a recording")
-    nameFilters: [qsTr("Recordings (*.ndjson *.jsonl *.rec *.flo)"), qsTr("All files (*)")]
+    nameFilters: [qsTr("Recordings (*.rec)"), qsTr("All files (*)")]
 }

@@ -15,8 +15,8 @@ Rectangle {
     function connect() {
         if (!ready.enabled)
             return
-        picture.connectTo(host.text.trim(), Number(port.text), installation.text.trim())
-        closed()
+        if (picture.connectTo(host.text.trim(), Number(port.text), installation.text.trim()))
+            closed()
     }
 
     objectName: "start"

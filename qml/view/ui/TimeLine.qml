@@ -25,7 +25,8 @@ Item {
     objectName: "timeline"
     implicitHeight: Theme.touch
     activeFocusOnTab: true
-    onActiveFocusChanged: byKeyboard = activeFocus
+    onActiveFocusChanged: if (!activeFocus) byKeyboard = false
+    Keys.onReleased: byKeyboard = true // that of Tab as well
     Keys.onLeftPressed: event => move(event.modifiers & Qt.ShiftModifier ? -10 : -1)
     Keys.onRightPressed: event => move(event.modifiers & Qt.ShiftModifier ? 10 : 1)
     Keys.onPressed: event => {
