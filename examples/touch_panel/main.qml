@@ -41,10 +41,10 @@ Window {
         configuration: houseConfiguration
         clientId: houseClientId
         onMasterFound: {
-            window.unanswered = false
             window.ask({})
             window.watched(request("realtime"))
         }
+        onMasterLost: window.unanswered = false // there is nobody to answer
         onStatusReceived: if (!kept) window.unanswered = false // an answer that comes late is one
     }
     Timer { // what was measured is soon stale, and a master that is silent shows itself
