@@ -1,157 +1,233 @@
 // SPDX-License-Identifier: MIT
-// What somebody in front of a window would complain about: text that is cut off or written over other text, buttons
-// that lie on each other or are too small for a finger.
+// Looks at a picture made of Qt Quick items as a person would: can everything be read, can everything be touched? It
+// knows items by their class and their properties, and no program.
 #pragma once
 
-#include <QtCore/QStringList>
 #include <QtCore/QVector>
 #include <QtGui/QColor>
 #include <QtQuick/QQuickItem>
-#include <QtQuick/QQuickWindow>
 
 #include <algorithm>
 
-/// Looks at all items that can be seen. Text that was told to elide may be shortened; what a list has scrolled away is
-/// not looked at.
-class layout_check_t {
-public:
-    static constexpr double smallest = 28; ///< side of what a finger meets, in pixels
-    static constexpr double card = 80; ///< from this size on, what is painted over other things is meant to hide them
+namespace layout {
 
-    /// In words, one for each fault; empty: good.
-    static QStringList faultsIn(QQuickWindow& window)
+/// Whether a text may be cut off where it says so with its property "elide".
+enum elision_t { mayElide, mustBeWhole };
+
+/// Walks what is visible in the order in which it is painted.
+class check_t {
+public:
+    check_t(QQuickItem& root, elision_t elision) : root(root), elision(elision)
     {
-        layout_check_t check;
-        check.look(window.contentItem(), QRectF(0, 0, window.width(), window.height()));
-        check.compare(check.texts, "is written over", false);
-        check.compare(check.buttons, "lies on", true);
-        return check.faults;
+        walk(root, 1);
+        compare();
     }
+    QStringList faults;
 
 private:
-    struct seen_t {
+    static constexpr qreal tolerance = 1; ///< pixels
+    static constexpr qreal finger = 28;   ///< the least width and height of what is touched
+
+    enum kind_t { text, touched, cover };
+    struct piece_t {
+        kind_t kind;
         QQuickItem* item;
-        QRectF place; ///< in the window, as far as it is seen
+        QString name;
+        QRectF shown; ///< in the root, without what others clip
     };
 
-    static QString nameOf(const QQuickItem* item)
+    void walk(QQuickItem& item, qreal opacity)
     {
-        const QString text = item->property("text").toString();
-        const QString name = item->objectName();
-        const QByteArray kind = item->metaObject()->className();
-        return u'"' + (text.isEmpty() ? (name.isEmpty() ? QString::fromLatin1(kind) : name) : text) + u'"';
-    }
-    static bool isText(const QQuickItem* item)
-    {
-        return item->metaObject()->indexOfProperty("contentWidth") >= 0 && !item->inherits("QQuickFlickable") &&
-               !item->property("text").toString().isEmpty();
-    }
-    /// Where the glyphs are, in the item.
-    static QRectF inkOf(const QQuickItem* item)
-    {
-        const double width = item->property("contentWidth").toDouble();
-        const double height = item->property("contentHeight").toDouble();
-        const int across = item->property("effectiveHorizontalAlignment").toInt();
-        const int down = item->property("verticalAlignment").toInt();
-        const double x = across & Qt::AlignRight     ? item->width() - width
-                         : across & Qt::AlignHCenter ? (item->width() - width) / 2
-                                                     : 0;
-        const double y = down & Qt::AlignBottom    ? item->height() - height
-                         : down & Qt::AlignVCenter ? (item->height() - height) / 2
-                                                   : 0;
-        return {x, y, width, height};
-    }
-    static bool isWithin(const QRectF& outer, const QRectF& inner)
-    {
-        return outer.adjusted(-1, -1, 1, 1).contains(inner);
-    }
-
-    // In the order in which all is painted.
-    void look(QQuickItem* item, QRectF view)
-    {
-        if (!item->isVisible() || item->opacity() == 0) {
+        opacity *= item.opacity();
+        if (!item.isVisible() || opacity <= 0) {
             return;
         }
-        const QRectF place = item->mapRectToScene(QRectF(0, 0, item->width(), item->height()));
-        if (isText(item)) {
-            lookAtText(item, view);
-        } else if (item->inherits("QQuickMouseArea") || item->inherits("QQuickAbstractButton")) {
-            lookAtButton(item, place & view);
-        } else if (item->inherits("QQuickRectangle")) {
-            cover(*item, place & view);
-        }
-        if (item->clip()) {
-            view &= place;
-        }
-        const bool wasScrolling = isScrolling;
-        isScrolling = isScrolling || (item->clip() && item->inherits("QQuickFlickable"));
-        QList<QQuickItem*> children = item->childItems();
+        QList<QQuickItem*> children = item.childItems();
         std::stable_sort(children.begin(), children.end(),
-                         [](const auto* left, const auto* right) { return left->z() < right->z(); });
-        for (QQuickItem* const child : qAsConst(children)) {
-            look(child, view);
-        }
-        isScrolling = wasScrolling;
+                         [](auto* one, auto* other) { return one->z() < other->z(); });
+        const auto above = std::find_if(children.begin(), children.end(), [](auto* child) { return child->z() >= 0; });
+        std::for_each(children.begin(), above, [&](auto* child) { walk(*child, opacity); });
+        look(item, opacity);
+        std::for_each(above, children.end(), [&](auto* child) { walk(*child, opacity); });
     }
 
-    void cover(const QQuickItem& item, const QRectF& place)
+    void look(QQuickItem& item, qreal opacity)
     {
-        const bool hides =
-            item.property("color").value<QColor>().alpha() == 255 && place.width() >= card && place.height() >= card;
-        const auto isHidden = [&](const seen_t& seen) { return hides && place.intersects(seen.place); };
-        texts.erase(std::remove_if(texts.begin(), texts.end(), isHidden), texts.end());
+        const QRectF whole(0, 0, item.width(), item.height());
+        if (item.property("contentWidth").isValid() && !item.property("text").toString().isEmpty()) {
+            const QString name = nameOf(item);
+            add(text, item, name, paintedIn(item, name));
+        } else if (isTouched(item)) {
+            const QString name = QStringLiteral("button %1").arg(nameOf(item));
+            const QSizeF size = boundsOf(item).size();
+            if (size.width() < finger || size.height() < finger) {
+                tell(QStringLiteral("%1 is too small for a finger: %2 x %3"), name, size);
+            }
+            add(touched, item, name, whole);
+        } else if (item.inherits("QQuickRectangle") && opacity >= 1 &&
+                   item.property("color").value<QColor>().alpha() == 255) {
+            pieces << piece_t{cover, &item, {}, shownOf(item, boundsOf(item), nullptr)};
+        }
     }
 
-    void lookAtButton(QQuickItem* item, const QRectF& place)
+    static bool isTouched(const QQuickItem& item)
     {
-        if (!item->isEnabled() || place.isEmpty()) {
-            return;
+        if (item.inherits("QQuickMouseArea")) {
+            return item.isEnabled() && item.property("acceptedButtons").toInt() != Qt::NoButton;
         }
-        if (!isScrolling && (place.width() < smallest || place.height() < smallest)) {
-            faults << nameOf(item) +
-                          QStringLiteral(" is too small for a finger: %1 x %2").arg(place.width()).arg(place.height());
-        }
-        buttons.append({item, place});
+        const QObjectList& parts = item.children();
+        return item.inherits("QQuickAbstractButton") || item.inherits("QQuickSlider") ||
+               item.inherits("QQuickComboBox") ||
+               std::any_of(parts.begin(), parts.end(), [](auto* part) { return part->inherits("QQuickTapHandler"); });
     }
 
-    void lookAtText(QQuickItem* item, const QRectF& view)
+    static QString nameOf(const QQuickItem& item)
     {
-        const QRectF ink = inkOf(item);
-        const QRectF place = item->mapRectToScene(ink);
-        const bool mayElide = item->property("elide").toInt() != Qt::ElideNone;
-        if (isScrolling && !isWithin(view, place)) {
-            return;
-        }
-        if (!mayElide && (ink.width() > item->width() + 1 || ink.height() > item->height() + 1 ||
-                          item->property("truncated").toBool())) {
-            faults << nameOf(item) + QStringLiteral(" needs %1 x %2 and has %3 x %4")
-                                         .arg(ink.width())
-                                         .arg(ink.height())
-                                         .arg(item->width())
-                                         .arg(item->height());
-        }
-        if (!isWithin(view, place)) {
-            faults << nameOf(item) + QStringLiteral(" is cut off");
-        }
-        texts.append({item, place & view});
+        const QString words = item.property("text").toString().simplified().left(60);
+        const QString name =
+            item.objectName().isEmpty() ? QString::fromLatin1(item.metaObject()->className()) : item.objectName();
+        return words.isEmpty() ? name : QStringLiteral("\"%1\" (%2)").arg(words, name);
     }
 
-    void compare(const QVector<seen_t>& seen, const char* what, bool mayContain)
+    /// Where the letters of a text are, in its item.
+    QRectF paintedIn(QQuickItem& item, const QString& name)
     {
-        for (int i = 0; i < seen.size(); ++i) {
-            for (int j = i + 1; j < seen.size(); ++j) {
-                const QRectF common = seen.at(i).place & seen.at(j).place;
-                // What lies within another is part of it, or a field on which there is more to do.
-                const bool isPart = common == seen.at(i).place || common == seen.at(j).place;
-                if (!(isPart && mayContain) && common.width() > 1 && common.height() > 1) {
-                    faults << nameOf(seen.at(j).item) + u' ' + QLatin1String(what) + u' ' + nameOf(seen.at(i).item);
+        const auto number = [&](const char* property) { return item.property(property).toReal(); };
+        const QRectF place(number("leftPadding"), number("topPadding"),
+                           item.width() - number("leftPadding") - number("rightPadding"),
+                           item.height() - number("topPadding") - number("bottomPadding"));
+        const QSizeF size(number("contentWidth"), number("contentHeight"));
+        const QVariant elide = item.property("elide");
+        const bool isElided = elide.isValid() && elide.toInt() != Qt::ElideNone;
+        if (item.property("truncated").toBool() && (elision == mustBeWhole || !isElided)) {
+            faults << QStringLiteral("%1 is cut off").arg(name);
+        } else if (size.width() > place.width() + tolerance || size.height() > place.height() + tolerance) {
+            tell(QStringLiteral("%1 is larger than its place: %2 x %3"), name, size);
+        }
+        QRectF painted(place.topLeft(), size);
+        const int across = item.property("effectiveHorizontalAlignment").toInt();
+        const int down = item.property("verticalAlignment").toInt();
+        if ((across & (Qt::AlignRight | Qt::AlignHCenter)) != 0) {
+            painted.moveLeft(place.left() + (place.width() - size.width()) / (across == Qt::AlignRight ? 1 : 2));
+        }
+        if ((down & (Qt::AlignBottom | Qt::AlignVCenter)) != 0) {
+            painted.moveTop(place.top() + (place.height() - size.height()) / (down == Qt::AlignBottom ? 1 : 2));
+        }
+        return painted;
+    }
+
+    void add(kind_t kind, QQuickItem& item, const QString& name, const QRectF& area)
+    {
+        pieces << piece_t{kind, &item, name, shownOf(item, item.mapRectToItem(&root, area), &name)};
+    }
+
+    /// What remains of an area within those that clip. With a name it is a fault when that is not the whole, unless
+    /// the rest can be scrolled to, or when it lies across the edge of a box to which it belongs.
+    QRectF shownOf(const QQuickItem& item, const QRectF& area, const QString* name)
+    {
+        QRectF shown = area;
+        bool scrollsAcross = false;
+        bool scrollsDown = false;
+        bool isCut = false;
+        bool isAcross = false;
+        for (const QQuickItem* at = &item; at != &root;) {
+            at = at->parentItem();
+            if (at->inherits("QQuickFlickable")) {
+                scrollsAcross = scrollsAcross || at->property("contentWidth").toReal() > at->width() + tolerance;
+                scrollsDown = scrollsDown || at->property("contentHeight").toReal() > at->height() + tolerance;
+            }
+            if (at->clip() || at == &root) {
+                const QRectF edge = boundsOf(*at);
+                isCut = isCut ||
+                        (!scrollsAcross &&
+                         (area.left() < edge.left() - tolerance || area.right() > edge.right() + tolerance)) ||
+                        (!scrollsDown &&
+                         (area.top() < edge.top() - tolerance || area.bottom() > edge.bottom() + tolerance));
+                shown &= edge;
+            } else if (!scrollsAcross && !scrollsDown && at->inherits("QQuickRectangle") &&
+                       at->property("color").value<QColor>().alpha() > 0) {
+                const QRectF box = boundsOf(*at);
+                isAcross = isAcross || (isNotable(box & area) && !isWhole(box, area));
+            }
+        }
+        if (isCut && name != nullptr) {
+            tell(QStringLiteral("%1 sticks out: %2 x %3 of it are seen"), *name, shown.size());
+        } else if (isAcross && name != nullptr) {
+            faults << QStringLiteral("%1 lies across the edge of its box").arg(*name);
+        }
+        return shown;
+    }
+
+    QRectF boundsOf(const QQuickItem& item) const
+    {
+        return item.mapRectToItem(&root, QRectF(0, 0, item.width(), item.height()));
+    }
+    static bool isWhole(const QRectF& part, const QRectF& area)
+    {
+        return part.adjusted(-tolerance, -tolerance, tolerance, tolerance).contains(area);
+    }
+    static bool isInPopup(const QQuickItem* item)
+    {
+        while (item != nullptr && !item->inherits("QQuickPopupItem")) {
+            item = item->parentItem();
+        }
+        return item != nullptr;
+    }
+    /// What is laid over a good part of all is meant to hide it: a popup, or a sheet that can be put away.
+    bool isSheet(const piece_t& piece) const
+    {
+        const auto sizeOf = [](const QRectF& area) { return area.width() * area.height(); };
+        return isInPopup(piece.item) || sizeOf(piece.shown) > sizeOf(boundsOf(root)) / 8;
+    }
+    /// An area for the mouse may have buttons on it.
+    static bool isField(const piece_t& lower, const piece_t& upper)
+    {
+        return lower.item->inherits("QQuickMouseArea") && isWhole(lower.shown, upper.shown) &&
+               !isWhole(upper.shown, lower.shown);
+    }
+    static bool isNotable(const QRectF& area) { return area.width() > tolerance && area.height() > tolerance; }
+
+    void compare()
+    {
+        for (int i = 0; i < pieces.size(); ++i) {
+            const piece_t& lower = pieces[i];
+            QVector<QRectF> covers; // painted between the two
+            for (int j = i + 1; lower.kind != cover && j < pieces.size(); ++j) {
+                const piece_t& upper = pieces[j];
+                const QRectF both = lower.shown & upper.shown;
+                if (!isNotable(both) || lower.item->isAncestorOf(upper.item)) {
+                    continue;
+                }
+                if (upper.kind == cover) {
+                    covers << both;
+                    if (lower.kind == text && !isSheet(upper) && !isWhole(both, lower.shown)) {
+                        faults << QStringLiteral("%1 is covered in part").arg(lower.name);
+                    }
+                } else if (upper.kind == lower.kind && !isField(lower, upper) &&
+                           std::none_of(covers.begin(), covers.end(),
+                                        [&](const QRectF& hidden) { return hidden.contains(both); })) {
+                    tell(QStringLiteral("%1 overlap, by %2 x %3"),
+                         QStringLiteral("%1 and %2").arg(lower.name, upper.name), both.size());
                 }
             }
         }
     }
 
-    QVector<seen_t> texts;
-    QVector<seen_t> buttons;
-    QStringList faults;
-    bool isScrolling = false;
+    void tell(const QString& words, const QString& name, const QSizeF& size)
+    {
+        faults << words.arg(name).arg(qRound(size.width())).arg(qRound(size.height()));
+    }
+
+    QQuickItem& root;
+    const elision_t elision;
+    QVector<piece_t> pieces;
 };
+
+/// What cannot be read or touched, in words; empty when all is well. root: what stands for the window, such as
+/// QQuickWindow::contentItem().
+inline QStringList faults(QQuickItem& root, elision_t elision = mayElide)
+{
+    return check_t(root, elision).faults;
+}
+
+} // namespace layout

@@ -9,12 +9,13 @@
 #include <QtCore/QTemporaryDir>
 #include <QtQml/QQmlApplicationEngine>
 #include <QtQml/QQmlContext>
+#include <QtQuick/QQuickWindow>
 #include <QtTest/QtTest>
 
 using comunication::tools::connection_t;
 using comunication::view::picture_t;
 
-class view_face : public QObject {
+class view_test : public QObject {
     Q_OBJECT
 
     QTemporaryDir data;
@@ -84,7 +85,7 @@ class view_face : public QObject {
             window()->resize(size);
             window()->update();
             drawn.wait();
-            for (const QString& fault : layout_check_t::faultsIn(*window())) {
+            for (const QString& fault : layout::faults(*window()->contentItem())) {
                 all += QStringLiteral("%1 at %2 x %3\n").arg(fault).arg(size.width()).arg(size.height());
             }
         }
@@ -192,5 +193,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(view_face)
-#include "view_face.moc"
+QTEST_MAIN(view_test)
+#include "view.moc"
