@@ -19,6 +19,7 @@ constexpr qreal brokerWidth = 64;
 constexpr qreal brokerHeight = 36;
 constexpr qreal serverLabel = 110; // at least, where nodes have labels
 constexpr int mostServers = 4;     // above their broker; more stand beside it, with the panels
+constexpr qreal leastHeight = 120; // of a region that is not alone
 constexpr int weightStep = 8;      // nodes by which a region grows: not with each
 constexpr int leastWeight = 8;
 
@@ -50,7 +51,8 @@ int rowsFor(int count, const QSizeF& size)
             best = rows;
         }
     }
-    return best;
+    // In one row a bridge between the outer ones would run through those in the middle.
+    return best == 1 && count > 2 && size.height() >= 2 * leastHeight ? 2 : best;
 }
 
 /// Divides a length by weights, each part at least half of an equal one.

@@ -14,13 +14,37 @@
 #include <QtQuick/QQuickWindow>
 #include <QtWidgets/QApplication>
 
+#include <algorithm>
+
 using namespace comunication;
+
+namespace {
+
+bool isAsked(int argc, char** argv, const QVector<QByteArray>& options)
+{
+    return std::any_of(argv + 1, argv + argc, [&](const char* argument) { return options.contains(argument); });
+}
+
+bool hasDisplay()
+{
+    return qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY") ||
+           qEnvironmentVariableIsSet("QT_QPA_PLATFORM");
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
     // Without a graphics card OpenGL is computed as well, at three times the cost of Qt's own renderer.
     if (!QFileInfo::exists(QStringLiteral("/dev/dri")) && !qEnvironmentVariableIsSet("QT_QUICK_BACKEND")) {
         qputenv("QT_QUICK_BACKEND", "software");
+    }
+    if (!hasDisplay()) { // Qt would abort
+        if (!isAsked(argc, argv, {"-h", "--help", "--help-all", "-v", "--version"})) {
+            tools::complain(QStringLiteral("There is no display to show a window on (DISPLAY, WAYLAND_DISPLAY)."));
+            return tools::somethingFound;
+        }
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     }
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QApplication application(argc, argv);

@@ -46,7 +46,18 @@ Item {
         ready: node.ready
         encoded: node.encoded
     }
+    Rectangle { // what crosses a name does not strike it out
+        visible: node.labelled
+        x: label.x + (label.horizontalAlignment === Text.AlignRight ? label.width - width
+                      : label.horizontalAlignment === Text.AlignLeft ? 0 : (label.width - width) / 2)
+        y: label.y + 1
+        width: label.contentWidth
+        height: label.height - 2
+        color: Theme.card
+        opacity: 0.9
+    }
     Text {
+        id: label
         visible: node.labelled
         x: node.labelX - node.x
         y: node.labelY - node.y
