@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The engine without a broker: payloads, placeholders, refusals and configuration.
+#include <flotrofobul/advice.h>
 #include <flotrofobul/define/topic_t.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/mosquittopp/link.h>
@@ -15,6 +16,7 @@
 #include <thread>
 #include <unistd.h>
 
+using comunication::advice_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
 using comunication::mosquittopp::authorities_t;
@@ -264,6 +266,12 @@ private Q_SLOTS:
         bare_t<protoserver_t> server("1"_s, installation(), false, "srv"_s, false);
         QVERIFY(engine.isConfigured());
         const QString topic = "forward-bridge/local/1234/%1/all/connection/presentation"_s;
+        const auto named = [&](const QString& name) {
+            return advised([&] { advice_t(&engine).clientId("client@x"_s, name); });
+        };
+        QCOMPARE(named("localhost"_s), "2The client id client@x is that of every machine with the name localhost"_s);
+        QCOMPARE(named("localhost.localdomain"_s), named("localhost"_s));
+        QCOMPARE(named("localhost1"_s) + named({}), QString());
         const int refused[] = {2, 128};
         engine.messages->addSubscription(3, "z"_s, qos_t(2));
         const auto twice = [&](const auto& does) { return advised([&] { does(), does(); }); };
