@@ -111,7 +111,11 @@ QHash<int, QByteArray> house_list_t::roleNames() const
 
 void house_list_t::setConfiguration(const QVariant& value)
 {
-    given = value;
+    const QVariant taken = plain(value);
+    if (given == taken) {
+        return;
+    }
+    given = taken;
     Q_EMIT configurationChanged();
     if (complete) {
         beginning.start(0);
