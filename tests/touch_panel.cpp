@@ -139,7 +139,7 @@ private Q_SLOTS:
         const QString silent = "The central unit does not answer|Die Zentrale antwortet nicht"_s;
         const QString none = "No values yet|Noch keine Werte"_s;
         const QString now = "Values of .*\\d.*|Werte von .*\\d.*"_s;
-        const QString soon = "Values less than a minute old|Werte weniger als eine Minute alt"_s;
+        const QString soon = "Values less than a minute old|Werte keine Minute alt"_s;
         const auto row = [](const char* tag, const char* deeds, const QString& title, const QString& age,
                             const char* wanted,
                             const char* look) { QTest::newRow(tag) << deeds << title << age << wanted << look; };
