@@ -223,6 +223,7 @@ TLS to plain | @open                     |                  | security.tls_enabl
 plain to TLS | @good                     |                  |                            | TLS: the broker at 127.0.0.1:; does not understand an open link; set mqtt.security.tls_enable
 no user      | @open; @users             |                  |                            | credentials: the broker wants a user name and a password
 bad password | @open; @users             |                  | connect.username="bridge"; connect.password="passofword" | credentials: the broker does not let in the user bridge; mosquitto_passwd
+no QoS 2     | peer CONNECT 20020000, SUBSCRIBE 9003000102, SUBSCRIBE 9003000202, SUBSCRIBE 9003000302, SUBSCRIBE 9003000402, PUBLISH 40020005 | | | broker: the broker does not speak QoS 2, which all nodes use
 refused id   | peer CONNECT 20020002     |                  | id=odd                     | client id: the broker refuses the client id odd
 stolen id    | @open                     | panel twin       | id=twin                    | client id: somebody else has the client id twin; give every node an id of its own
 no listening | @open; @dynamic; plugin_opt_config_file @certificates/rules | | | own echo: the broker refuses the subscription of +/local/house1/#; allow reading
