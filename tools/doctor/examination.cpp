@@ -24,6 +24,7 @@ constexpr int leastKeepalive = 10; // as an engine has it
 constexpr std::chrono::milliseconds farewell{300};
 constexpr std::chrono::seconds longestFarewell{3};
 const QString bridgeStates = QStringLiteral("$SYS/broker/connection/#");
+const QString first = QStringLiteral("{\"d\":\"first\"}");
 const QString brokerItself[] = {QStringLiteral("$SYS/broker/version"), QStringLiteral("$SYS/broker/clients/connected")};
 
 QString wrapped(const QJsonValue& value)
@@ -63,7 +64,8 @@ trial_client_t::trial_client_t(const connection_t& connection, what_t what)
     connect(&client, &mosquittoqt::onConnect, this, [this](int rc) {
         if (rc == 0) {
             client.subscribe(nullptr, topic, 1);
-            client.publish(nullptr, topic, wrapped(QStringLiteral("first")), 1, false);
+            client.subscribe(nullptr, topic.section(u'/', 0, -2) + QStringLiteral("/#"), 1);
+            client.publish(nullptr, topic, first, 1, false);
         }
     });
     connect(&client, &mosquittoqt::onMessage, this,
@@ -88,6 +90,7 @@ void trial_client_t::start()
 
 void trial_client_t::hear(const QString& text, bool retain)
 {
+    firsts += text == first ? 1 : 0;
     if (result == trial_t::notTried) {
         result = trial_t::lost; // until it comes back
         client.publish(&probe, topic, payload, 1, what == what_t::retained);
@@ -288,6 +291,7 @@ void examination_t::takeLeave()
     done = true;
     seen.retained = retained.outcome();
     seen.large = large.outcome();
+    seen.copyForEach = retained.gotCopies();
     retained.stop();
     large.stop();
     client.disconnect(this);
