@@ -349,12 +349,9 @@ private:
         plan.cloud->broker.password = access()[u"password"].toString();
         QString problem;
         for (const bool notify : {true, false}) {
-            QString lines = bridgeLines(plan, 0, {});
-            if (!notify) {
-                lines.replace(QStringLiteral("notifications true"), QStringLiteral("notifications false"));
-            }
+            plan.cloud->notifications = notify;
             near.kill(SIGKILL);
-            near.configure(lines);
+            near.configure(bridgeLines(plan, 0, {}));
             if (!near.start()) {
                 return missing(QStringLiteral("no mosquitto"));
             }
@@ -372,7 +369,7 @@ private:
             server->disconnection(true);
             pass(300ms);
             if (answered) {
-                return seen(notify ? QString() : QStringLiteral("with \"notifications false\" only: ") + problem);
+                return seen(notify ? QString() : QStringLiteral("only with \"notifications\": false; else ") + problem);
             }
             problem = QStringLiteral("%1; the bridge lost its link %2 times")
                           .arg(follows ? QStringLiteral("no answer") : QStringLiteral("the phone has no master"))
