@@ -19,7 +19,7 @@ using mosquittopp::mosquittoqt;
 
 namespace {
 
-constexpr int refused = 0x80;      // in the SUBACK of MQTT 3.1.1
+constexpr int refused = 0x80;      // in the SUBACK, and above it: some brokers give the reasons of MQTT 5
 constexpr int leastKeepalive = 10; // as an engine has it
 constexpr std::chrono::milliseconds farewell{300};
 constexpr std::chrono::seconds longestFarewell{3};
@@ -175,10 +175,10 @@ void examination_t::granted(int mid, int code)
 {
     const QString topic = requests.take(mid);
     const QString everybody = QStringLiteral("+/%1/#").arg(LOCAL_PREFIX);
-    if (code == refused && topic == everybody) {
+    if (code >= refused && topic == everybody) {
         // It may be that only the other installations are not for us.
         subscribe(QStringLiteral("+/%1/%2/#").arg(LOCAL_PREFIX, connection.installationId));
-    } else if (code == refused) {
+    } else if (code >= refused) {
         seen.refusedSubscriptions << topic;
     }
     if (requests.isEmpty() && !probed) {
