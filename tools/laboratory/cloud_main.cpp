@@ -337,6 +337,14 @@ public:
           count(houses), balancer{{first.port, second.port}}
     {}
 
+    ~cloud_t()
+    {
+        mapperProcess.signal(SIGKILL);
+        mapperProcess.waitForFinished();
+    }
+    cloud_t(const cloud_t&) = delete;
+    cloud_t& operator=(const cloud_t&) = delete;
+
     int run()
     {
         if (!startNodes()) {
