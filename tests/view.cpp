@@ -186,7 +186,7 @@ private Q_SLOTS:
         start("tarnel-server-1"_s, *near, {"--master"_s});
         QTRY_COMPARE_WITH_TIMEOUT(presence("phone"_s), "here"_s, 15000);
 
-        // A master that stands still says nothing; its broker misses it after one and a half keep-alives.
+        // A master that stands still says nothing; its broker misses it after half as long again as its keep-alive.
         nodes["tarnel-server-1"_s]->signal(SIGSTOP);
         QTRY_COMPARE_WITH_TIMEOUT(presence("tarnel-server-1"_s), "gone"_s, 20000);
         QCOMPARE(faults(), QString());
