@@ -18,7 +18,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr int refused = 0x80;   // in the SUBACK of MQTT 3.1.1
+constexpr int refused = 0x80;   // in the SUBACK, and above it: some brokers give the reasons of MQTT 5
 constexpr int manyCopies = 100; // after which nobody need wait for more
 const QString dataKey = QStringLiteral("d");
 const QString nodeKey = QStringLiteral("node");
@@ -115,7 +115,7 @@ void bridge_check_t::listen(int index)
     client->subscribe(&last, QStringLiteral("+/local/%1/%2/#").arg(installationId, sender), 2);
     connect(client, &mosquittopp::mosquittoqt::onSubscribe, this, [=](int mid, int count, const int* granted) {
         if (mid == last) {
-            const bool heard = count == 1 && granted[0] != refused;
+            const bool heard = count == 1 && granted[0] < refused;
             settle(index,
                    heard ? QString() : QStringLiteral("the broker refuses the subscription, see its access lists"));
         }

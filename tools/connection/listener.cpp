@@ -21,7 +21,7 @@ namespace tools {
 
 namespace {
 
-constexpr int refused = 0x80;     // in the SUBACK of MQTT 3.1.1
+constexpr int refused = 0x80;     // in the SUBACK, and above it: some brokers give the reasons of MQTT 5
 constexpr int longestTopic = 120; // in words for people
 // Wildcards at the front do not reach $SYS. All of it would be fifty packets every ten seconds.
 const QStringList filters{QStringLiteral("$SYS/broker/connection/#"), QStringLiteral("$SYS/broker/version"),
@@ -57,7 +57,7 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
         if (ended || mid != lastRequest) {
             return;
         }
-        if (std::count(granted, granted + count, refused) > 0) {
+        if (count > 0 && *std::max_element(granted, granted + count) >= refused) {
             lose(QStringLiteral("the broker refuses the subscription, see its access lists"));
             return;
         }

@@ -20,10 +20,11 @@ using mosquittopp::mosquittoqt;
 
 namespace {
 
-constexpr int refused = 0x80; // in the SUBACK of MQTT 3.1.1
+constexpr int refused = 0x80; // in the SUBACK, and above it: some brokers give the reasons of MQTT 5
 constexpr std::chrono::milliseconds farewell{300};
 constexpr std::chrono::seconds longestFarewell{3};
 const QString bridgeStates = QStringLiteral("$SYS/broker/connection/#");
+const QString first = QStringLiteral("{\"d\":\"first\"}");
 const QString brokerItself[] = {QStringLiteral("$SYS/broker/version"), QStringLiteral("$SYS/broker/clients/connected")};
 
 QString wrapped(const QJsonValue& value)
@@ -54,7 +55,8 @@ trial_client_t::trial_client_t(const connection_t& connection, what_t what)
     connect(&client, &mosquittoqt::onConnect, this, [this](int rc) {
         if (rc == 0) {
             client.subscribe(nullptr, topic, 1);
-            client.publish(nullptr, topic, wrapped(QStringLiteral("first")), 1, false);
+            client.subscribe(nullptr, topic.section(u'/', 0, -2) + QStringLiteral("/#"), 1);
+            client.publish(nullptr, topic, first, 1, false);
         }
     });
     connect(&client, &mosquittoqt::onMessage, this,
@@ -79,6 +81,7 @@ void trial_client_t::start()
 
 void trial_client_t::hear(const QString& text, bool retain)
 {
+    firsts += text == first ? 1 : 0;
     if (result == trial_t::notTried) {
         result = trial_t::lost; // until it comes back
         client.publish(&probe, topic, payload, 1, what == what_t::retained);
@@ -163,10 +166,10 @@ void examination_t::granted(int mid, int code)
 {
     const QString topic = requests.take(mid);
     const QString everybody = QStringLiteral("+/%1/#").arg(LOCAL_PREFIX);
-    if (code == refused && topic == everybody) {
+    if (code >= refused && topic == everybody) {
         // It may be that only the other installations are not for us.
         subscribe(QStringLiteral("+/%1/%2/#").arg(LOCAL_PREFIX, connection.installationId));
-    } else if (code == refused) {
+    } else if (code >= refused) {
         seen.refusedSubscriptions << topic;
     }
     if (requests.isEmpty() && !probed) {
@@ -279,6 +282,7 @@ void examination_t::takeLeave()
     done = true;
     seen.retained = retained.outcome();
     seen.large = large.outcome();
+    seen.copyForEach = retained.gotCopies();
     retained.stop();
     large.stop();
     client.disconnect(this);
