@@ -92,26 +92,30 @@ private Q_SLOTS:
         kept.keeper = true;
         laboratory_t laboratory(kept);
         QVERIFY(laboratory.start() && laboratory.untilAgreed(10s));
-        const auto settles = [&](int master) {
+        // Which of those that are left is the first depends on the machine's load as well as on the rank.
+        const auto settles = [&](const QStringList& possible) {
             QVERIFY2(laboratory.until([&] { return laboratory.agreedFor() > 1200ms; }, 10s),
                      qPrintable(testimony(laboratory)));
-            QCOMPARE(laboratory.masters(), QStringList{laboratory.box(master).server->name});
+            const QStringList masters = laboratory.masters();
+            QVERIFY2(masters.size() == 1 && possible.contains(masters.first()), qPrintable(testimony(laboratory)));
         };
+        const QStringList first{laboratory.box(1).server->name};
+        const QStringList others{laboratory.box(2).server->name, laboratory.box(3).server->name};
         laboratory.powerCut(1, power_cut_t::noticed);
-        settles(2);
+        settles(others);
         laboratory.powerOn(1);
-        settles(1);
+        settles(first);
         laboratory.delay(100);
         const packets_t before = laboratory.packets();
         for (const int number : {1, 2, 3}) {
             laboratory.claim(number);
         }
-        settles(1);
+        settles(first);
         QVERIFY2((laboratory.packets() - before).total() <= 200, qPrintable(laboratory.packets().text()));
         laboratory.box(1).server->say(QStringLiteral("quit"));
         QVERIFY(laboratory.until([&] { return laboratory.masters() != QStringList{QStringLiteral("tarnel-server-1")}; },
                                  5s));
-        settles(2);
+        settles(others);
     }
 
     // Killed without warning, with a part of it frozen.

@@ -19,6 +19,7 @@ constexpr qreal brokerWidth = 64;
 constexpr qreal brokerHeight = 36;
 constexpr qreal serverLabel = 110; // at least, where nodes have labels
 constexpr int mostServers = 4;     // above their broker; more stand beside it, with the panels
+constexpr QSizeF lineLabel(56, 22);
 constexpr qreal leastHeight = 120; // of a region that is not alone
 constexpr int weightStep = 8;      // nodes by which a region grows: not with each
 constexpr int leastWeight = 8;
@@ -250,6 +251,23 @@ QRectF sharp(const QRectF& place)
             QPointF(std::round(place.right()), std::round(place.bottom()))};
 }
 
+/// Near the middle of a line, but where no broker's name stands.
+QPointF labelOf(const QLineF& line, const QVector<broker_place_t>& brokers)
+{
+    for (const qreal along : {0.5, 0.42, 0.58, 0.34, 0.66, 0.26, 0.74}) {
+        const QPointF middle = line.pointAt(along);
+        const QRectF label(middle.x() - lineLabel.width() / 2, middle.y() - lineLabel.height() / 2, lineLabel.width(),
+                           lineLabel.height());
+        const auto hidesIt = [&](const broker_place_t& broker) {
+            return QRectF(broker.area.topLeft(), QSizeF(broker.area.width(), strip)).intersects(label);
+        };
+        if (std::none_of(brokers.begin(), brokers.end(), hidesIt)) {
+            return middle;
+        }
+    }
+    return line.center();
+}
+
 } // namespace
 
 layout_t layoutOf(const scene_t& scene, const QSizeF& size)
@@ -286,7 +304,7 @@ layout_t layoutOf(const scene_t& scene, const QSizeF& size)
         const QRectF& from = layout.brokers[line.from].mark;
         const QRectF& to = layout.brokers[line.to].mark;
         const QLineF way(edgeOf(from, to.center()), edgeOf(to, from.center()));
-        layout.lines << line_place_t{way, way.center()};
+        layout.lines << line_place_t{way, labelOf(way, layout.brokers)};
     }
     return layout;
 }
