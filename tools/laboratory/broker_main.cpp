@@ -3,13 +3,13 @@
 #include "house_plan/bridge_lines.h"
 #include "laboratory/proxy.h"
 #include "laboratory/trial_nodes.h"
+#include "laboratory/waiting.h"
 
 #include <flotrofobul/platform/logs/classlogs.h>
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QEventLoop>
 #include <QtCore/QJsonDocument>
 
 #include <cstdio>
@@ -34,25 +34,6 @@ finding_t missing(const QString& words)
     return {false, words};
 }
 
-// With an event loop of its own: a client of an engine that is gone is deleted by nothing less.
-template <typename Condition>
-bool waitFor(Condition condition, std::chrono::milliseconds longest = 5s)
-{
-    if (condition()) {
-        return true;
-    }
-    const QDeadlineTimer deadline(longest);
-    QEventLoop loop;
-    QTimer tick;
-    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
-        if (condition() || deadline.hasExpired()) {
-            loop.quit();
-        }
-    });
-    tick.start(10);
-    loop.exec();
-    return condition();
-}
 void pass(std::chrono::milliseconds time)
 {
     waitFor([] { return false; }, time);
