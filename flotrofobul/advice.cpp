@@ -6,9 +6,10 @@
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/secrets.h>
+#include <flotrofobul/platform/text.h>
 
+#include <QRegExp>
 #include <QtCore/QJsonDocument>
-#include <QtCore/QRegExp>
 
 #include <chrono>
 #include <utility>
@@ -196,14 +197,14 @@ void tracePayload(QLatin1String direction, const QString& topic, const QString& 
     const QJsonObject shownObject = withoutSecrets(object).toObject();
     if (shownObject != object) {
         bytes = QJsonDocument(shownObject).toJson(QJsonDocument::Compact);
-    } else if (object.isEmpty() && isSecret(QString::fromUtf8(bytes))) {
+    } else if (object.isEmpty() && isSecret(textUpToZero(bytes))) {
         bytes = QByteArrayLiteral("(not shown)");
     }
     const int size = bytes.size();
     if (size > longestPayload) {
         bytes = bytes.left(longestPayload) + "... (" + QByteArray::number(size) + " bytes)";
     }
-    FLOTROFOBUL_LOG_AS(trace, direction + u' ' + topic + u' ' + QString::fromUtf8(bytes), adviceName);
+    FLOTROFOBUL_LOG_AS(trace, direction + u' ' + topic + u' ' + textUpToZero(bytes), adviceName);
 }
 
 } // namespace comunication

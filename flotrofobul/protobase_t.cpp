@@ -8,6 +8,7 @@
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/platform/text.h>
 #include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
@@ -164,7 +165,7 @@ try {
     // A file that cannot be opened counts as empty, which is not JSON.
     const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     // Read as text first: a stray byte of another encoding or zeros at the end spoil a text, not the whole file.
-    const QByteArray text = QString::fromUtf8(bytes).toUtf8();
+    const QByteArray text = textUpToZero(bytes).toUtf8();
     QJsonParseError outcome{};
     const QJsonDocument document = documentFromForeignJson(text, &outcome);
     if (outcome.error != QJsonParseError::NoError) {

@@ -4,6 +4,7 @@
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/secrets.h>
+#include <flotrofobul/platform/text.h>
 
 #include <QtCore/QHash>
 #include <QtCore/QJsonDocument>
@@ -109,7 +110,7 @@ bool looksEncoded(const QByteArray& payload)
 
 QJsonValue valueIn(const QByteArray& payload)
 {
-    const QByteArray json = looksEncoded(payload) ? decodedJson(QString::fromLatin1(payload)) : payload;
+    const QByteArray json = looksEncoded(payload) ? decodedJson(textUpToZero(payload)) : payload;
     return documentFromForeignJson(json).object().value(dataKey);
 }
 
@@ -310,7 +311,7 @@ void house_model_t::inside_t::broker(const QString& topic, const QByteArray& pay
     if (topic.startsWith(bridgeStates)) {
         bridge(topic.section(u'/', 3, 3), payload);
     } else if (topic == "$SYS/broker/version"_l1) {
-        brokerVersion = QString::fromUtf8(payload.left(longestText));
+        brokerVersion = textUpToZero(payload.left(longestText));
     } else if (topic == "$SYS/broker/clients/connected"_l1) {
         bool isNumber = false;
         const int count = payload.toInt(&isNumber);

@@ -3,6 +3,7 @@
 
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/secrets.h>
+#include <flotrofobul/platform/text.h>
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonArray>
@@ -27,7 +28,7 @@ bool isAscii(const QByteArray& text)
 
 bool isUtf8(const QByteArray& text)
 {
-    return isAscii(text) || QString::fromUtf8(text).toUtf8() == text;
+    return isAscii(text) || textUpToZero(text).toUtf8() == text;
 }
 
 // However its JSON is laid out, and whatever spaces and line ends tools such as base64 put around and into it.
@@ -37,7 +38,7 @@ QByteArray encodedIn(const QByteArray& payload)
     if (begin == payload.end() || *begin != 'e') {
         return QByteArray();
     }
-    return decodedJson(QString::fromLatin1(payload.simplified().replace(' ', "")));
+    return decodedJson(textUpToZero(payload.simplified().replace(' ', "")));
 }
 
 bool hasWord(const char* text, const char* end, const char* word)
@@ -100,7 +101,7 @@ bool hideSecrets(QByteArray& payload)
     const QJsonDocument document = documentFromForeignJson(text);
     QByteArray shown;
     if (document.isNull()) {
-        shown = isSecret(QString::fromUtf8(text)) ? notShown : text;
+        shown = isSecret(QString::fromUtf8(text.constData(), text.size())) ? notShown : text;
     } else {
         const QJsonValue value = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
         const QJsonValue without = withoutSecrets(value);
@@ -204,7 +205,7 @@ QByteArray harmless(QByteArray text)
     if (std::none_of(text.begin(), text.end(), isControl) && isAscii(text)) {
         return text;
     }
-    return harmless(QString::fromUtf8(text)).toUtf8();
+    return harmless(textUpToZero(text)).toUtf8();
 }
 
 QString harmless(const QString& text)

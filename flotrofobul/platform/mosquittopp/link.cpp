@@ -221,7 +221,7 @@ void link_t::pump()
         }
         if (outcome.code != MOSQ_ERR_SUCCESS) {
             sayRefused({outcome.code, mosquitto_strerror(outcome.code)}, "message to",
-                       QString::fromUtf8(letter->topic));
+                       QString::fromUtf8(letter->topic.constData()));
             outbox.discardNewest();
         }
         if (turn.isOver()) {
