@@ -6,6 +6,7 @@
 
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/platform/qt.h>
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
@@ -71,7 +72,7 @@ public:
         const QMetaMethod signal = engine->metaObject()->method(method);
         QStringList words{"emit"_s, QString::fromLatin1(signal.name())};
         for (int i = 0; i < signal.parameterCount(); ++i) {
-            words << textOf(QVariant(signal.parameterType(i), arguments[i + 1]));
+            words << textOf(comunication::qt::variantOf(signal.parameterType(i), arguments[i + 1]));
         }
         say(words.join(u' '));
         if (--fuse == 0) {

@@ -4,6 +4,7 @@
 #include "connection/listener.h"
 
 #include <flotrofobul/define/define.h>
+#include <flotrofobul/platform/qt.h>
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonDocument>
@@ -237,7 +238,7 @@ void examination_t::note(const utility::topic_t& topic, const QByteArray& payloa
         if (answer.copies.isEmpty()) {
             const QJsonObject record = QJsonDocument::fromJson(payload).object().value(QStringLiteral("d")).toObject();
             answer.arrived = QDateTime::currentDateTime();
-            answer.published = QDateTime::fromString(record.value(QStringLiteral("publishDate")).toString());
+            answer.published = qt::dateOf(record.value(QStringLiteral("publishDate")).toString());
         }
         ++answer.copies[topic.getOrigin()];
     }
@@ -253,7 +254,7 @@ QString examination_t::presentation(bool here) const
                                {QStringLiteral("versionLib"), none},
                                {QStringLiteral("versionApp"), QStringLiteral("doctor")},
                                {QStringLiteral("hostname"), none},
-                               {QStringLiteral("publishDate"), QDateTime::currentDateTime().toString()},
+                               {QStringLiteral("publishDate"), qt::textOf(QDateTime::currentDateTime())},
                                {QStringLiteral("brokerip"), connection.host},
                                {QStringLiteral("masterid"), none},
                                {QStringLiteral("masterData"), QJsonObject()}});
