@@ -265,7 +265,7 @@ void protobase_t::forgetRequests()
     publications = laterPublications;
     subscriptions = laterSubscriptions;
     for (auto request = laterRequests.begin(); request != laterRequests.end();) {
-        request = --*request == 0 ? laterRequests.erase(request) : request + 1;
+        request = --*request == 0 ? laterRequests.erase(request) : std::next(request);
     }
 }
 

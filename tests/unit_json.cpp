@@ -100,7 +100,9 @@ private Q_SLOTS:
         mosquittocnf model;
         QVERIFY(model.deserialize(parse(given)));
         QStringList lines = refused.replace(", "_l1, ", allowed: "_l1).split(u'|', Qt::SkipEmptyParts);
-        lines.replaceInStrings(QRegExp("^"_s), "2 deserialize Refused configuration value mqtt."_s);
+        for (QString& line : lines) {
+            line.prepend("2 deserialize Refused configuration value mqtt."_l1);
+        }
         QCOMPARE(log.take(), lines);
         const QJsonObject inForce = merged(parse(defaults), parse(taken.isNull() ? given : taken));
         QCOMPARE(model.serialize(), inForce);

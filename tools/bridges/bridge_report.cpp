@@ -301,7 +301,7 @@ QStringList wordsOf(const check_result_t& result, const QVector<finding_t>& find
 {
     int width = 5;
     for (const node_t& node : result.nodes) {
-        width = std::max(width, headOf(node).size());
+        width = std::max<int>(width, headOf(node).size());
     }
     QStringList lines{QStringLiteral("from \\ to").leftJustified(width + 4)};
     for (const node_t& node : result.nodes) {

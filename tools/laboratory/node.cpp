@@ -96,5 +96,5 @@ QString node_t::lastWords() const
 {
     constexpr int most = 12;
     const QStringList lines = QString::fromUtf8(complaints.read()).split(u'\n', Qt::SkipEmptyParts);
-    return lines.mid(std::max(0, lines.size() - most)).join(u'\n');
+    return lines.mid(std::max<int>(0, lines.size() - most)).join(u'\n');
 }
