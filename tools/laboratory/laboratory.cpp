@@ -116,7 +116,7 @@ std::unique_ptr<node_t> laboratory_t::makeNode(const QString& role, int number, 
     }
     arguments << file.path();
     const QString own = house.nodeProgram.isEmpty()
-                            ? QCoreApplication::applicationDirPath() + QStringLiteral("/flotrofobul-lab-node")
+                            ? QCoreApplication::applicationDirPath() + QStringLiteral("/" LAB_NODE)
                             : house.nodeProgram;
     auto node = std::make_unique<node_t>(id, program.isEmpty() ? own : program, arguments);
     connect(node.get(), &node_t::told, this, [this, one = node.get()](const QJsonObject& event) { hear(*one, event); });
