@@ -43,7 +43,10 @@ Window {
             window.ask({})
             request("realtime")
         }
-        onStatusReceived: if (!kept) window.unanswered = false // an answer that comes late is one
+        onStatusReceived: (kind, topic, payload, kept) => {
+            if (!kept)
+                window.unanswered = false // an answer that comes late is one
+        }
     }
     Timer { // what was measured is soon stale
         interval: 30000

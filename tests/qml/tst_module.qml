@@ -22,8 +22,11 @@ TestCase {
         clientId: "panel"
         timeLimit: 300
         onStateChanged: test.states.push(state)
-        onMasterLost: test.lost = master
-        onStatusReceived: if (kept && topic === "status/DB/persistent") test.keptValue = payload.life
+        onMasterLost: master => test.lost = master
+        onStatusReceived: (kind, topic, payload, kept) => {
+            if (kept && topic === "status/DB/persistent")
+                test.keptValue = payload.life
+        }
         onMasterFound: test.request = request("persistent", "found", 4000)
     }
     HouseModel {
