@@ -196,7 +196,7 @@ void tracePayload(QLatin1String direction, const QString& topic, const QString& 
     const QJsonObject object = documentFromForeignJson(bytes).object();
     const QJsonObject shownObject = withoutSecrets(object).toObject();
     if (shownObject != object) {
-        bytes = QJsonDocument(shownObject).toJson(QJsonDocument::Compact);
+        bytes = jsonOf(QJsonDocument(shownObject));
     } else if (object.isEmpty() && isSecret(textUpToZero(bytes))) {
         bytes = QByteArrayLiteral("(not shown)");
     }

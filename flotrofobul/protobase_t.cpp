@@ -228,7 +228,7 @@ try {
     if (!isSpecial(path) && !configuration->getMqtt()->getConnect()->getPassword().isEmpty()) {
         file->setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
-    if (!writeWhole(*file, QJsonDocument(json).toJson(QJsonDocument::Indented))) {
+    if (!writeWhole(*file, jsonOf(QJsonDocument(json), QJsonDocument::Indented))) {
         FLOTROFOBUL_LOG(error, "Unable to write file: "_l1 + path);
         return false;
     }

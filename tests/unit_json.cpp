@@ -223,6 +223,22 @@ private Q_SLOTS:
     }
 
     // Qt sorts many members as it likes, where the last of equal keys must win all the same.
+    // Every node writes the same, whatever Qt it stands on.
+    void numbersAreDoubles()
+    {
+        const QByteArray given = "{'a':[9007199254740993,-9223372036854775808,9223372036854775807,-7,123456789012345],"
+                                 "'b':{'0.30000000000000004':0.30000000000000004,'c':1e22,'d':18446744073709551615},"
+                                 "'9007199254740993':'9007199254740993\\\\','e':'\\\"9007199254740993','f':1}";
+        const QByteArray written = "{'9007199254740993':'9007199254740993\\\\',"
+                                   "'a':[9007199254740992,-9223372036854776000,9223372036854776000,-7,123456789012345],"
+                                   "'b':{'0.30000000000000004':0.30000000000000004,'c':1e+22,'d':18446744073709552000},"
+                                   "'e':'\\\"9007199254740993','f':1}";
+        QCOMPARE(comunication::jsonOf(QJsonDocument(parse(given))).replace('"', '\''),
+                 QByteArray(written).replace('"', '\''));
+        const QByteArray number = comunication::jsonOf(QJsonDocument(QJsonArray{qint64(9007199254740993)}));
+        QCOMPARE(number, QByteArray("[9007199254740992]"));
+    }
+
     void lastOfMany()
     {
         QByteArray text = R"({"k3":{"first":1},)";

@@ -18,6 +18,9 @@ namespace qt {
 /// Whether placeOf() may be called while another thread calls replaceText().
 constexpr bool textIsOneWord = true;
 
+/// Whether JSON is written with whole numbers that no double holds.
+constexpr bool writesLongNumbers = false;
+
 /// Tells a text from every other that lives at the same time.
 inline const void* placeOf(QString& text)
 {
@@ -52,15 +55,10 @@ inline QString textOf(const QDateTime& date)
     return date.toString(Qt::TextDate);
 }
 
-/// Reads what textOf() writes, and what it writes where English is spoken.
-inline QDateTime dateOf(const QString& text)
-{
-    return QDateTime::fromString(text, Qt::TextDate);
-}
-
 #else
 
 constexpr bool textIsOneWord = false;
+constexpr bool writesLongNumbers = true;
 
 inline const void* placeOf(QString& text)
 {
@@ -87,7 +85,7 @@ inline int typeNamed(const char* name)
     return QMetaType::fromName(name).id();
 }
 
-// Qt 6 neither writes nor reads any names but the English ones, all of three letters.
+// Qt 6 writes no names but the English ones, all of three letters.
 inline QString textOf(const QDateTime& date)
 {
     const QString english = date.toString(Qt::TextDate);
@@ -99,6 +97,10 @@ inline QString textOf(const QDateTime& date)
            system.monthName(date.date().month(), QLocale::ShortFormat) + english.mid(7);
 }
 
+#endif
+
+/// Reads what textOf() writes here, and where English is spoken. (Qt 5 cannot read all that it writes, Qt 6 reads
+/// English only.)
 inline QDateTime dateOf(const QString& text)
 {
     QStringList words = text.split(QLatin1Char(' '), Qt::SkipEmptyParts);
@@ -110,8 +112,6 @@ inline QDateTime dateOf(const QString& text)
     }
     return QDateTime::fromString(words.join(QLatin1Char(' ')), Qt::TextDate);
 }
-
-#endif
 
 } // namespace qt
 } // namespace comunication

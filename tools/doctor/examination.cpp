@@ -4,6 +4,7 @@
 #include "connection/listener.h"
 
 #include <flotrofobul/define/define.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/qt.h>
 
 #include <QtCore/QDateTime>
@@ -29,7 +30,7 @@ const QString brokerItself[] = {QStringLiteral("$SYS/broker/version"), QStringLi
 
 QString wrapped(const QJsonValue& value)
 {
-    return QString::fromUtf8(QJsonDocument(QJsonObject{{QStringLiteral("d"), value}}).toJson(QJsonDocument::Compact));
+    return QString::fromUtf8(jsonOf(QJsonDocument(QJsonObject{{QStringLiteral("d"), value}})));
 }
 
 // 0, or the code of what refuses it.

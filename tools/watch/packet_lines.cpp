@@ -106,8 +106,7 @@ bool hideSecrets(QByteArray& payload)
         const QJsonValue value = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
         const QJsonValue without = withoutSecrets(value);
         if (without != value) {
-            shown = (without.isArray() ? QJsonDocument(without.toArray()) : QJsonDocument(without.toObject()))
-                        .toJson(QJsonDocument::Compact);
+            shown = jsonOf(without.isArray() ? QJsonDocument(without.toArray()) : QJsonDocument(without.toObject()));
         } else {
             shown = text;
         }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 
+#include <flotrofobul/platform/qt.h>
+
 #include <QtCore/QJsonArray>
 
 #include <algorithm>
@@ -231,7 +233,40 @@ private:
     std::deque<std::string> decodedKeys;
 };
 
+// Rewrites the whole numbers that are too long for a double.
+QByteArray withDoubles(QByteArray json)
+{
+    constexpr int digitsOfDouble = 15;
+    const auto isInNumber = [](char c) {
+        return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.' || c == 'e';
+    };
+    for (int position = 0; position < json.size(); ++position) {
+        if (json.at(position) == '"') {
+            do {
+                position += json.at(position) == '\\' ? 2 : 1;
+            } while (json.at(position) != '"');
+        } else if ((json.at(position) >= '0' && json.at(position) <= '9') || json.at(position) == '-') {
+            const auto end = std::find_if_not(json.constBegin() + position, json.constEnd(), isInNumber);
+            const int length = static_cast<int>(end - json.constBegin()) - position;
+            const QByteArray number = json.mid(position, length);
+            if (length > digitsOfDouble && !number.contains('.') && !number.contains('e')) {
+                const QByteArray rounded = QByteArray::number(number.toDouble(), 'g', QLocale::FloatingPointShortest);
+                json.replace(position, length, rounded);
+                position += static_cast<int>(rounded.size()) - length;
+            }
+            position += length - 1;
+        }
+    }
+    return json;
+}
+
 } // namespace
+
+QByteArray jsonOf(const QJsonDocument& document, QJsonDocument::JsonFormat format)
+{
+    const QByteArray json = document.toJson(format);
+    return qt::writesLongNumbers ? withDoubles(json) : json;
+}
 
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error)
 {
