@@ -18,8 +18,8 @@ namespace qt {
 /// Whether placeOf() may be called while another thread calls replaceText().
 constexpr bool textIsOneWord = true;
 
-/// Whether JSON is written with whole numbers that no double holds.
-constexpr bool writesLongNumbers = false;
+/// Whether the numbers of JSON are written by other rules than those of jsonOf().
+constexpr bool writesOtherNumbers = false;
 
 /// Tells a text from every other that lives at the same time.
 inline const void* placeOf(QString& text)
@@ -58,7 +58,7 @@ inline QString textOf(const QDateTime& date)
 #else
 
 constexpr bool textIsOneWord = false;
-constexpr bool writesLongNumbers = true;
+constexpr bool writesOtherNumbers = true;
 
 inline const void* placeOf(QString& text)
 {

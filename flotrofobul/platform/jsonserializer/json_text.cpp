@@ -6,6 +6,7 @@
 #include <QtCore/QJsonArray>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -233,28 +234,37 @@ private:
     std::deque<std::string> decodedKeys;
 };
 
-// Rewrites the whole numbers that are too long for a double.
-QByteArray withDoubles(QByteArray json)
+// As Qt 5 writes a number that Qt 6 has written.
+QByteArray asDouble(const QByteArray& number)
 {
     constexpr int digitsOfDouble = 15;
-    const auto isInNumber = [](char c) {
-        return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.' || c == 'e';
-    };
+    constexpr double firstBeyond = 18446744073709551616.0; // what 64 bits hold
+    const bool hasExponent = number.contains('e');
+    if (!hasExponent && (number.size() <= digitsOfDouble || number.contains('.'))) {
+        return number;
+    }
+    const double value = number.toDouble();
+    const bool isShort = hasExponent && (std::abs(value) >= firstBeyond || std::floor(value) != value);
+    return isShort ? number : QByteArray::number(value, 'f', QLocale::FloatingPointShortest);
+}
+
+QByteArray withDoubles(QByteArray json)
+{
+    const auto begins = [](char c) { return (c >= '0' && c <= '9') || c == '-'; };
+    const auto goesOn = [begins](char c) { return begins(c) || c == '+' || c == '.' || c == 'e'; };
     for (int position = 0; position < json.size(); ++position) {
         if (json.at(position) == '"') {
             do {
                 position += json.at(position) == '\\' ? 2 : 1;
             } while (json.at(position) != '"');
-        } else if ((json.at(position) >= '0' && json.at(position) <= '9') || json.at(position) == '-') {
-            const auto end = std::find_if_not(json.constBegin() + position, json.constEnd(), isInNumber);
-            const int length = static_cast<int>(end - json.constBegin()) - position;
-            const QByteArray number = json.mid(position, length);
-            if (length > digitsOfDouble && !number.contains('.') && !number.contains('e')) {
-                const QByteArray rounded = QByteArray::number(number.toDouble(), 'g', QLocale::FloatingPointShortest);
-                json.replace(position, length, rounded);
-                position += static_cast<int>(rounded.size()) - length;
+        } else if (begins(json.at(position))) {
+            const auto end = std::find_if_not(json.constBegin() + position, json.constEnd(), goesOn);
+            const QByteArray number = json.mid(position, static_cast<int>(end - json.constBegin()) - position);
+            const QByteArray written = asDouble(number);
+            if (written != number) {
+                json.replace(position, number.size(), written);
             }
-            position += length - 1;
+            position += static_cast<int>(written.size()) - 1;
         }
     }
     return json;
@@ -265,7 +275,7 @@ QByteArray withDoubles(QByteArray json)
 QByteArray jsonOf(const QJsonDocument& document, QJsonDocument::JsonFormat format)
 {
     const QByteArray json = document.toJson(format);
-    return qt::writesLongNumbers ? withDoubles(json) : json;
+    return qt::writesOtherNumbers ? withDoubles(json) : json;
 }
 
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error)

@@ -13,8 +13,8 @@ namespace comunication {
 /// beyond twice the size of the text are refused as nested too deep.
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error = nullptr);
 
-/// QJsonDocument::toJson() with every number written as the double that it is to most readers. Qt 5 writes it so; Qt 6
-/// writes whole numbers with more digits than a double holds.
+/// QJsonDocument::toJson() with every number written as the double that it is to most readers, a whole one of up to 64
+/// bits without an exponent. Qt 5 writes it so; Qt 6 writes more digits than a double holds, and more exponents.
 QByteArray jsonOf(const QJsonDocument& document, QJsonDocument::JsonFormat format = QJsonDocument::Compact);
 
 } // namespace comunication
