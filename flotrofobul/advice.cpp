@@ -114,6 +114,15 @@ void advice_t::installationId(const QString& id)
     }
 }
 
+void advice_t::clientId(const QString& id, const QString& hostname)
+{
+    if (hostname.section(u'.', 0, 0) == "localhost"_l1) { // all that an Android device tells
+        say(error, "The client id "_l1 + id +
+                       " is that of every machine with the name localhost, and at one broker they keep throwing each "
+                       "other out: give each node a client id of its own"_l1);
+    }
+}
+
 void advice_t::subscriptionRefused(const QString& topic)
 {
     say(warning, "The broker refuses the subscription of "_l1 + topic + ": does the broker's access list allow it?"_l1);

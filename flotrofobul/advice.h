@@ -37,6 +37,8 @@ public:
     void configurationRemarks(const QStringList& remarks);
     /// Says so when the topic grammar recognises no topic of the installation.
     void installationId(const QString& id);
+    /// hostname: what the id was made of, empty if the host has given the id. Says so when other machines have it, too.
+    void clientId(const QString& id, const QString& hostname);
 
     // Link
 

@@ -22,7 +22,7 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/protobase_t";
 
-constexpr int subscriptionRefused = 0x80; // in the SUBACK of MQTT 3.1.1
+constexpr int subscriptionRefused = 0x80; // in the SUBACK, and above it: some brokers give the reasons of MQTT 5
 
 void logPending(message::classmessages& messages, const char* function)
 {
@@ -118,7 +118,7 @@ void protobase_t::on_subscribe(int mid, int qos_count, const int* granted_qos)
     });
     const QPointer<protobase_t> alive(this);
     const bool refused = granted_qos != nullptr && qos_count > 0 &&
-                         std::count(granted_qos, granted_qos + qos_count, subscriptionRefused) > 0;
+                         *std::max_element(granted_qos, granted_qos + qos_count) >= subscriptionRefused;
     guarded(function, logSource, [&] { onSubscribe(mid, qos_count, granted_qos, topic); });
     if (alive && refused && !topic.isEmpty()) {
         advice->subscriptionRefused(topic);

@@ -188,12 +188,12 @@ public:
     QString Encode(const QJsonValue& value);
 
 public Q_SLOTS:
-    /// Connects to the configured broker. Without async it waits for the broker's answer, but no longer than the
-    /// configured timeout. While the configuration's autoconnect is on, an attempt that fails and a link that is lost
+    /// Connects to the configured broker. While the configuration's autoconnect is on, an attempt that fails and a link that is lost
     /// are tried again. Returns libmosquitto's code, combined with that of init_comunication() on first use; -1 on an
     /// exception. onBrokerConnection() follows with the broker's answer, or onBrokerDisconnection() if none comes; an
     /// attempt that fails at once is told by the result only.
     /// @param _clientid  unless empty, becomes the node's client id (role + "@" + its letters, digits and "-")
+    /// @param async      false: waits for the broker's answer, but no longer than the configured timeout
     int connect(const QString& _clientid = QString(), bool async = true);
     /// Ends the session until the next connect(). With _sendLastWill, publishes the last will to the other nodes,
     /// closes the link one second later and returns 0. Without, closes the link at once and returns libmosquitto's

@@ -24,8 +24,8 @@ class FLOTROFOBUL_EXPORT protoserver_t : public protobase_t {
     Q_OBJECT
 
 public:
-    /// The arguments are those of protobase_t, but for
-    /// @param defaultMaster  whether to take the master role at every accepted connection
+    /// The arguments are those of protobase_t; defaultMaster: whether to take the master role at every accepted
+    /// connection.
     protoserver_t(const QString& versionApp, const QString& configPath, bool defaultMaster, const QString& clientId,
                   bool encoding);
     protoserver_t(const QString& versionApp, const QJsonObject& configuration, bool defaultMaster,

@@ -24,9 +24,13 @@ QString pathOf(const QVariant& value, const QObject* item)
 
 } // namespace
 
-configuration_t readConfiguration(const QVariant& value, const QObject* item)
+QVariant plain(const QVariant& value)
 {
-    const QVariant given = value.userType() == qMetaTypeId<QJSValue>() ? value.value<QJSValue>().toVariant() : value;
+    return value.userType() == qMetaTypeId<QJSValue>() ? value.value<QJSValue>().toVariant() : value;
+}
+
+configuration_t readConfiguration(const QVariant& given, const QObject* item)
+{
     configuration_t result;
     if (given.canConvert<QVariantMap>()) {
         result.json = QJsonObject::fromVariantMap(given.toMap());

@@ -111,7 +111,11 @@ QHash<int, QByteArray> house_list_t::roleNames() const
 
 void house_list_t::setConfiguration(const QVariant& value)
 {
-    given = value;
+    const QVariant taken = plain(value);
+    if (given == taken) {
+        return;
+    }
+    given = taken;
     Q_EMIT configurationChanged();
     if (complete) {
         beginning.start(0);
@@ -181,6 +185,7 @@ void house_list_t::listen()
     // Single packets are not looked at: their quality of service would only cost the broker.
     listener = std::make_unique<tools::listener_t>(connection, 0);
     tools::listener_t* const source = listener.get();
+    source->neverRest();
     connect(source, &tools::listener_t::ready, this, [this] { set(Listening, {}); });
     connect(source, &tools::listener_t::problem, this, [this](const QString& words) {
         house.forgetBridges(); // told anew with the next session

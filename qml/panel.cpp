@@ -96,7 +96,11 @@ void panel_t::componentComplete()
 
 void panel_t::setConfiguration(const QVariant& value)
 {
-    given = value;
+    const QVariant taken = plain(value);
+    if (given == taken) {
+        return;
+    }
+    given = taken;
     Q_EMIT configurationChanged();
     beginSoon();
 }

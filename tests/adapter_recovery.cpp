@@ -118,6 +118,8 @@ poison              | 2 x bad x | bad . *12                    | 7 *12 | CONNECT
 bad network         | 2 x       | PUBLISH ! *5                | 7 *5  | CONNECT PUBLISH PUBREL |
 answers to nobody   | 1 x       | PUBLISH 340600016100014134060001610002413406000161000341. | 7 | CONNECT PUBLISH | broker has closed it
 half a packet       | 1 x       | PUBLISH 3010.               | 14    | CONNECT PUBLISH        | middle of a packet
+no QoS 2            | 2 x       | PUBLISH 40020001            | 2     | CONNECT PUBLISH PUBREL | does not speak QoS 2
+no QoS 2, kept      | 2 x       | PUBLISH 40020001 *2, CONNECT 20020100 *2 | 2 *2 | CONNECT PUBLISH PUBREL | does not speak QoS 2 *2
 reserved type       | 1 x       | PUBLISH f000                | 2     | CONNECT PUBLISH        | protocol does not know
 no UTF-8            | 1 x       | PUBLISH 30040002c328        | 18    | CONNECT PUBLISH        | protocol does not know
 late refusal        | 1 x       | PUBLISH 20020005            | 5     | CONNECT PUBLISH        | connection was refused
@@ -156,7 +158,8 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QCOMPARE(client.connects.count(0), losses.size() + 1);
         QCOMPARE(peer.received.join(u' '), cells[4]);
         QCOMPARE(log.count("lost: "_s), losses.size());
-        QVERIFY2(cells[5].isEmpty() || log.count(cells[5]) > 0, qPrintable(log.lines.join(u'\n')));
+        const QStringList words = repeated(cells[5]);
+        QVERIFY2(words[0].isEmpty() || log.count(words[0]) >= words.size(), qPrintable(log.lines.join(u'\n')));
     }
 
     // Of some messages the broker has only the first half: they use up its quota until it is told to forget them.

@@ -101,6 +101,48 @@ private Q_SLOTS:
             "3 readSettings Unknown key \"house.advertises\" in the configuration, is \"house.advertise\" meant?"_s);
     }
 
+    // The last values on either side that are taken, and the first that are not; then the default stays.
+    void bounds_data()
+    {
+        QTest::addColumn<int>("lowest");
+        QTest::addColumn<int>("highest");
+        QTest::addColumn<int>("initial");
+        QTest::newRow("rank") << 1 << 255 << 100;
+        QTest::newRow("advertise") << 1000 << 60000 << 11000;
+        QTest::newRow("patience") << 200 << 30000 << 2000;
+        QTest::newRow("start") << 200 << 60000 << 5000;
+    }
+    void bounds()
+    {
+        QFETCH(const int, lowest);
+        QFETCH(const int, highest);
+        QFETCH(const int, initial);
+        const QString key = QLatin1String(QTest::currentDataTag());
+        for (const int value : {lowest - 1, lowest, highest, highest + 1}) {
+            log_recorder_t log(::utility::logs::warning);
+            comunication::house::settings_t settings;
+            comunication::house::readSettings(QJsonObject{{key, value}}, &settings);
+            const QMap<QString, int> taken{{"rank"_s, settings.rank},
+                                           {"advertise"_s, int(settings.times.advertise.count())},
+                                           {"patience"_s, int(settings.times.patience.count())},
+                                           {"start"_s, int(settings.times.start.count())}};
+            const bool isTaken = value >= lowest && value <= highest;
+            QCOMPARE(taken[key], isTaken ? value : initial);
+            QCOMPARE(log.lines.size(), isTaken ? 0 : 1);
+        }
+    }
+    // A section that is no object is refused whole, one that is not there is not spoken of.
+    void noSection()
+    {
+        log_recorder_t log(::utility::logs::warning);
+        comunication::house::settings_t settings;
+        comunication::house::readSettings(QJsonValue(QJsonValue::Undefined), &settings);
+        comunication::house::readSettings(QJsonArray{1}, &settings);
+        QCOMPARE(log.lines,
+                 QStringList("2 deserialize Refused configuration value house: an array, allowed: an object"_s));
+        QCOMPARE(settings.rank, 100);
+    }
+
     void rules_data()
     {
         QTest::addColumn<QString>("story");

@@ -9,12 +9,20 @@ using namespace std::chrono_literals;
 class laboratory : public QObject {
     Q_OBJECT
 
+    std::unique_ptr<laboratory_t> acting;
+
     static house_t house(int boxes)
     {
         house_t house;
         house.boxes = boxes;
         house.nodeProgram = QStringLiteral(NODE_PROGRAM);
         return house;
+    }
+
+    static bool isStopped(qint64 process)
+    {
+        QFile file(QStringLiteral("/proc/%1/stat").arg(process));
+        return file.open(QIODevice::ReadOnly) && file.readAll().contains(") T ");
     }
 
 private Q_SLOTS:
@@ -125,6 +133,76 @@ private Q_SLOTS:
         for (const QByteArray& child : children) {
             QTRY_VERIFY(::kill(child.toInt(), 0) != 0);
         }
+    }
+
+    void acts_data()
+    {
+        QTest::addColumn<QString>("acts");
+        QTest::addColumn<QString>("lines");
+        // kill, freeze, proceed, restart: the server of box 1; the others as in the laboratory
+        for (const auto& [acts, lines] : std::initializer_list<std::pair<const char*, const char*>>{
+                 {"proceed restart", "killed and started"},
+                 {"kill kill freeze proceed restart proceed", "killed|started"},
+                 {"freeze freeze proceed proceed", "frozen|continues"},
+                 {"freeze kill proceed restart freeze proceed", "frozen|killed|started|frozen|continues"},
+                 {"killBroker killBroker freezeBroker restartBroker restartBroker",
+                  "its broker is killed|its broker is started"},
+                 {"freezeBroker freezeBroker restartBroker restartBroker", "its broker is frozen|its broker continues"},
+                 {"freezeBroker killBroker restartBroker",
+                  "its broker is frozen|its broker is killed|its broker is started"},
+                 {"powerOn powerCut powerCut restart restartBroker kill killBroker powerOn powerOn",
+                  "power cut: its connections end|has power again"},
+                 {"freezeBroker powerCut powerOn freezeBroker restartBroker",
+                  "its broker is frozen|power cut: its connections end|has power again|its broker is frozen|its broker "
+                  "continues"},
+                 {"heal cut heal heal", "cut|healed"},
+                 {"silence heal heal", "falls silent|healed"},
+                 {"cut powerCut heal powerOn heal", "cut|power cut: its connections end|has power again"},
+             }) {
+            QTest::newRow(acts) << acts << lines;
+        }
+        acting = std::make_unique<laboratory_t>(house(2));
+        QVERIFY(acting->start());
+    }
+    // What cannot happen does not: no line, no event, no other process. Afterwards all of it runs again.
+    void acts()
+    {
+        QFETCH(const QString, acts);
+        QFETCH(const QString, lines);
+        laboratory_t& lab = *acting;
+        node_t& server = *lab.box(1).server;
+        const std::map<QString, std::function<void()>> known{
+            {QStringLiteral("kill"), [&] { lab.kill(server); }},
+            {QStringLiteral("freeze"), [&] { lab.freeze(server); }},
+            {QStringLiteral("proceed"), [&] { lab.proceed(server); }},
+            {QStringLiteral("restart"), [&] { lab.restart(server); }},
+            {QStringLiteral("killBroker"), [&] { lab.killBroker(1); }},
+            {QStringLiteral("freezeBroker"), [&] { lab.freezeBroker(1); }},
+            {QStringLiteral("restartBroker"), [&] { lab.restartBroker(1); }},
+            {QStringLiteral("powerCut"), [&] { lab.powerCut(1, power_cut_t::noticed); }},
+            {QStringLiteral("powerOn"), [&] { lab.powerOn(1); }},
+            {QStringLiteral("cut"), [&] { lab.cut(1, 2); }},
+            {QStringLiteral("silence"), [&] { lab.silence(1, 2); }},
+            {QStringLiteral("heal"), [&] { lab.heal(1, 2); }}};
+        constexpr int beforeText = 26; // time and name
+        QStringList happened;
+        for (const QString& act : acts.split(u' ')) {
+            const int before = lab.events;
+            QString first; // what follows is what is thought of it
+            lab.aloud = [&](const QString& line) { first = first.isEmpty() ? line.mid(beforeText) : first; };
+            known.at(act)();
+            if (lab.events > before) {
+                QCOMPARE(lab.events, before + 1);
+                happened << first;
+            }
+            QTRY_COMPARE(lab.box(1).broker.isRunning() && isStopped(lab.box(1).broker.processId()),
+                         lab.box(1).brokerFrozen);
+            const bool isDown = act.startsWith(QLatin1String("kill"));
+            QVERIFY(!isDown || !(act == QLatin1String("kill") ? server.isRunning() : lab.box(1).broker.isRunning()));
+        }
+        lab.aloud = {};
+        QCOMPARE(happened.join(u'|'), lines);
+        QVERIFY(server.isRunning() && !server.isFrozen() && lab.box(1).broker.isRunning() && !lab.box(1).brokerFrozen);
     }
 };
 

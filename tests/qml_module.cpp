@@ -69,12 +69,15 @@ public Q_SLOTS:
     }
     void freezeServer() { server->signal(SIGSTOP); }
     void thawServer() { server->signal(SIGCONT); }
-    /// What a master says that hands over.
-    void elect()
+    /// What the server could say: destination and further levels of the topic.
+    void say(const QString& topic, const QString& payload)
     {
-        observer_t(broker.port())
-            .publish("forward-bridge/local/1234/srv/all_clients/master"_s, R"({"d":{"masterid":"srv"}})");
+        observer_t(broker.port()).publish("forward-bridge/local/1234/srv/"_s + topic, payload.toUtf8());
     }
+    /// A master that hands over.
+    void elect() { say("all_clients/master"_s, R"({"d":{"masterid":"srv"}})"_s); }
+    bool startNeighbour() { return neighbour.start(); }
+    bool hasBrokerSaid(const QString& words) const { return broker.output().contains(words.toUtf8()); }
 
     void qmlEngineAvailable(QQmlEngine* engine)
     {
@@ -83,7 +86,9 @@ public Q_SLOTS:
     }
 
 private:
-    broker_t broker;
+    broker_t neighbour;
+    broker_t broker{"connection x-y-1-2\naddress 127.0.0.1:%1\nremote_clientid x-y-1-2\nrestart_timeout 1\n"
+                    "topic local/1234/# out 2 forward-bridge/ remote-bridge/"_s.arg(neighbour.port())};
     std::unique_ptr<child_t> server;
     int life = 0;
 };

@@ -102,7 +102,7 @@ mesh       | 3 | @cloud, "box": 3} ||
 one lane   | 3 | @one, "bridges": [{"from": 2, "to": 1}] ||
 out only   | 3 | @cloud, "box": 3}, "shape": "out only" ||
 star       | 3 | @cloud, "box": 3}, "shape": "star", "hub": 1 ||
-cloud at the hub | 3 | @cloud}, @one, "shape": "star", "hub": 2 ||
+cloud at the hub | 3 | @cloud, "notifications": false}, @one, "shape": "star", "hub": 2 ||
 tls        | 2 | "tls_enable": true, "ca_file": "@ca", "username": "bridge", "password": "wordofpass" ||
 a line     | 2 | | 1 -status/# in | box 2 to box 1: status does not arrive; house-bridge-1-2 at box 1 is up
 no file    | 2 | | 1 -              | box 1 to box 2: nothing arrives; housedata-1-2 at box 1 is not known there
@@ -146,6 +146,15 @@ private Q_SLOTS:
         }
         QCOMPARE(house.check->code(), cells[4].isEmpty() ? 0 : 1);
         QVERIFY(!QString(text + house.written).contains("wordofpass"_l1));
+    }
+
+    // Some brokers throw out who says something under $SYS.
+    void silence()
+    {
+        const QRegularExpression keyAndSilence("remote_clientid KEY\n[^\n]*(\n.+)*\nnotifications_local_only true\n"_s);
+        QVERIFY(readFile(houses.at("cloud at the hub"_s)->file(2)).contains(keyAndSilence));
+        QCOMPARE(readFile(houses.at("cloud at the hub"_s)->file(2)).count("local_only"_l1), 1);
+        QVERIFY(!readFile(houses.at("star"_s)->file(1)).contains("local_only"_l1));
     }
 
     // Each description lacks one thing; all that is said about it.

@@ -223,6 +223,7 @@ TLS to plain | @open                     |                  | security.tls_enabl
 plain to TLS | @good                     |                  |                            | TLS: the broker at 127.0.0.1:; does not understand an open link; set mqtt.security.tls_enable
 no user      | @open; @users             |                  |                            | credentials: the broker wants a user name and a password
 bad password | @open; @users             |                  | connect.username="bridge"; connect.password="passofword" | credentials: the broker does not let in the user bridge; mosquitto_passwd
+no QoS 2     | peer CONNECT 20020000, SUBSCRIBE 9003000102, SUBSCRIBE 9003000202, SUBSCRIBE 9003000302, SUBSCRIBE 9003000402, PUBLISH 40020005 | | | broker: the broker does not speak QoS 2, which all nodes use
 refused id   | peer CONNECT 20020002     |                  | id=odd                     | client id: the broker refuses the client id odd
 stolen id    | @open                     | panel twin       | id=twin                    | client id: somebody else has the client id twin; give every node an id of its own
 no listening | @open; @dynamic; plugin_opt_config_file @certificates/rules | | | own echo: the broker refuses the subscription of +/local/house1/#; allow reading
@@ -248,6 +249,8 @@ doubled      | @open; @bridge; @out; @in; @old; @out | server tarnel-server-1; f
 clock        | @open                     | server tarnel-server-1 | TZ=XXX-0:10          | clocks: the clock of tarnel-server-1 is 10 min behind this machine's; set the clocks by the network
 time zone    | @open                     | server tarnel-server-1 | TZ=XXX3              | clocks: the clock of tarnel-server-1 is 3 h 0 min ahead of; set the same time zone
 old status   | @open                     | server tarnel-server-1; kept tarnel-server-9 | | retained status: the broker keeps old status of tarnel-server-9, which does not answer; mosquitto_pub -r -n -t
+copies       | @open; allow_duplicate_messages true | server tarnel-server-1 |    | sends a packet once for each subscription; Nothing is wrong
+tells nothing | @open; acl topic readwrite #; topic deny $SYS/broker/# | server tarnel-server-1 | | bridges: this broker does not tell of any; Nothing is wrong
 no retaining | @open; retain_available false | server tarnel-server-1 |                  | broker: the broker keeps no retained packets; it has ended a connection over one; "retain_available true"
 short packets | @open; message_size_limit 20000 | server tarnel-server-1 |               | broker: the broker does not pass on packets of 64 KiB; raise message_size_limit
 limited packets | @open; max_packet_size 20000 | server tarnel-server-1 |               | broker: the broker does not pass on packets of 64 KiB; raise max_packet_size

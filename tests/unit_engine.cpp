@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The engine without a broker: payloads, placeholders, refusals and configuration.
+#include <flotrofobul/advice.h>
 #include <flotrofobul/define/topic_t.h>
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/mosquittopp/link.h>
@@ -15,6 +16,7 @@
 #include <thread>
 #include <unistd.h>
 
+using comunication::advice_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
 using comunication::mosquittopp::authorities_t;
@@ -264,8 +266,12 @@ private Q_SLOTS:
         bare_t<protoserver_t> server("1"_s, installation(), false, "srv"_s, false);
         QVERIFY(engine.isConfigured());
         const QString topic = "forward-bridge/local/1234/%1/all/connection/presentation"_s;
-        const int refused[] = {2, 128};
-        engine.messages->addSubscription(3, "z"_s, qos_t(2));
+        const auto named = [&](const QString& name) {
+            return advised([&] { advice_t(&engine).clientId("client@x"_s, name); });
+        };
+        QCOMPARE(named("localhost"_s), "2The client id client@x is that of every machine with the name localhost"_s);
+        QCOMPARE(named("localhost.localdomain"_s), named("localhost"_s));
+        QCOMPARE(named("localhost1"_s) + named({}), QString());
         const auto twice = [&](const auto& does) { return advised([&] { does(), does(); }); };
         const auto receives = [&](const char* payload) {
             return twice([&] { engine.on_message(1, topic.arg("srv"_l1), QLatin1String(payload), 0, 2, false); });
@@ -273,7 +279,12 @@ private Q_SLOTS:
         QCOMPARE(receives("{\"d\":"), "2The payload from srv on %1 is no JSON"_s.arg(topic.arg("srv"_l1)));
         QCOMPARE(receives("eyJkIjoxfQ"), "3encoding is on at srv"_s);
         QCOMPARE(receives("{\"d\":1}") + receives(""), QString());
-        QCOMPARE(twice([&] { engine.on_subscribe(3, 2, refused); }), "3The broker refuses the subscription of z"_s);
+        for (const int code : {128, 143}) {
+            const int refused[] = {2, code};
+            engine.messages->addSubscription(code, QString::number(code), qos_t(2));
+            QCOMPARE(twice([&] { engine.on_subscribe(code, 2, refused); }),
+                     "3The broker refuses the subscription of %1"_s.arg(code));
+        }
         QCOMPARE(twice([&] { engine.protobase_t::publish(parse("{'topic':'t'}"), qos_t(2), false); }),
                  "2A packet was not published"_s);
         QVERIFY(events[1].contains("\"payload\" is missing beside topic t"_l1));

@@ -18,7 +18,8 @@ namespace {
 ///     bridge a-b-1-2 1        state of a bridge; without a state it is taken back
 ///     topic payload           as it stands
 ///
-/// "R:" before a line: over remote-bridge; "B:": encoded; "X:": of another installation.
+/// "R:" before a line: over remote-bridge; "2:": heard at a second broker; "B:": encoded; "X:": of another
+/// installation.
 struct feeder_t {
     house_model_t house{"house1"_s};
     moment_t now{1000000};
@@ -71,7 +72,7 @@ struct feeder_t {
                    "%1/local/%2/%3/%4/%5"_s.arg(mark == "R"_l1 ? "remote-bridge"_s : "forward-bridge"_s,
                                                 mark == "X"_l1 ? "other"_s : "house1"_s, sender, full(words[1]),
                                                 command),
-                   payload, 2, what == "old"_l1);
+                   payload, 2, what == "old"_l1, mark == "2"_l1 ? 2 : 1);
     }
 
     /// "S1 master, P1 ready for S1, ..." and what else there is to say.
@@ -123,10 +124,18 @@ to everybody   | P1 own_server says request/DB/x         | P1 client here       
 status         | S1 all says status/DB/persistent        | S1 server here        | S1 is there
 retained       | S1 all old status/DB/persistent         | S1 server ?           |
 stranger       | X1 all says hello/x                     | X1 ? here             | X1 is there
+by their words | A1 all says notification/x; A2 all says command/x; A3 all says request/x; A4 all says master/x | A1 server here, A2 client here, A3 client here, A4 server here | A1 is there; A2 is there; A3 is there; A4 is there
+a slash before | /forward-bridge/local/house1/X1/all/x/y {} | X1 ? here           | X1 is there
+empty levels   | forward-bridge/local/house1//all/x/y {}; forward-bridge/local//X1/all/x/y {}; forward-bridge/local/house1/X1//x/y {}; forward-bridge/local/house1/X1/all {} | |
+two brokers    | S1 all here S1; 2:S1 all gone           | S1 server master      | S1 is master now
+other broker   | S1 all here S1; a; a; a; a; 2:S1 all gone | S1 server gone       | S1 is master no more
+nearer         | R:P1 all here S2; P1 all here S1        | P1 client here for S1 | P1 is there, master S2; P1 follows S1
 other house    | X:S1 all here S1                        |                       |
 encoded        | B:S1 all here S1; B:S1 all says status/x | S1 server master encoded | S1 has encoding on: its payloads are Base64, which engines do not decode; S1 is there; S1 is master now
 someone else   | forward-bridge/local/house1/P1/all/connection/presentation {"d":{"clientid":"P2"}} | P1 ? ? | a presentation of P1 that engines refuse: it calls itself P2
 no role        | forward-bridge/local/house1/P1/all/connection/presentation {"d":{"clientid":"P1","type":"x"}} | P1 ? ? | a presentation of P1 that engines refuse: its type is "x"
+not connected  | forward-bridge/local/house1/P1/all/connection/presentation {"d":{"clientid":"P1","type":"client"}} | P1 ? ? | a presentation of P1 that engines refuse: it does not say whether it is connected
+refused once   | X1 all says x/y; P1 all x connection/presentation; P1 all x connection/presentation | X1 ? here, P1 ? ? | X1 is there; a presentation of P1 that engines refuse: its payload is no presentation
 no payload     | forward-bridge/local/house1/P1/all/connection/presentation x | P1 ? ? | a presentation of P1 that engines refuse: its payload is no presentation
 bridges        | bridge house-bridge-1-2 1; bridge KEY 1; bridge KEY 0 | house-bridge-1-2 up S1+S2, KEY down | bridge house-bridge-1-2 is up; bridge KEY is up; bridge KEY is down
 bridge goes    | bridge KEY 1; bridge KEY                |                       | bridge KEY is up
@@ -182,6 +191,124 @@ bridge goes    | bridge KEY 1; bridge KEY                |                      
         QCOMPARE(rate.perSecond(moment_t(60000)), 0.0);
     }
 
+    // What is known of one node, from when, and what of it is news.
+    void details()
+    {
+        feeder_t feeder;
+        const QString topic = "forward-bridge/local/house1/P1/all/connection/presentation"_s;
+        QJsonObject record{{"clientid"_s, "P1"_s},   {"type"_s, "client"_s},   {"connected"_s, true},
+                           {"os"_s, "o"_s},          {"versionLib"_s, "l"_s},  {"versionApp"_s, "a"_s},
+                           {"hostname"_s, "h"_s},    {"publishDate"_s, "p"_s}, {"brokerip"_s, "b"_s},
+                           {"masterid"_s, QString()}};
+        const auto present = [&] {
+            QJsonObject said = record;
+            said["masterData"_s] = record; // the master's, which is not kept
+            feeder.now += std::chrono::seconds(10);
+            feeder.house.take(feeder.now, topic, QJsonDocument(QJsonObject{{"d"_s, said}}).toJson(), 2, false);
+            return feeder.house.node("P1"_s);
+        };
+        const house_node_t* node = present();
+        const moment_t came = feeder.now;
+        QCOMPARE(node->record, record);
+        QCOMPARE(node->installation, "house1"_s);
+        QVERIFY(node->since == came && node->heard == came);
+        const quint64 known = feeder.house.revision();
+        present();
+        QVERIFY(feeder.house.revision() == known && node->since == came && node->heard == feeder.now);
+        record["hostname"_s] = QString(200, u'h');
+        present();
+        QVERIFY(node->changed > known && node->since == came);
+        record["hostname"_s] = QString(201, u'h'); // is cut
+        QCOMPARE(present()->record["hostname"_s].toString().size(), 200);
+        record["connected"_s] = false;
+        QVERIFY(present()->since == feeder.now);
+        record["os"_s] = QString(65536, u'x'); // not read at all
+        record["connected"_s] = true;
+        QCOMPARE(present()->presence, presence_t::gone);
+        record["os"_s] = "o"_s;
+        QVERIFY(present()->presence == presence_t::here && node->since == feeder.now);
+        QCOMPARE(feeder.house.rate(feeder.now), 2 / 10.0); // one at either end of the ten seconds
+    }
+
+    // seconds that a server claims to be master | what is believed
+    void mastership_data()
+    {
+        addRows(R"(
+-5    | 0
+0.9   | 0
+1e9   | 1000000000
+1e300 | 1000000000
+"x"   | 0
+)");
+    }
+    void mastership()
+    {
+        QFETCH(QStringList, cells);
+        feeder_t feeder;
+        feeder.feed(
+            "forward-bridge/local/house1/S1/all_servers/connection/house {\"d\":{\"master\":\"S1\",\"since\":%1}}"_s
+                .arg(cells[0]));
+        // Short of words the feeder takes it as it stands, a second after its beginning.
+        QCOMPARE(feeder.house.node("S1"_s)->masterSince,
+                 moment_t(1001000) - std::chrono::seconds(cells[1].toLongLong()));
+        QCOMPARE(feeder.house.mastersSince(), moment_t(1001000));
+    }
+
+    // What the broker says of itself, and that it is forgotten with the link.
+    void broker()
+    {
+        feeder_t feeder;
+        feeder.feed("$SYS/broker/clients/connected 7"_s);
+        feeder.feed("$SYS/broker/clients/connected many"_s);
+        feeder.feed("$SYS/broker/version mosquitto"_s);
+        feeder.feed("bridge a-b-1-2 1"_s);
+        QCOMPARE(feeder.house.brokerClients(), 7);
+        QCOMPARE(feeder.house.brokerVersion(), "mosquitto"_s);
+        const quint64 known = feeder.house.revision();
+        feeder.house.forgetBridges();
+        QVERIFY(feeder.house.bridges().isEmpty() && feeder.house.lastRemoval() > known);
+        const quint64 removed = feeder.house.revision();
+        feeder.house.forgetBridges();
+        QCOMPARE(feeder.house.revision(), removed);
+        QCOMPARE(feeder.house.rate(feeder.now), 0.0);
+    }
+
+    // Who goes for one that comes: who is gone, then the longest silent; a master too.
+    void crowded()
+    {
+        feeder_t feeder;
+        feeder.feed("S1 all here S1"_s);
+        for (int i = 1; i < house_model_t::mostNodes; ++i) {
+            feeder.feed("X%1 all here"_s.arg(i));
+        }
+        feeder.feed("X5 all gone"_s);
+        feeder.feed("X1 all says x/y"_s);
+        QCOMPARE(feeder.house.lastRemoval(), quint64(0));
+        const auto comes = [&](const QString& id) {
+            feeder.feed(id + " all here"_l1);
+            QCOMPARE(feeder.house.nodes().size(), house_model_t::mostNodes);
+            QCOMPARE(feeder.house.node(id)->id, id);
+            for (const house_node_t& node : feeder.house.nodes()) {
+                QCOMPARE(feeder.house.node(node.id), &node);
+            }
+        };
+        comes("N1"_s);
+        QVERIFY(feeder.house.node("X5"_s) == nullptr && feeder.house.lastRemoval() > 0);
+        QCOMPARE(feeder.house.masters(), QStringList("tarnel-server-1"_s));
+        comes("N2"_s);
+        QVERIFY(feeder.house.node("tarnel-server-1"_s) == nullptr);
+        QCOMPARE(feeder.house.masters(), QStringList());
+        QCOMPARE(feeder.house.mastersSince(), feeder.now);
+        comes("N3"_s);
+        QVERIFY(feeder.house.node("X2"_s) == nullptr && feeder.house.node("X1"_s) != nullptr);
+        feeder.feed("N4 all says x/y"_s);
+        QVERIFY(feeder.house.node("N4"_s) == nullptr);
+        const QVector<house_event_t>& events = feeder.house.events();
+        QCOMPARE(std::count_if(events.begin(), events.end(),
+                               [](const house_event_t& one) { return one.kind == house_event_t::crowded; }),
+                 1);
+    }
+
     // Strangers push out nobody who has presented himself.
     void bounded()
     {
@@ -198,8 +325,15 @@ bridge goes    | bridge KEY 1; bridge KEY                |                      
         QVERIFY(feeder.house.lastRemoval() > 0);
         QCOMPARE(feeder.house.masters(), QStringList("tarnel-server-1"_s));
         QCOMPARE(feeder.house.node("panel-1"_s)->master, "tarnel-server-1"_s); // found where it stands now
-        feeder.feed("forward-bridge/local/house1/%1/all/x/y"_s.arg(QString(500, u'x')));
-        QCOMPARE(feeder.house.foreign(), qint64(1));
+        feeder_t other;
+        other.feed("forward-bridge/local/house1/%1/all/x/y"_s.arg(QString(200, u'x')));
+        QCOMPARE(other.house.foreign(), qint64(0));
+        other.feed("forward-bridge/local/house1/%1/all/x/y"_s.arg(QString(201, u'x')));
+        QCOMPARE(other.house.foreign(), qint64(1));
+        for (int i = 0; i < 20; ++i) {
+            other.feed("forward-bridge/local/other%1/P1/all/x/y"_s.arg(i));
+        }
+        QCOMPARE(other.house.otherInstallations().size(), 10);
     }
 };
 

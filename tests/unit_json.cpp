@@ -222,7 +222,6 @@ private Q_SLOTS:
         }
     }
 
-    // Qt sorts many members as it likes, where the last of equal keys must win all the same.
     // Every node writes the same, whatever Qt it stands on.
     void numbersAreDoubles()
     {
@@ -241,6 +240,7 @@ private Q_SLOTS:
                  QByteArray("[9007199254740992,311000000000000000,-500000000000000000,10000000000000000000,2e+19]"));
     }
 
+    // Qt sorts many members as it likes, where the last of equal keys must win all the same.
     void lastOfMany()
     {
         QByteArray text = R"({"k3":{"first":1},)";

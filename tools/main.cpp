@@ -32,6 +32,15 @@ QString usage()
                           "Exit codes: 0 all is fine; 1 something was found or refused; 2 wrong usage.");
 }
 
+/// The code that a run ends with.
+int ended(int code)
+{
+    if (resultIsLost) {
+        complain(QStringLiteral("Standard output cannot be written."));
+    }
+    return resultIsLost && code == allFine ? static_cast<int>(somethingFound) : code;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -47,20 +56,16 @@ int main(int argc, char** argv)
     const QString first = arguments.value(0);
     for (const subcommand_t& subcommand : subcommands) {
         if (first == QLatin1String(subcommand.name)) {
-            const int code = subcommand.run(arguments);
-            if (resultIsLost) {
-                complain(QStringLiteral("Standard output cannot be written."));
-            }
-            return resultIsLost && code == allFine ? static_cast<int>(somethingFound) : code;
+            return ended(subcommand.run(arguments));
         }
     }
     if (first == QLatin1String("--help") || first == QLatin1String("-h")) {
         say(usage());
-        return allFine;
+        return ended(allFine);
     }
     if (first == QLatin1String("--version") || first == QLatin1String("-v")) {
         say(QStringLiteral("flotrofobul ") + QCoreApplication::applicationVersion());
-        return allFine;
+        return ended(allFine);
     }
     if (!first.isEmpty()) {
         complain(QStringLiteral("There is no subcommand \"%1\".\n").arg(first));

@@ -24,7 +24,7 @@ Rectangle {
 
     ColumnLayout {
         anchors { fill: parent; margins: Theme.gap }
-        spacing: 4
+        spacing: 2
 
         Text {
             objectName: "room"
@@ -47,6 +47,7 @@ Rectangle {
             spacing: Theme.gap
 
             TouchButton {
+                objectName: "cooler"
                 text: "−"
                 font.pixelSize: 32
                 enabled: card.changeable && card.wanted > 5
@@ -73,6 +74,7 @@ Rectangle {
                 }
             }
             TouchButton {
+                objectName: "warmer"
                 text: "+"
                 font.pixelSize: 32
                 enabled: card.changeable && card.wanted < 30

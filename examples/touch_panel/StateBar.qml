@@ -20,8 +20,8 @@ RowLayout {
         case Panel.Connecting: return qsTr("Connecting…")
         case Panel.Searching: return qsTr("Waiting for the central unit")
         }
-        return unanswered ? qsTr("The central unit does not answer")
-             : waiting ? qsTr("Asking the central unit…") : qsTr("Connected")
+        return waiting ? qsTr("Asking the central unit…")
+             : unanswered ? qsTr("The central unit does not answer") : qsTr("Connected")
     }
     readonly property string age: {
         if (isNaN(house.persistentTime.getTime()))
@@ -64,7 +64,8 @@ RowLayout {
             elide: Text.ElideRight
         }
     }
-    Timer {
+    Timer { // the age grows
+        objectName: "clock"
         interval: 10000
         running: true
         repeat: true

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Starts the touch panel: options, language, and the QML of which the panel consists.
+// Starts the touch panel: its options.
+#include "touch_panel.h"
+
 #include <flotrofobul/platform/logs/classlogs.h>
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QFileInfo>
-#include <QtCore/QTranslator>
 #include <QtGui/QGuiApplication>
-#include <QtQml/QQmlApplicationEngine>
-#include <QtQml/QQmlContext>
 
 int main(int argc, char** argv)
 {
@@ -27,20 +26,7 @@ int main(int argc, char** argv)
     }
     ::utility::logs::classlogs::getInstance()->setLevel(::utility::logs::warning);
 
-    const QLocale locale(options.value(language));
-    QLocale::setDefault(locale);
-    QTranslator translator;
-    if (translator.load(locale, QStringLiteral("touch_panel"), QStringLiteral("_"), QStringLiteral(":/translations"))) {
-        QCoreApplication::installTranslator(&translator);
-    }
-
-    QQmlApplicationEngine engine;
-    engine.addImportPath(QStringLiteral(QML_IMPORT_PATH)); // from a source tree
-    QQmlContext* const context = engine.rootContext();
-    context->setContextProperty(QStringLiteral("houseConfiguration"),
-                                QFileInfo(options.positionalArguments().first()).absoluteFilePath());
-    context->setContextProperty(QStringLiteral("houseClientId"), options.value(id));
-    context->setContextProperty(QStringLiteral("startDark"), options.isSet(dark));
-    engine.load(QUrl(QStringLiteral("qrc:/main.qml")));
-    return engine.rootObjects().isEmpty() ? 1 : QGuiApplication::exec();
+    const touch_panel_t panel(QFileInfo(options.positionalArguments().first()).absoluteFilePath(), options.value(id),
+                              options.isSet(dark), QLocale(options.value(language)));
+    return panel.window() == nullptr ? 1 : QGuiApplication::exec();
 }

@@ -17,10 +17,12 @@ Window {
     property Request question
     property bool unanswered: false
 
+    function watched(request) {
+        request.failed.connect(() => { unanswered = house.state === Panel.Following })
+        return request
+    }
     function ask(wish) {
-        question = house.request("persistent", wish)
-        question.finished.connect(() => { unanswered = false })
-        question.failed.connect(() => { unanswered = house.state === Panel.Following })
+        question = watched(house.request("persistent", wish))
     }
     function wish(room, degrees) {
         ask({set: {[room]: degrees}})
@@ -29,7 +31,7 @@ Window {
     width: 800
     height: 480
     visible: true
-    title: qsTr("House")
+    title: qsTr("House") + " – " + bar.title
     color: Theme.background
     Component.onCompleted: Theme.dark = startDark
 
@@ -39,20 +41,21 @@ Window {
         configuration: houseConfiguration
         clientId: houseClientId
         onMasterFound: {
-            window.unanswered = false
             window.ask({})
-            request("realtime")
+            window.watched(request("realtime"))
         }
+        onMasterLost: window.unanswered = false // there is nobody to answer
         onStatusReceived: (kind, topic, payload, kept) => {
             if (!kept)
                 window.unanswered = false // an answer that comes late is one
         }
     }
-    Timer { // what was measured is soon stale
+    Timer { // what was measured is soon stale, and a master that is silent shows itself
+        objectName: "measuring"
         interval: 30000
         running: house.state === Panel.Following
         repeat: true
-        onTriggered: house.request("realtime")
+        onTriggered: window.watched(house.request("realtime"))
     }
 
     ColumnLayout {
@@ -64,30 +67,39 @@ Window {
             spacing: Theme.gap
 
             StateBar {
+                id: bar
+                objectName: "bar"
                 Layout.fillWidth: true
                 house: house
                 waiting: window.question !== null && window.question.pending
                 unanswered: window.unanswered
             }
             TouchButton {
+                objectName: "again"
                 visible: window.unanswered
+                enabled: !bar.waiting
                 text: qsTr("Ask again")
                 onClicked: window.ask({})
             }
             TouchButton {
+                objectName: "colours"
                 text: Theme.dark ? qsTr("Light") : qsTr("Dark")
                 onClicked: Theme.dark = !Theme.dark
             }
         }
         GridView {
             id: grid
+
+            readonly property int columns: Math.max(1, Math.floor(width / 360))
+
+            objectName: "rooms"
             Layout.fillWidth: true
             Layout.fillHeight: true
             Layout.margins: -Theme.gap / 2 // the cards have their own
             clip: true
             boundsBehavior: Flickable.StopAtBounds
-            cellWidth: Math.floor(width / Math.max(1, Math.floor(width / 360)))
-            cellHeight: 216
+            cellWidth: Math.floor(width / columns)
+            cellHeight: Math.max(196, Math.min(260, Math.floor(height / Math.ceil(count / columns))))
             model: JSON.parse(window.rooms)
             delegate: Item {
                 id: cell
@@ -95,6 +107,7 @@ Window {
                 width: grid.cellWidth
                 height: grid.cellHeight
                 RoomCard {
+                    objectName: cell.modelData
                     anchors { fill: parent; margins: Theme.gap / 2 }
                     name: window.names[cell.modelData] || cell.modelData
                     wanted: cell.modelData in window.wanted ? window.wanted[cell.modelData] : NaN
@@ -105,6 +118,7 @@ Window {
                 }
             }
             Text {
+                objectName: "hint"
                 anchors.centerIn: parent
                 width: parent.width
                 visible: grid.count === 0

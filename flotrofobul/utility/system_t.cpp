@@ -101,7 +101,10 @@ try {
     FLOTROFOBUL_LOG_AT(detail, QStringLiteral("Check network"), __func__, logSource, 190);
     const auto all = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface& interface : all) {
-        if (interface.hardwareAddress() == "00:00:00:00:00:00"_l1) {
+        const QString hardware = interface.hardwareAddress();
+        // Android hides the addresses from applications, that of the loopback interface included.
+        const bool hidden = hardware.isEmpty() && interface.flags().testFlag(QNetworkInterface::IsLoopBack);
+        if (hidden || hardware == "00:00:00:00:00:00"_l1) {
             continue;
         }
         const auto entries = interface.addressEntries();

@@ -13,6 +13,8 @@ TestCase {
     property string lost
     property var states: []
     property var keptValue
+    property string packet
+    property string bridge
 
     name: "module"
 
@@ -27,6 +29,8 @@ TestCase {
             if (kept && topic === "status/DB/persistent")
                 test.keptValue = payload.life
         }
+        onPacketReceived: (topic, payload) => test.packet = topic + " " + payload.text
+        onBridgeChanged: (bridge, up) => test.bridge = bridge + " " + up
         onMasterFound: test.request = request("persistent", "found", 4000)
     }
     HouseModel {
@@ -40,6 +44,11 @@ TestCase {
             readonly property string words: [model.nodeId, model.role, model.presence, model.master ? "master" : "",
                                              model.follows, model.ready ? "ready" : ""].filter(x => x).join(" ")
         }
+    }
+    SignalSpy {
+        id: changes
+        target: panel
+        signalName: "configurationChanged"
     }
     Component { id: otherPanel; Panel {} }
     Component { id: otherHouse; HouseModel {} }
@@ -136,13 +145,32 @@ TestCase {
         compare(states, [Panel.Offline, Panel.Connecting, Panel.Searching, Panel.Following])
         tryVerify(() => !request.pending)
     }
-    function test_4_another_name() {
+    function test_4_another_configuration() {
+        const other = world.configuration
+        other.mqtt.global.interval = 500
+        states = []
+        changes.clear()
+        panel.configuration = other
+        tryVerify(() => panel.state === Panel.Following && states.length === 3)
+        verify(!world.hasBrokerSaid("panel already connected"))
+        panel.configuration = JSON.parse(JSON.stringify(other)) // says the same
+        compare(changes.count, 1)
+    }
+    function test_5_another_name() {
         panel.clientId = "other"
         tryVerify(() => /other client here srv ready/.test(picture()))
         tryVerify(() => /panel client gone/.test(picture()))
         tryCompare(panel, "persistentKept", false)
     }
-    function test_5_nobody_holds_a_request() {
+    function test_6_what_else_is_heard() {
+        world.say("all/notification/alarm", '{"d":{"text":"fire"}}')
+        tryCompare(test, "packet", "forward-bridge/local/1234/srv/all/notification/alarm fire")
+        compare(house.bridges.map(one => one.name + " " + one.up), ["x-y-1-2 false"])
+        verify(world.startNeighbour())
+        tryCompare(test, "bridge", "x-y-1-2 true")
+        tryVerify(() => house.bridges[0].up)
+    }
+    function test_7_nobody_holds_a_request() {
         let words = ""
         panel.request("realtime").failed.connect(reason => words = reason)
         gc()

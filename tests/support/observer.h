@@ -2,19 +2,21 @@
 // A stranger beside the engines: mosquitto_sub notes everything on the wire, mosquitto_pub sends what no engine would.
 #pragma once
 
+#include "laboratory/child.h"
 #include "log_recorder.h"
 
-#include <QtCore/QProcess>
-
-/// Subscribes everything but $SYS with the construction; MQTT 5, to see the retain flag as published.
-class observer_t : public QProcess {
+/// Subscribes everything but $SYS with the construction; MQTT 5, to see the retain flag as published. A broker that
+/// does not take it ends the test.
+class observer_t : public child_t {
 public:
     explicit observer_t(int port) : port(QString::number(port))
     {
         publish("ready"_s, "1", {"-r"_s});
         start("mosquitto_sub"_s, {"-p"_s, this->port, "-t"_s, "#"_s, "-q"_s, "2"_s, "-V"_s, "5"_s, "--nodelay"_s,
                                   "--retain-as-published"_s, "-F"_s, "%t %p %q %r"_s});
-        waitForReadyRead(5000); // the retained message, which comes when the subscription stands
+        if (!waitForReadyRead(5000)) { // the retained message, which comes when the subscription stands
+            qFatal("the broker takes no observer: %s", readAllStandardError().constData());
+        }
         readAll();
         connect(this, &QProcess::readyRead, this, [this] {
             while (canReadLine()) {

@@ -51,6 +51,9 @@ public:
 private:
     void accept(quint16 broker)
     {
+        if (client) {
+            client->waitForReadyRead(0); // what came before is answered
+        }
         delete client;
         client = server.nextPendingConnection();
         client->setSocketOption(QAbstractSocket::LowDelayOption, 1);
@@ -78,14 +81,20 @@ private:
         });
     }
 
-    // No packet to it is longer than 127 bytes.
+    // No packet to it is longer than 16383 bytes.
     void read()
     {
         const auto names = QStringLiteral("- CONNECT - PUBLISH PUBACK PUBREC PUBREL PUBCOMP SUBSCRIBE");
-        for (buffer += client->readAll(); buffer.size() > 1 && buffer.size() > 1 + (buffer[1] & 0x7f);) {
+        for (buffer += client->readAll(); buffer.size() > 1;) {
             const int first = static_cast<uchar>(buffer[0]);
-            const QByteArray body = buffer.mid(2, buffer[1] & 0x7f);
-            buffer.remove(0, 2 + body.size());
+            const int head = (buffer[1] & 0x80) == 0 ? 2 : 3;
+            const int length =
+                (buffer[1] & 0x7f) + (head == 3 && buffer.size() > 2 ? static_cast<uchar>(buffer[2]) << 7 : 0);
+            if (buffer.size() < head + length) {
+                return;
+            }
+            const QByteArray body = buffer.mid(head, length);
+            buffer.remove(0, head + length);
             received << names.section(u' ', first >> 4, first >> 4);
             const int id = body.size() < 2 ? 0 : 2 + body[1];         // follows the topic
             switch (obey(received.last(), body) ? 0 : first & 0xf6) { // without what tells a repeated or retained one

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "bridges/bridge_check.h"
 
+#include "connection/dialling.h"
+
 #include <flotrofobul/define/define.h>
 
 #include <QtCore/QJsonDocument>
@@ -16,8 +18,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr int refused = 0x80; // in the SUBACK of MQTT 3.1.1
-constexpr int keepalive = 10;
+constexpr int refused = 0x80;   // in the SUBACK, and above it: some brokers give the reasons of MQTT 5
 constexpr int manyCopies = 100; // after which nobody need wait for more
 const QString dataKey = QStringLiteral("d");
 const QString nodeKey = QStringLiteral("node");
@@ -89,20 +90,18 @@ void bridge_check_t::dial(int index)
             [=](int, const QString& topic, const QString& payload) { hear(index, topic, payload); });
 
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(times.patience).count();
-    client->setConnectTimeout(std::max(1, static_cast<int>(seconds)));
-    if (!broker.username.isEmpty()) {
-        client->username_pw_set(broker.username, broker.password);
-    }
-    const QString trusted = caFile.isEmpty() ? broker.caFile : caFile;
-    if (broker.tlsEnable) {
-        if (client->tls_set(trusted, QString(), QString(), QString()) != 0) {
-            settle(index, QStringLiteral("the certificates in \"%1\" cannot be read here").arg(trusted));
-            return;
-        }
-        client->tls_insecure_set(broker.tlsInsecure);
-    }
-    const int rc = client->connect_async(broker.host, broker.port, keepalive);
-    if (rc != 0) {
+    connection_t connection;
+    connection.host = broker.host;
+    connection.port = broker.port;
+    connection.username = broker.username;
+    connection.password = broker.username.isEmpty() ? QString() : broker.password;
+    connection.tlsEnable = broker.tlsEnable;
+    connection.tlsInsecure = broker.tlsInsecure;
+    connection.caFile = caFile.isEmpty() ? broker.caFile : caFile;
+    connection.timeout = std::max(1, static_cast<int>(seconds));
+    if (!prepare(*client, connection)) {
+        settle(index, QStringLiteral("the certificates in \"%1\" cannot be read here").arg(connection.caFile));
+    } else if (client->connect_async(broker.host, broker.port, leastKeepalive) != 0) {
         fail(index);
     }
 }
@@ -116,7 +115,7 @@ void bridge_check_t::listen(int index)
     client->subscribe(&last, QStringLiteral("+/local/%1/%2/#").arg(installationId, sender), 2);
     connect(client, &mosquittopp::mosquittoqt::onSubscribe, this, [=](int mid, int count, const int* granted) {
         if (mid == last) {
-            const bool heard = count == 1 && granted[0] != refused;
+            const bool heard = count == 1 && granted[0] < refused;
             settle(index,
                    heard ? QString() : QStringLiteral("the broker refuses the subscription, see its access lists"));
         }

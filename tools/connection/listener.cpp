@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "connection/listener.h"
 
+#include "connection/dialling.h"
+
+#include <flotrofobul/platform/limits.h>
+
 #include <QtCore/QAbstractEventDispatcher>
 #include <QtCore/QDateTime>
+#include <QtCore/QMetaMethod>
 #include <QtCore/QTimer>
 #include <QtCore/QUuid>
 
@@ -16,8 +21,8 @@ namespace tools {
 
 namespace {
 
-constexpr int refused = 0x80; // in the SUBACK of MQTT 3.1.1
-constexpr int leastKeepalive = 10;
+constexpr int refused = 0x80;     // in the SUBACK, and above it: some brokers give the reasons of MQTT 5
+constexpr int longestTopic = 120; // in words for people
 // Wildcards at the front do not reach $SYS. All of it would be fifty packets every ten seconds.
 const QStringList filters{QStringLiteral("$SYS/broker/connection/#"), QStringLiteral("$SYS/broker/version"),
                           QStringLiteral("$SYS/broker/clients/connected"), QStringLiteral("#")};
@@ -40,8 +45,6 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
 {
     using mosquittopp::mosquittoqt;
     client.setRawPayloads(true);
-    client.setConnectTimeout(connection.timeout);
-    client.setMaxPacketBytes(connection.maxPacketBytes);
     connect(&client, &mosquittoqt::onConnect, this, [this](int rc) {
         if (rc == 0) {
             listen();
@@ -54,7 +57,7 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
         if (ended || mid != lastRequest) {
             return;
         }
-        if (std::count(granted, granted + count, refused) > 0) {
+        if (count > 0 && *std::max_element(granted, granted + count) >= refused) {
             lose(QStringLiteral("the broker refuses the subscription, see its access lists"));
             return;
         }
@@ -63,9 +66,17 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
         Q_EMIT ready();
     });
     connect(&client, &mosquittoqt::onRawMessage, this,
-            [this](int, const QString& topic, const QByteArray& payload, int qosOfPacket, bool retain) {
+            [this, limit = connection.maxPacketBytes](int, const QString& topic, const QByteArray& payload,
+                                                      int qosOfPacket, bool retain) {
                 ++heardInTurn;
-                if (!ended) {
+                if (!ended && payload.size() > limit) {
+                    Q_EMIT tooLong(
+                        topic, payload.size(),
+                        QStringLiteral("A packet of %1 bytes is left out, since \"max_packet_bytes\" is %2: %3")
+                            .arg(payload.size())
+                            .arg(limit)
+                            .arg(topic.left(longestTopic)));
+                } else if (!ended) {
                     Q_EMIT heard({QDateTime::currentMSecsSinceEpoch(), topic, payload, qosOfPacket, retain});
                 }
             });
@@ -73,18 +84,16 @@ listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
 
 void listener_t::start()
 {
-    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, &listener_t::rest);
-    if (!connection.username.isEmpty() || !connection.password.isEmpty()) {
-        client.username_pw_set(connection.username, connection.password);
+    if (mayRest) {
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, &listener_t::rest);
     }
-    if (connection.tlsEnable) {
-        if (client.tls_set(connection.caFile, QString(), QString(), QString()) != 0) {
-            QTimer::singleShot(0, this, [this] {
-                lose(QStringLiteral("the certificates in \"%1\" cannot be used").arg(connection.caFile));
-            });
-            return;
-        }
-        client.tls_insecure_set(connection.tlsInsecure);
+    const bool tells = isSignalConnected(QMetaMethod::fromSignal(&listener_t::tooLong));
+    client.setMaxPacketBytes(tells ? limits::packetBytes.highest : connection.maxPacketBytes);
+    if (!prepare(client, connection)) {
+        QTimer::singleShot(0, this, [this] {
+            lose(QStringLiteral("the certificates in \"%1\" cannot be used").arg(connection.caFile));
+        });
+        return;
     }
     const int keepalive = connection.keepalive == 0 ? 0 : std::max(leastKeepalive, connection.keepalive);
     if (client.connect_async(connection.host, connection.port, keepalive) != 0) {

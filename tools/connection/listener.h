@@ -38,6 +38,8 @@ public:
     explicit listener_t(const connection_t& connection, int qos = 2, QObject* parent = nullptr);
 
     void start();
+    /// Before start(), on a thread that has more to do than to listen, such as one that draws.
+    void neverRest() { mayRest = false; }
     /// Leaves the broker; nothing is passed on any more.
     void stop();
     [[nodiscard]] bool isReady() const { return listening; }
@@ -54,6 +56,9 @@ Q_SIGNALS:
     /// The link has been lost, or cannot be made anew, and why, with the broker's name.
     void problem(const QString& words);
     void heard(const comunication::tools::packet_t& packet);
+    /// In place of heard(): a packet is longer than the configuration allows. Where nobody is connected to this from
+    /// the start, only the library's log tells.
+    void tooLong(const QString& topic, int bytes, const QString& words);
 
 private:
     void listen();
@@ -68,6 +73,7 @@ private:
     int heardInTurn = 0;
     bool hasMuch = false;    ///< the last turn with packets had many
     QElapsedTimer sinceTurn; ///< since the last turn of the event loop with packets ended
+    bool mayRest = true;
     bool listening = false;
     bool wasReady = false;
     bool ended = false;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "doctor/examination.h"
 
+#include "connection/dialling.h"
 #include "connection/listener.h"
 
 #include <flotrofobul/define/define.h>
@@ -21,11 +22,11 @@ using mosquittopp::mosquittoqt;
 
 namespace {
 
-constexpr int refused = 0x80;      // in the SUBACK of MQTT 3.1.1
-constexpr int leastKeepalive = 10; // as an engine has it
+constexpr int refused = 0x80; // in the SUBACK, and above it: some brokers give the reasons of MQTT 5
 constexpr std::chrono::milliseconds farewell{300};
 constexpr std::chrono::seconds longestFarewell{3};
 const QString bridgeStates = QStringLiteral("$SYS/broker/connection/#");
+const QString first = QStringLiteral("{\"d\":\"first\"}");
 const QString brokerItself[] = {QStringLiteral("$SYS/broker/version"), QStringLiteral("$SYS/broker/clients/connected")};
 
 QString wrapped(const QJsonValue& value)
@@ -33,18 +34,9 @@ QString wrapped(const QJsonValue& value)
     return QString::fromUtf8(jsonOf(QJsonDocument(QJsonObject{{QStringLiteral("d"), value}})));
 }
 
-// 0, or the code of what refuses it.
 int dial(mosquittoqt& client, const connection_t& connection)
 {
-    client.setConnectTimeout(connection.timeout);
-    if (!connection.username.isEmpty() || !connection.password.isEmpty()) {
-        client.username_pw_set(connection.username, connection.password);
-    }
-    if (connection.tlsEnable) {
-        client.tls_set(connection.caFile, QString(), QString(), QString()); // the connection tells what is wrong
-        client.tls_insecure_set(connection.tlsInsecure);
-    }
-    return client.connect_async(connection.host, connection.port, std::max(connection.keepalive, leastKeepalive));
+    return dial(client, connection, std::max(connection.keepalive, leastKeepalive));
 }
 
 } // namespace
@@ -65,7 +57,8 @@ trial_client_t::trial_client_t(const connection_t& connection, what_t what)
     connect(&client, &mosquittoqt::onConnect, this, [this](int rc) {
         if (rc == 0) {
             client.subscribe(nullptr, topic, 1);
-            client.publish(nullptr, topic, wrapped(QStringLiteral("first")), 1, false);
+            client.subscribe(nullptr, topic.section(u'/', 0, -2) + QStringLiteral("/#"), 1);
+            client.publish(nullptr, topic, first, 1, false);
         }
     });
     connect(&client, &mosquittoqt::onMessage, this,
@@ -90,6 +83,7 @@ void trial_client_t::start()
 
 void trial_client_t::hear(const QString& text, bool retain)
 {
+    firsts += text == first ? 1 : 0;
     if (result == trial_t::notTried) {
         result = trial_t::lost; // until it comes back
         client.publish(&probe, topic, payload, 1, what == what_t::retained);
@@ -174,10 +168,10 @@ void examination_t::granted(int mid, int code)
 {
     const QString topic = requests.take(mid);
     const QString everybody = QStringLiteral("+/%1/#").arg(LOCAL_PREFIX);
-    if (code == refused && topic == everybody) {
+    if (code >= refused && topic == everybody) {
         // It may be that only the other installations are not for us.
         subscribe(QStringLiteral("+/%1/%2/#").arg(LOCAL_PREFIX, connection.installationId));
-    } else if (code == refused) {
+    } else if (code >= refused) {
         seen.refusedSubscriptions << topic;
     }
     if (requests.isEmpty() && !probed) {
@@ -290,6 +284,7 @@ void examination_t::takeLeave()
     done = true;
     seen.retained = retained.outcome();
     seen.large = large.outcome();
+    seen.copyForEach = retained.gotCopies();
     retained.stop();
     large.stop();
     client.disconnect(this);

@@ -51,6 +51,7 @@ struct observations_t {
     QSet<QString> returnedUnder; ///< other prefixes under which they came back
     trial_t retained = trial_t::notTried;
     trial_t large = trial_t::notTried;
+    bool copyForEach = false;                  ///< a packet comes once for each subscription that fits
     house::house_model_t house;                ///< without the doctor
     QSet<QString> near;                        ///< who has spoken under forward-bridge/, so at this broker
     QMap<QString, answer_of_server_t> answers; ///< by server
@@ -75,6 +76,8 @@ public:
     /// Leaves; what the broker may have kept is taken back.
     void stop();
     [[nodiscard]] trial_t outcome() const { return result; }
+    /// Whether what was published once came twice to two subscriptions that both fit.
+    [[nodiscard]] bool gotCopies() const { return firsts > 1; }
 
 private:
     void hear(const QString& text, bool retain);
@@ -87,6 +90,7 @@ private:
     const QString payload;
     mosquittopp::mosquittoqt client;
     int probe = 0;
+    int firsts = 0; ///< copies of the first packet
     trial_t result = trial_t::notTried;
 };
 

@@ -163,6 +163,13 @@ bool judgeLink(const observations_t& seen, const connection_t& connection, diagn
     diagnosis.begin(credentialsStep);
     diagnosis.fine(connection.username.isEmpty() ? QStringLiteral("none are asked for")
                                                  : QStringLiteral("the user %1 is let in").arg(connection.username));
+    if (seen.lost && seen.problem.contains(QLatin1String("does not speak QoS 2"))) {
+        diagnosis.begin(brokerStep);
+        diagnosis.wrong(QStringLiteral("the broker does not speak QoS 2, which all nodes use"),
+                        QStringLiteral("it has acknowledged such a packet as one of QoS 1"),
+                        QStringLiteral("take another broker: docs/brokers.md names those that were tried"));
+        return false;
+    }
     diagnosis.begin(clientIdStep);
     if (seen.lost) {
         diagnosis.wrong(seen.ownId ? QStringLiteral("the broker has ended the link while we listened")

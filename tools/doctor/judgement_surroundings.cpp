@@ -62,7 +62,10 @@ public:
         judgeDirections();
         judgeCopies();
         if (diagnosis.faults() == before) {
-            diagnosis.fine(up.isEmpty() ? QStringLiteral("none") : QStringLiteral("up: ") + listed(up));
+            const bool isTold = !up.isEmpty() || !seen.house.brokerVersion().isEmpty();
+            diagnosis.fine(!isTold        ? QStringLiteral("this broker does not tell of any")
+                           : up.isEmpty() ? QStringLiteral("none")
+                                          : QStringLiteral("up: ") + listed(up));
         }
     }
 
@@ -106,9 +109,11 @@ private:
         if (!seen.returnedUnder.isEmpty()) {
             return; // then everybody hears us more than once
         }
+        // A master has two subscriptions for what it hears under forward-bridge/.
+        const int usual = seen.copyForEach ? 2 : 1;
         for (auto it = seen.answers.begin(); it != seen.answers.end(); ++it) {
             for (const int copies : it->copies) {
-                if (copies > 1 && !restless.contains(it.key())) {
+                if (copies > usual && !restless.contains(it.key())) {
                     diagnosis.wrong(
                         QStringLiteral("the answer of %1 comes %2 times").arg(it.key()).arg(copies),
                         QStringLiteral("one came for each time that it heard us, or on several ways"),
@@ -199,6 +204,11 @@ void judgeBroker(const house_view_t& view)
             QStringLiteral("raise %1 in mosquitto.conf, or take it out: the status of a house is longer "
                            "than one thinks")
                 .arg(QLatin1String(ended ? "max_packet_size" : "message_size_limit")));
+    }
+    if (view.seen.copyForEach) {
+        view.diagnosis.remark(QStringLiteral("the broker sends a packet once for each subscription that fits"),
+                              QStringLiteral("one that was published once came twice to a client with two"),
+                              QStringLiteral("nothing: a master hears presentations twice, and answers twice"));
     }
     if (view.diagnosis.faults() == before) {
         const bool tried = view.seen.retained == trial_t::passed && view.seen.large == trial_t::passed;

@@ -216,8 +216,13 @@ QString block(const house_plan_t& plan, const bridge_t& bridge, const endpoint_t
             "# master, and two masters stay after a split."));
         add(QStringLiteral("cleansession false"));
     }
-    add(QStringLiteral("# Nodes at both ends hear when the link ends and when it is back."));
+    const bool toldThere = !cloud || plan.cloud->notifications;
+    add(toldThere ? QStringLiteral("# Nodes at both ends hear when the link ends and when it is back.")
+                  : QStringLiteral("# Only nodes at this end hear when the link ends and when it is back."));
     add(QStringLiteral("notifications true"));
+    if (!toldThere) {
+        add(QStringLiteral("notifications_local_only true"));
+    }
     add(QStringLiteral("# A dead link is noticed after about ten seconds and dialled again after 1 to 3."));
     add(QStringLiteral("keepalive_interval 5"));
     add(QStringLiteral("restart_timeout 1 3"));

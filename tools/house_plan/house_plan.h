@@ -34,9 +34,10 @@ struct box_t {
 /// A broker outside the house, which phones use; one box dials it.
 struct cloud_t {
     access_t broker;
-    QString bridgeKey; ///< client id of the bridge, which the phones know
-    QString box;       ///< server of the box that dials; empty: the hub of a star, the only box
-    int lanes = 0;     ///< 1 or 2; 0: as between the boxes. The second one adds "_data" to the key
+    QString bridgeKey;         ///< client id of the bridge, which the phones know
+    QString box;               ///< server of the box that dials; empty: the hub of a star, the only box
+    int lanes = 0;             ///< 1 or 2; 0: as between the boxes. The second one adds "_data" to the key
+    bool notifications = true; ///< the bridge says there, under $SYS, whether it stands; some brokers do not allow it
 };
 
 /// What differs for one pair of boxes from what is made up for it.

@@ -67,7 +67,8 @@ public:
             keys_t own = accessKeys(plan.cloud->broker);
             own.insert(own.begin(), {{"bridge_key", text(plan.cloud->bridgeKey)},
                                      {"box", server(plan.cloud->box)},
-                                     {"lanes", number(plan.cloud->lanes)}});
+                                     {"lanes", number(plan.cloud->lanes)},
+                                     {"notifications", flag(plan.cloud->notifications)}});
             readKeys(cloud.toObject(), QStringLiteral("cloud"), own);
         } else if (!cloud.isUndefined()) {
             add(QStringLiteral("cloud"), QStringLiteral("has to be an object"));

@@ -34,7 +34,8 @@ void teller_t::tell(const char* event, const QString& words, QJsonObject details
     static bool isHeard = true;
     if (isHeard && std::ferror(stdout) != 0) { // whoever read has had enough, as "head" does
         isHeard = false;
-        std::raise(SIGTERM); // so the nodes take leave
+        // So the nodes take leave; whoever waits for the signal may not be there yet.
+        QTimer::singleShot(0, qApp, [] { std::raise(SIGTERM); });
     }
 }
 

@@ -34,21 +34,27 @@ public:
         connect(&listener, &listener_t::problem, this, [this](const QString& words) {
             if (!isAway) {
                 isAway = true;
-                note(QStringLiteral("lost"), words);
+                note({{QStringLiteral("lost"), words}});
                 complain(words);
             }
         });
         connect(&listener, &listener_t::heard, this, &record_t::take);
+        connect(&listener, &listener_t::tooLong, this, &record_t::leaveOut);
         listener.start();
     }
 
-    void finish()
+    /// The words in the end; the exit code.
+    [[nodiscard]] int finish()
     {
         listener.stop();
         say(QStringLiteral("%1 packets in %2 s are in %3.").arg(count).arg(seconds(), 0, 'f', 1).arg(path));
         if (hidden > 0) {
             say(QStringLiteral("%1 of them had something like a password, which is not in the file.").arg(hidden));
         }
+        if (leftOut > 0) {
+            complain(QStringLiteral("%1 packets are not in the file, since they were too long.").arg(leftOut));
+        }
+        return leftOut == 0 ? allFine : somethingFound;
     }
     [[nodiscard]] bool hasBegun() const { return clock.isValid(); }
 
@@ -73,7 +79,7 @@ private:
                      .arg(listener.name()));
         if (isAway) {
             isAway = false;
-            note(QStringLiteral("back"), QString());
+            note({{QStringLiteral("back"), QString()}});
         }
     }
 
@@ -81,16 +87,25 @@ private:
     {
         start();
         packet_t shown = packet;
-        hidden += hideSecrets(shown.payload);
+        hidden += hideSecrets(shown);
         line.resize(0); // keeps its memory
         appendJson(line, "at", secondsText(clock.elapsed()), shown);
         ++count;
         write(line);
     }
 
-    void note(const QString& what, const QString& words)
+    void leaveOut(const QString& topic, int bytes, const QString& words)
     {
-        const QJsonObject object{{QStringLiteral("at"), seconds()}, {what, words}};
+        start();
+        if (++leftOut == 1) { // how many more, the last words tell
+            complain(harmless(words));
+        }
+        note({{QStringLiteral("left_out"), topic}, {QStringLiteral("bytes"), bytes}});
+    }
+
+    void note(QJsonObject object)
+    {
+        object.insert(QStringLiteral("at"), seconds());
         write(QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n');
     }
 
@@ -115,6 +130,7 @@ private:
     QByteArray line;
     qint64 count = 0;
     qint64 hidden = 0;
+    qint64 leftOut = 0;
     bool isAway = false;
     bool isBroken = false;
 };
@@ -128,7 +144,8 @@ int runRecord(const QStringList& arguments)
         "Writes every packet of a house to a file, one JSON object a line, until Ctrl-C. It says nothing itself.\n"
         "\"flotrofobul replay\" says the same again at another broker. What reads like a password is left out.\n\n"
         "  flotrofobul record --config house.json monday.rec\n\n"
-        "Exit codes: 0 recorded; 1 no broker, or the file cannot be written; 2 wrong usage."));
+        "Exit codes: 0 recorded; 1 no broker, the file cannot be written, or packets were too long for it; 2 wrong "
+        "usage."));
     options.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The recording; it must not be there yet."));
     addConnectionOptions(options);
     addTimeOption(options);
@@ -169,7 +186,7 @@ int runRecord(const QStringList& arguments)
         QObject::connect(&ending, &ending_t::asked, [] { QCoreApplication::exit(allFine); });
         code = QCoreApplication::exec();
         if (code == allFine && record.hasBegun()) {
-            record.finish();
+            code = record.finish();
         } else if (!record.hasBegun()) {
             if (isNew) {
                 ::unlink(name.constData()); // nothing is in it

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // flotrofobul replay: says at a broker what a recording holds, in its order and at its speed.
 #include "command.h"
+#include "connection/dialling.h"
 #include "connection/ending.h"
 #include "recording/recording.h"
 
@@ -21,6 +22,7 @@ namespace {
 
 constexpr int mostUnderWay = 2000; // packets that the broker has not taken over; more only wait in memory
 constexpr int mostInOneTurn = 200;
+constexpr int keepalive = 60;                        // seconds
 constexpr std::chrono::milliseconds farewell{10000}; // for what is under way in the end
 
 class replay_t : public QObject {
@@ -28,7 +30,6 @@ public:
     replay_t(const connection_t& connection, recording_t& recording, double speed)
         : connection(connection), recording(recording), speed(speed), client(strangerId(), true, true)
     {
-        client.setConnectTimeout(connection.timeout);
         connect(&client, &mosquittoqt::onConnect, this, [this](int rc) { rc == 0 ? begin() : lose(); });
         connect(&client, &mosquittoqt::onDisconnect, this, [this] { lose(); });
         connect(&client, &mosquittoqt::onPublish, this, [this](int mid) {
@@ -43,14 +44,7 @@ public:
 
     void start()
     {
-        if (!connection.username.isEmpty() || !connection.password.isEmpty()) {
-            client.username_pw_set(connection.username, connection.password);
-        }
-        if (connection.tlsEnable) {
-            client.tls_set(connection.caFile, QString(), QString(), QString());
-            client.tls_insecure_set(connection.tlsInsecure);
-        }
-        if (client.connect_async(connection.host, connection.port, 60) != 0) {
+        if (dial(client, connection, keepalive) != 0) {
             QTimer::singleShot(0, this, [this] { lose(); });
         }
     }

@@ -196,8 +196,11 @@ QString bridgesLine(const house_model_t& house, moment_t now)
                                        (bridge.up ? QStringLiteral(" up ") : QStringLiteral(" DOWN ")) +
                                        ageOf(bridge.since, now);
     }
+    // A broker that says nothing of itself does not tell of its bridges either.
+    const QString none = house.brokerVersion().isEmpty() ? QStringLiteral("not told by this broker")
+                                                         : QStringLiteral("none at this broker");
     return (down.isEmpty() ? QString() : QStringLiteral("!")) + QStringLiteral("Bridges  ") +
-           (house.bridges().isEmpty() ? QStringLiteral("none at this broker") : (down + up).join(QStringLiteral(", ")));
+           (house.bridges().isEmpty() ? none : (down + up).join(QStringLiteral(", ")));
 }
 
 QString trafficLine(const house_model_t& house, moment_t now)

@@ -35,10 +35,14 @@ bool isUtf8(const QByteArray& text)
 QByteArray encodedIn(const QByteArray& payload)
 {
     const auto begin = std::find_if_not(payload.begin(), payload.end(), [](char c) { return c == ' ' || c == '\n'; });
-    if (begin == payload.end() || *begin != 'e') {
+    if (begin == payload.end() || (*begin != 'e' && *begin != 'W')) { // as "{" and "[" begin
         return QByteArray();
     }
-    return decodedJson(textUpToZero(payload.simplified().replace(' ', "")));
+    const QByteArray letters = textUpToZero(payload.simplified().replace(' ', "")).toLatin1();
+    const auto decoded = QByteArray::fromBase64Encoding(letters, QByteArray::AbortOnBase64DecodingErrors);
+    const bool isJson = decoded && (decoded.decoded.startsWith('{') || decoded.decoded.startsWith('[')) &&
+                        !documentFromForeignJson(decoded.decoded).isNull();
+    return isJson ? decoded.decoded : QByteArray();
 }
 
 bool hasWord(const char* text, const char* end, const char* word)
@@ -59,11 +63,48 @@ bool maybeSecret(const QByteArray& text)
     for (const char* at = text.constData(); at != end; ++at) {
         const char lower = static_cast<char>(*at | 0x20);
         if ((lower == 'p' && (hasWord(at, end, "pass") || hasWord(at, end, "pwd"))) ||
-            (lower == 's' && hasWord(at, end, "secret")) || (*at == '\\' && at + 1 != end && at[1] == 'u')) {
+            (lower == 's' && hasWord(at, end, "secret")) || (lower == 't' && hasWord(at, end, "token")) ||
+            (*at == '\\' && at + 1 != end && at[1] == 'u')) {
             return true;
         }
     }
     return false;
+}
+
+bool isNameOfSecret(const QString& name)
+{
+    return isSecret(name) || name.contains(QLatin1String("token"), Qt::CaseInsensitive);
+}
+
+// A value whose name stands beside it: {"name": "password", "value": "x"}.
+bool namesSecret(const QJsonObject& object)
+{
+    static const char* const namers[] = {"name",     "key",    "id",        "field",  "label",
+                                         "property", "option", "parameter", "setting"};
+    return std::any_of(std::begin(namers), std::end(namers), [&](const char* namer) {
+        return isNameOfSecret(object.value(QLatin1String(namer)).toString());
+    });
+}
+
+// Beyond what the log of the library hides: a recording is kept, and goes to others.
+QJsonValue withoutNamedSecrets(const QJsonValue& value, bool isNamed)
+{
+    if (value.isArray()) {
+        QJsonArray array;
+        for (const QJsonValue one : value.toArray()) {
+            array.append(withoutNamedSecrets(one, isNamed));
+        }
+        return array;
+    }
+    if (!value.isObject()) {
+        return isNamed ? QJsonValue(QLatin1String(notShown)) : value;
+    }
+    QJsonObject object = value.toObject();
+    const bool namesOne = isNamed || namesSecret(object);
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        member.value() = withoutNamedSecrets(member.value(), namesOne || isNameOfSecret(member.key()));
+    }
+    return object;
 }
 
 void appendString(QByteArray& line, const QByteArray& text)
@@ -91,20 +132,22 @@ void appendString(QByteArray& line, const QByteArray& text)
 
 } // namespace
 
-bool hideSecrets(QByteArray& payload)
+bool hideSecrets(packet_t& packet)
 {
+    QByteArray& payload = packet.payload;
+    const bool isNamed = isNameOfSecret(packet.topic.mid(packet.topic.lastIndexOf(QLatin1Char('/')) + 1));
     const QByteArray inside = encodedIn(payload);
     const QByteArray& text = inside.isEmpty() ? payload : inside;
-    if (!maybeSecret(text)) {
+    if (text.isEmpty() || (!isNamed && !maybeSecret(text))) {
         return false;
     }
     const QJsonDocument document = documentFromForeignJson(text);
     QByteArray shown;
     if (document.isNull()) {
-        shown = isSecret(QString::fromUtf8(text.constData(), text.size())) ? notShown : text;
+        shown = isNamed || isSecret(QString::fromUtf8(text.constData(), text.size())) ? notShown : text;
     } else {
         const QJsonValue value = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
-        const QJsonValue without = withoutSecrets(value);
+        const QJsonValue without = withoutSecrets(withoutNamedSecrets(value, isNamed));
         if (without != value) {
             shown = jsonOf(without.isArray() ? QJsonDocument(without.toArray()) : QJsonDocument(without.toObject()));
         } else {

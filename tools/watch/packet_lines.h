@@ -19,8 +19,9 @@ struct recorded_t {
     packet_t packet;
 };
 
-/// Puts "(not shown)" for what reads like a password, also where the payload is encoded. True if it had to.
-bool hideSecrets(QByteArray& payload);
+/// Puts "(not shown)" for what reads like a password, also where the payload is encoded, and for what a topic or a name
+/// beside it says is one. True if it had to.
+bool hideSecrets(packet_t& packet);
 
 /// Appends the packet as one line: {"at":1.234,"topic":"...","qos":2,"retain":false,"payload":"..."}, with "base64" in
 /// place of "payload" for what is no text. key and its value stand first: "at" or "time".

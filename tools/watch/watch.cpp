@@ -56,6 +56,10 @@ public:
             connect(listener, &listener_t::ready, this, [=] { noteReady(*listener); });
             connect(listener, &listener_t::problem, this, [=](const QString& words) { noteProblem(*listener, words); });
             connect(listener, &listener_t::failed, this, [=](const QString& words) { noteFailed(*listener, words); });
+            if (showsPackets) {
+                connect(listener, &listener_t::tooLong, this,
+                        [](const QString&, int, const QString& words) { complain(harmless(words)); });
+            }
             const int source = static_cast<int>(listeners.size());
             connect(listener, &listener_t::heard, this, [=](const packet_t& packet) {
                 if (showsPackets) {
@@ -104,7 +108,8 @@ private:
     static void put(const QByteArray& bytes)
     {
         if (!writeAll(STDOUT_FILENO, bytes)) {
-            QCoreApplication::exit(errno == EPIPE ? allFine : somethingFound);
+            resultIsLost = resultIsLost || errno != EPIPE;
+            QCoreApplication::exit(resultIsLost ? somethingFound : allFine);
         }
     }
 
@@ -170,7 +175,7 @@ private:
     {
         line.resize(0); // keeps its memory
         packet_t shown = packet;
-        hideSecrets(shown.payload);
+        hideSecrets(shown);
         if (form == form_t::packets) {
             appendWords(line, shown);
         } else {

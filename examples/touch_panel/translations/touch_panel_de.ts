@@ -60,7 +60,7 @@
     </message>
     <message>
         <source>Values less than a minute old</source>
-        <translation>Werte vor weniger als einer Minute</translation>
+        <translation>Werte keine Minute alt</translation>
     </message>
     <message numerus="yes">
         <source>Values %n minute(s) old</source>

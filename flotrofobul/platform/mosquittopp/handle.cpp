@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <tuple>
+#include <utility>
 
 namespace comunication {
 namespace mosquittopp {
@@ -239,6 +240,9 @@ bool handle_t::handshakeWantsWrite() const
 
 void handle_t::listenToLog(bool on)
 {
+    if (std::exchange(listensToLog, on) == on) {
+        return;
+    }
     using log_callback_t = void (*)(::mosquitto*, void*, int, const char*);
     const log_callback_t note = [](::mosquitto*, void* self, int level, const char* text) {
         auto* const handle = static_cast<handle_t*>(self);

@@ -106,6 +106,7 @@ private:
     QString id;
     int process = 0; // that made the connection; a fork's child must not end it
     int descriptor = -1;
+    bool listensToLog = false;
     bool closeSeen = false;
     int closeCode = 0;
 };

@@ -197,11 +197,12 @@ void link_t::setLogging(bool on)
     listenToLog();
 }
 
-// A session that is kept needs the lines for its book of what is being received.
+// A session that is kept needs the lines for its book of what is being received. Any other needs them until they have
+// told whether the broker speaks QoS 2.
 void link_t::listenToLog()
 {
     if (handle) {
-        handle->listenToLog(logging || !session.isClean());
+        handle->listenToLog(logging || !session.isClean() || exactness == exactness_t::tried);
     }
 }
 
@@ -212,6 +213,10 @@ void link_t::pump()
         letter_t* const letter = outbox.takeNext(lastTick());
         if (letter == nullptr) {
             break;
+        }
+        if (letter->qos == 2 && exactness == exactness_t::untried) {
+            exactness = exactness_t::tried;
+            listenToLog();
         }
         // A QoS 0 message is acknowledged inside the call, and its letter is gone afterwards.
         const outcome_t outcome = handle->publish(*letter);
@@ -306,6 +311,7 @@ bool link_t::settle(outcome_t outcome)
         renew();
         return false;
     }
+    listenToLog();
     watch();
     return true;
 }

@@ -64,6 +64,8 @@ public:
 private:
     enum class state_t { idle, dialling, connected, closing, waiting };
     enum class wait_t { no, yes };
+    /// What the broker has made of a message of QoS 2 over this connection.
+    enum class exactness_t { untried, tried, spoken, refused };
 
     /// Bytes that may wait for a host that is slower than the broker, but for the message that goes beyond.
     static constexpr qint64 mostPending = 1024 * 1024;
@@ -130,6 +132,7 @@ private:
     void unsubscribed(int wireMid) override;
     void lineWritten(handle_t& handle, int level, const char* text) override;
     bool isNew(const mosquitto_message& message);
+    void noteAnswer(const handle_t& from, const char* text);
     void noteInbound(handle_t& from, inbound_t::finding_t finding);
 
     const bool autoconnect;
@@ -138,6 +141,7 @@ private:
     bool renews = false;    // the session goes on with another handle
     bool flushing = false;
     state_t state = state_t::idle;
+    exactness_t exactness = exactness_t::untried;
 
     session_t session;
     dialler_t dialler;

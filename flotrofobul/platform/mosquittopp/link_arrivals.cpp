@@ -7,6 +7,7 @@
 #include <mosquitto.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace comunication {
@@ -114,10 +115,30 @@ void link_t::noteInbound(handle_t& from, inbound_t::finding_t finding)
     }
 }
 
+// A broker without QoS 2 answers as if it were QoS 1. The library ends the connection over that and does not say why.
+void link_t::noteAnswer(const handle_t& from, const char* text)
+{
+    const QByteArray prefix = "Client " + from.clientId().toUtf8() + " received PUB";
+    int mid = 0;
+    char answer[4] = {};
+    if (std::strncmp(text, prefix.constData(), static_cast<std::size_t>(prefix.size())) != 0 ||
+        std::sscanf(text + prefix.size(), "%3[A-Z] (Mid: %d", answer, &mid) != 2) {
+        return;
+    }
+    if (std::strcmp(answer, "REC") == 0) {
+        exactness = exactness_t::spoken;
+    } else if (std::strcmp(answer, "ACK") == 0 && outbox.qosOf(mid) == 2) {
+        exactness = exactness_t::refused;
+    }
+}
+
 void link_t::lineWritten(handle_t& from, int level, const char* text)
 {
     if (level == MOSQ_LOG_ERR || level == MOSQ_LOG_WARNING) {
         dialler.noteLine(from, text);
+    }
+    if (exactness != exactness_t::spoken && level == MOSQ_LOG_DEBUG) {
+        noteAnswer(from, text);
     }
     if (!session.isClean() && level == MOSQ_LOG_DEBUG) {
         noteInbound(from, session.inbound.note(text));

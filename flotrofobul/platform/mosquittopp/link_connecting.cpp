@@ -144,6 +144,7 @@ void link_t::established(dialler_t::result_t result)
     packetSeen = false;
     lastMove.invalidate();
     timer.start(housekeepingInterval().count(), this);
+    exactness = exactness_t::untried;
     listenToLog();
     outbox.sentAgain(lastTick()); // by the library, if a session goes on
     reportDropped();
@@ -194,7 +195,8 @@ void link_t::lost(outcome_t outcome)
     letGo();
     outbox.linkLost(session.isResumable());
     delivery.push(event_t(event_t::disconnected, outcome.code));
-    rest("Connection to "_l1 + target.name() + " lost: "_l1 + lossText(outcome));
+    rest("Connection to "_l1 + target.name() + " lost: "_l1 +
+         (exactness == exactness_t::refused ? "the broker does not speak QoS 2"_l1 : lossText(outcome)));
 }
 
 // Goes on with the same session over a new handle.

@@ -83,6 +83,13 @@ letter_t* outbox_t::takeNext(moment_t now)
     return &sent.back();
 }
 
+int outbox_t::qosOf(int wireMid) const
+{
+    const auto letter =
+        std::find_if(sent.rbegin(), sent.rend(), [wireMid](const letter_t& one) { return one.wireMid == wireMid; });
+    return letter == sent.rend() ? -1 : letter->qos;
+}
+
 int outbox_t::acknowledge(int wireMid)
 {
     // The library reuses ids without checking what is outstanding: the newest owner is meant.

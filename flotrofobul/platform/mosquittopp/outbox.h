@@ -56,6 +56,8 @@ public:
 
     /// Forgets a message and returns the caller's id; 0 if no message with this id is on its way.
     int acknowledge(int wireMid);
+    /// Quality of a message on its way; -1 if there is none with this id.
+    int qosOf(int wireMid) const;
     /// Forgets a message that is not acknowledged, by the caller's id; true when it was on its way.
     bool withdraw(int mid);
     /// Forgets the newest message on its way, which could not be handed over.

@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: MIT
+// Asks for the file of a recording.
+import QtQuick 2.15
+import QtQuick.Dialogs 1.3
+
+FileDialog {
+    title: qsTr("Open a recording")
+    nameFilters: [qsTr("Recordings (*.rec)"), qsTr("All files (*)")]
+}
