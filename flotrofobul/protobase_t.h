@@ -188,10 +188,10 @@ public:
     QString Encode(const QJsonValue& value);
 
 public Q_SLOTS:
-    /// Connects to the configured broker. While the configuration's autoconnect is on, an attempt that fails and a link that is lost
-    /// are tried again. Returns libmosquitto's code, combined with that of init_comunication() on first use; -1 on an
-    /// exception. onBrokerConnection() follows with the broker's answer, or onBrokerDisconnection() if none comes; an
-    /// attempt that fails at once is told by the result only.
+    /// Connects to the configured broker. While the configuration's autoconnect is on, an attempt that fails and a link
+    /// that is lost are tried again. Returns libmosquitto's code, combined with that of init_comunication() on first
+    /// use; -1 on an exception. onBrokerConnection() follows with the broker's answer, or onBrokerDisconnection() if
+    /// none comes; an attempt that fails at once is told by the result only.
     /// @param _clientid  unless empty, becomes the node's client id (role + "@" + its letters, digits and "-")
     /// @param async      false: waits for the broker's answer, but no longer than the configured timeout
     int connect(const QString& _clientid = QString(), bool async = true);

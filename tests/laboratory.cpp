@@ -120,7 +120,7 @@ private Q_SLOTS:
         QProcess command;
         command.start(QStringLiteral(HOUSE_PROGRAM), {QStringLiteral("--boxes"), QStringLiteral("2")});
         QByteArray said;
-        while (!said.contains("requests answered") && command.waitForReadyRead(10000)) {
+        while (!said.contains("requests answered") && command.waitForReadyRead(30000)) {
             said += command.readAll();
         }
         QFile list(QStringLiteral("/proc/%1/task/%1/children").arg(command.processId()));
