@@ -102,8 +102,8 @@ public:
 
 class soak_t {
 public:
-    soak_t(std::chrono::minutes length, quint32 seed, bool verbose)
-        : length(length), random(seed), log(verbose), broker(listeners()),
+    soak_t(std::chrono::minutes givenLength, quint32 seed, bool verbose)
+        : length(givenLength), random(seed), log(verbose), broker(listeners()),
           witness([this](const QByteArray& topic, const QByteArray& payload) { arrived(topic, payload); })
     {}
 
@@ -175,10 +175,10 @@ private:
         QObject::connect(&network, &QThread::finished, weathers.back(), &QObject::deleteLater);
         return weathers.back()->port();
     }
-    void change(void (weather_t::*change)())
+    void change(void (weather_t::*to)())
     {
         for (weather_t* const weather : weathers) {
-            QMetaObject::invokeMethod(weather, [=] { (weather->*change)(); });
+            QMetaObject::invokeMethod(weather, [=] { (weather->*to)(); });
         }
     }
 

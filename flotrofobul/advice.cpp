@@ -103,7 +103,8 @@ void advice_t::configurationRemarks(const QStringList& remarks)
 void advice_t::installationId(const QString& id)
 {
     // Made anew from the template: an engine in another thread may be about to change the one in use.
-    const QString text = QString(utility::topic_t::regex_allowed_topic_plain).replace(INSTALLATIONID, id);
+    QString text = utility::topic_t::regex_allowed_topic_plain;
+    text.replace(INSTALLATIONID, id);
     const QRegExp pattern(text, Qt::CaseSensitive, QRegExp::RegExp);
     const bool carried =
         pattern.exactMatch(LOCAL_PREFIX + u'/' + id + "/a/b/c"_l1) && pattern.capturedTexts().value(3) == id;

@@ -88,8 +88,8 @@ void wire(mosquittopp::mosquittoqt* client, protobase_t* engine)
 
 } // namespace
 
-protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding)
-    : encoding(encoding), closeDelay(new QTimer(this))
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool givenEncoding)
+    : encoding(givenEncoding), closeDelay(new QTimer(this))
 {
     FLOTROFOBUL_LOG(info, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
     int major = 0;
@@ -114,16 +114,16 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
 }
 
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& path, const QString& clientId,
-                         bool encoding)
-    : protobase_t(service, versionApp, clientId, encoding)
+                         bool givenEncoding)
+    : protobase_t(service, versionApp, clientId, givenEncoding)
 {
     configPath = path;
     configure([this] { readConfigFromFile(configPath); }, *configuration, logging);
 }
 
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QJsonObject& json, const QString& clientId,
-                         bool encoding)
-    : protobase_t(service, versionApp, clientId, encoding)
+                         bool givenEncoding)
+    : protobase_t(service, versionApp, clientId, givenEncoding)
 {
     configure([&] { readConfigFromJson(json); }, *configuration, logging);
 }

@@ -119,7 +119,7 @@ private Q_SLOTS:
         log_recorder_t log(1);
         const QString pattern = topic_t::regex_allowed_topic_plain;
         QRandomGenerator random(1);
-        const auto below = [&random](int bound) { return static_cast<int>(random.bounded(bound)); };
+        const auto below = [&random](int bound) { return random.bounded(bound); };
         const auto two = [&below](const QString& of) { return of.mid(below(of.size()), 2); };
         const QString letters = "abcXYZ019_-.@+"_s;
         const QStringList starts = "local remote-bridge/local cloud-bridgelocal local/local"_s.split(u' ');

@@ -167,7 +167,8 @@ bool takeLevel(const std::array<bool, 128>& characterClass, QStringView& text, Q
 
 void topic_t::setInstallationid(const QString& id)
 {
-    QString pattern = QString(regex_allowed_topic_plain).replace(INSTALLATIONID, id);
+    QString pattern = regex_allowed_topic_plain;
+    pattern.replace(INSTALLATIONID, id);
     const std::lock_guard<std::mutex> lock(grammarMutex);
     if (installation_id == id && tmp_regex_allowed_topic_plain == pattern) {
         return; // so that nothing changes under those who read the public texts

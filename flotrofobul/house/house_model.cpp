@@ -26,7 +26,7 @@ const QString houseCommand = QStringLiteral("connection/house");
 
 /// Reads packets, and enters into the book what follows from them.
 struct house_model_t::inside_t : house_book_t {
-    explicit inside_t(const QString& installationId) : installationId(installationId) {}
+    explicit inside_t(const QString& givenInstallationId) : installationId(givenInstallationId) {}
 
     bool isOurs(QStringView installation) const
     {

@@ -48,8 +48,8 @@ bool carries(lane_t lane, const QString& kind)
 
 class judge_t {
 public:
-    judge_t(const house_plan_t& plan, const check_result_t& result)
-        : plan(plan), result(result), bridges(bridgesOf(plan))
+    judge_t(const house_plan_t& givenPlan, const check_result_t& givenResult)
+        : plan(givenPlan), result(givenResult), bridges(bridgesOf(givenPlan))
     {}
 
     QVector<finding_t> run()

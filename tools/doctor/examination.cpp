@@ -48,10 +48,10 @@ const QStringList& echoedKinds()
     return kinds;
 }
 
-trial_client_t::trial_client_t(const connection_t& connection, what_t what)
-    : connection(connection), what(what), id(strangerId()),
-      topic(QStringLiteral("%1/%2/%3/nobody/connection/check").arg(LOCAL_PREFIX, connection.installationId, id)),
-      payload(wrapped(what == what_t::large ? QString(largePayload, u'x') : QStringLiteral("probe"))),
+trial_client_t::trial_client_t(const connection_t& givenConnection, what_t givenWhat)
+    : connection(givenConnection), what(givenWhat), id(strangerId()),
+      topic(QStringLiteral("%1/%2/%3/nobody/connection/check").arg(LOCAL_PREFIX, givenConnection.installationId, id)),
+      payload(wrapped(givenWhat == what_t::large ? QString(largePayload, u'x') : QStringLiteral("probe"))),
       client(id, true, false)
 {
     connect(&client, &mosquittoqt::onConnect, this, [this](int rc) {
@@ -110,9 +110,10 @@ void trial_client_t::stop()
     QTimer::singleShot(farewell, this, [this] { client.disconnect_sync(); });
 }
 
-examination_t::examination_t(const connection_t& connection, const QString& id, std::chrono::milliseconds time)
-    : connection(connection), time(time), client(QString(), true, false),
-      retained(connection, trial_client_t::what_t::retained), large(connection, trial_client_t::what_t::large)
+examination_t::examination_t(const connection_t& givenConnection, const QString& id,
+                             std::chrono::milliseconds givenTime)
+    : connection(givenConnection), time(givenTime), client(QString(), true, false),
+      retained(givenConnection, trial_client_t::what_t::retained), large(givenConnection, trial_client_t::what_t::large)
 {
     seen.id = id.isEmpty() ? strangerId() : id;
     seen.ownId = id.isEmpty();

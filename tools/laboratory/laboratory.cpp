@@ -17,7 +17,7 @@ const QString installation = QStringLiteral("1234");
 
 } // namespace
 
-laboratory_t::laboratory_t(const house_t& house) : house(house)
+laboratory_t::laboratory_t(const house_t& givenHouse) : house(givenHouse)
 {
     clock.start();
     for (int number = 1; number <= house.boxes; ++number) {

@@ -3,8 +3,8 @@
 
 #include <QtCore/QJsonDocument>
 
-node_t::node_t(const QString& name, const QString& program, const QStringList& arguments)
-    : name(name), program(program), arguments(arguments)
+node_t::node_t(const QString& givenName, const QString& givenProgram, const QStringList& givenArguments)
+    : name(givenName), program(givenProgram), arguments(givenArguments)
 {}
 
 void node_t::start()

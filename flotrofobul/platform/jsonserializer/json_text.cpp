@@ -37,7 +37,7 @@ QByteArray unitsOf(const QString& text)
 // and what is not stays as it is for the parser to refuse: it is looked at before it is blanked.
 class repeated_members_t {
 public:
-    explicit repeated_members_t(QByteArray& text) : text(text), mayBeChecked(2 * qint64(text.size()))
+    explicit repeated_members_t(QByteArray& givenText) : text(givenText), mayBeChecked(2 * qint64(givenText.size()))
     {
         text.detach(); // the keys are views into it
         members.reserve(usualMembers);
@@ -264,7 +264,7 @@ QByteArray withDoubles(QByteArray json)
             if (written != number) {
                 json.replace(position, number.size(), written);
             }
-            position += static_cast<int>(written.size()) - 1;
+            position += written.size() - 1;
         }
     }
     return json;

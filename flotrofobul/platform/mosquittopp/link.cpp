@@ -50,9 +50,9 @@ int refuse(const verdict_t& verdict, const char* what, const QString& value)
     return verdict.code;
 }
 
-link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect,
+link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool givenAutoconnect,
                QObject* parent)
-    : QObject(parent), autoconnect(autoconnect), session(cleanSession),
+    : QObject(parent), autoconnect(givenAutoconnect), session(cleanSession),
       dialler({[this] { return takeHandle(); }, [this] { return !session.isResuming(); },
                [this](std::unique_ptr<handle_t> used) { session.giveBack(std::move(used)); }},
               this),
