@@ -22,10 +22,10 @@ using namespace std::chrono_literals;
 // Publishes the next packet when one is acknowledged.
 class publisher_t : public protoserver_t {
 public:
-    explicit publisher_t(const load_t& load)
-        : protoserver_t(QStringLiteral("1"), benchConfiguration(load.port), true, QStringLiteral("tarnel-server-1"),
-                        false),
-          load(load)
+    explicit publisher_t(const load_t& givenLoad)
+        : protoserver_t(QStringLiteral("1"), benchConfiguration(givenLoad.port), true,
+                        QStringLiteral("tarnel-server-1"), false),
+          load(givenLoad)
     {}
 
     void start()

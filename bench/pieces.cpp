@@ -11,9 +11,9 @@
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
 
+#include <QRegExp>
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
-#include <QtCore/QRegExp>
 
 #include <benchmark/benchmark.h>
 

@@ -136,7 +136,7 @@ bool measure(int count)
         clients.back()->connect();
     }
     if (!waitFor([&] { return ready.size() == count; }, 2min)) {
-        std::fprintf(stderr, "%d of %d clients are ready\n", static_cast<int>(ready.size()), count);
+        std::fprintf(stderr, "%s of %d clients are ready\n", qPrintable(QString::number(ready.size())), count);
         return false;
     }
     const double readyAfter = static_cast<double>(clock.elapsed());
@@ -159,7 +159,7 @@ bool measure(int count)
     server = std::make_unique<measured_server_t>(broker.port(), ready);
     server->connect();
     if (!waitFor([&] { return ready.size() == count; }, 2min)) {
-        std::fprintf(stderr, "%d of %d clients are back\n", static_cast<int>(ready.size()), count);
+        std::fprintf(stderr, "%s of %d clients are back\n", qPrintable(QString::number(ready.size())), count);
         return false;
     }
     const double backAfter = static_cast<double>(clock.elapsed());

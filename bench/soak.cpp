@@ -102,8 +102,8 @@ public:
 
 class soak_t {
 public:
-    soak_t(std::chrono::minutes length, quint32 seed, bool verbose)
-        : length(length), random(seed), log(verbose), broker(listeners()),
+    soak_t(std::chrono::minutes givenLength, quint32 seed, bool verbose)
+        : length(givenLength), random(seed), log(verbose), broker(listeners()),
           witness([this](const QByteArray& topic, const QByteArray& payload) { arrived(topic, payload); })
     {}
 
@@ -175,10 +175,10 @@ private:
         QObject::connect(&network, &QThread::finished, weathers.back(), &QObject::deleteLater);
         return weathers.back()->port();
     }
-    void change(void (weather_t::*change)())
+    void change(void (weather_t::*to)())
     {
         for (weather_t* const weather : weathers) {
-            QMetaObject::invokeMethod(weather, [=] { (weather->*change)(); });
+            QMetaObject::invokeMethod(weather, [=] { (weather->*to)(); });
         }
     }
 
@@ -299,8 +299,10 @@ private:
             {"acknowledgements of nothing", sum(publishers, [](auto& one) { return one.strays; }), 0},
             {"lines about a full outbox", log.full, 0},
             {"lines about a message given up", log.givenUp, 0},
-            {"subscribers whose queue the broker cut", broker.output().count("being dropped for client down/"), 0},
-            {"witness's queue cut by the broker", broker.output().count("being dropped for client witness"), 0},
+            {"subscribers whose queue the broker cut",
+             static_cast<int>(broker.output().count("being dropped for client down/")), 0},
+            {"witness's queue cut by the broker",
+             static_cast<int>(broker.output().count("being dropped for client witness")), 0},
             {"losses of the witness", witness.losses(), 0},
             {"growth of memory in KiB", growth(), mostGrowthKib},
             {"more descriptors", openDescriptors() - descriptorsAtRest, 4},

@@ -134,7 +134,7 @@ private:
             ledger.takeBack();
             return;
         }
-        pending.insert(mid, {number, payload.size()});
+        pending.insert(mid, {number, static_cast<int>(payload.size())});
         pendingBytes += payload.size();
     }
 

@@ -73,7 +73,7 @@ inline bool keeps(const promise_t& promise, const node_t& node)
     }
     const QString first = QStringList(names.mid(0, 20)).join(QLatin1Char(' '));
     std::printf("%s %s: %d %s: %s%s\n", verdict == verdict_t::fails ? "FAILED" : "noted ", node.name.constData(),
-                names.size(), promise.broken, qPrintable(first), names.size() > 20 ? " ..." : "");
+                static_cast<int>(names.size()), promise.broken, qPrintable(first), names.size() > 20 ? " ..." : "");
     return verdict != verdict_t::fails;
 }
 

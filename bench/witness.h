@@ -14,7 +14,7 @@ public:
     /// Receives on the witness' thread.
     using receiver_t = std::function<void(const QByteArray& topic, const QByteArray& payload)>;
 
-    explicit witness_t(receiver_t receiver) : receiver(std::move(receiver))
+    explicit witness_t(receiver_t givenReceiver) : receiver(std::move(givenReceiver))
     {
         mosquitto_lib_init();
         client = mosquitto_new("witness", true, this);

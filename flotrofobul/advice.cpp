@@ -6,9 +6,10 @@
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/logs/log_line.h>
 #include <flotrofobul/platform/secrets.h>
+#include <flotrofobul/platform/text.h>
 
+#include <QRegExp>
 #include <QtCore/QJsonDocument>
-#include <QtCore/QRegExp>
 
 #include <chrono>
 #include <utility>
@@ -102,7 +103,8 @@ void advice_t::configurationRemarks(const QStringList& remarks)
 void advice_t::installationId(const QString& id)
 {
     // Made anew from the template: an engine in another thread may be about to change the one in use.
-    const QString text = QString(utility::topic_t::regex_allowed_topic_plain).replace(INSTALLATIONID, id);
+    QString text = utility::topic_t::regex_allowed_topic_plain;
+    text.replace(INSTALLATIONID, id);
     const QRegExp pattern(text, Qt::CaseSensitive, QRegExp::RegExp);
     const bool carried =
         pattern.exactMatch(LOCAL_PREFIX + u'/' + id + "/a/b/c"_l1) && pattern.capturedTexts().value(3) == id;
@@ -204,15 +206,15 @@ void tracePayload(QLatin1String direction, const QString& topic, const QString& 
     const QJsonObject object = documentFromForeignJson(bytes).object();
     const QJsonObject shownObject = withoutSecrets(object).toObject();
     if (shownObject != object) {
-        bytes = QJsonDocument(shownObject).toJson(QJsonDocument::Compact);
-    } else if (object.isEmpty() && isSecret(QString::fromUtf8(bytes))) {
+        bytes = jsonOf(QJsonDocument(shownObject));
+    } else if (object.isEmpty() && isSecret(textUpToZero(bytes))) {
         bytes = QByteArrayLiteral("(not shown)");
     }
     const int size = bytes.size();
     if (size > longestPayload) {
         bytes = bytes.left(longestPayload) + "... (" + QByteArray::number(size) + " bytes)";
     }
-    FLOTROFOBUL_LOG_AS(trace, direction + u' ' + topic + u' ' + QString::fromUtf8(bytes), adviceName);
+    FLOTROFOBUL_LOG_AS(trace, direction + u' ' + topic + u' ' + textUpToZero(bytes), adviceName);
 }
 
 } // namespace comunication

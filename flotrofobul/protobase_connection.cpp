@@ -118,8 +118,8 @@ try {
     }
     FLOTROFOBUL_LOG(detail,
                     "Try to connect: "_l1 + addressOf(*configuration) + " with id: "_l1 + system->getClientid());
-    const std::chrono::seconds configured(configuration->getMqtt()->getConnect()->getKeepalive());
-    const auto keepalive = static_cast<int>(std::max(configured, leastKeepalive).count());
+    const std::chrono::seconds wanted(configuration->getMqtt()->getConnect()->getKeepalive());
+    const auto keepalive = static_cast<int>(std::max(wanted, leastKeepalive).count());
     const int rc = async ? shared_t::brokerClient(*this).connect_async(global->getHost(), global->getPort(), keepalive)
                          : shared_t::brokerClient(*this).connect_sync(global->getHost(), global->getPort(), keepalive);
     logLink(connectionTexts, rc, addressOf(*configuration), __func__);
@@ -249,23 +249,23 @@ void protobase_t::on_disconnect(int rc)
 // Requests made after the end that is reported only now belong to the next session: they stay.
 void protobase_t::forgetRequests()
 {
-    auto& publications = *messages->getPublications();
-    auto& subscriptions = *messages->getSubscriptions();
+    auto& publishing = *messages->getPublications();
+    auto& subscribing = *messages->getSubscriptions();
     QMap<int, message::classpublish*> laterPublications;
     QMap<int, message::classsubscribe*> laterSubscriptions;
     for (const int mid : laterRequests.keys()) {
-        if (publications.contains(mid)) {
-            laterPublications[mid] = publications.take(mid);
+        if (publishing.contains(mid)) {
+            laterPublications[mid] = publishing.take(mid);
         }
-        if (subscriptions.contains(mid)) {
-            laterSubscriptions[mid] = subscriptions.take(mid);
+        if (subscribing.contains(mid)) {
+            laterSubscriptions[mid] = subscribing.take(mid);
         }
     }
     messages->reset();
-    publications = laterPublications;
-    subscriptions = laterSubscriptions;
-    for (auto request = laterRequests.begin(); request != laterRequests.end();) {
-        request = --*request == 0 ? laterRequests.erase(request) : request + 1;
+    publishing = laterPublications;
+    subscribing = laterSubscriptions;
+    for (auto count = laterRequests.begin(); count != laterRequests.end();) {
+        count = --*count == 0 ? laterRequests.erase(count) : std::next(count);
     }
 }
 

@@ -312,7 +312,7 @@ try {
 
 QString protobase_t::JsonObjectToString(const QJsonObject& object, QJsonDocument::JsonFormat format)
 try {
-    return QString::fromUtf8(QJsonDocument(object).toJson(format));
+    return QString::fromUtf8(jsonOf(QJsonDocument(object), format));
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());
     return QString();
@@ -330,7 +330,7 @@ try {
 
 QString protobase_t::Encode(const QJsonObject& object)
 {
-    return payloadText(encoding, QJsonDocument(object).toJson(QJsonDocument::Compact), withoutPadding);
+    return payloadText(encoding, jsonOf(QJsonDocument(object)), withoutPadding);
 }
 
 QString protobase_t::Encode(const QString& text)

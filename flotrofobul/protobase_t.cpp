@@ -8,6 +8,7 @@
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/platform/text.h>
 #include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/statusbroker.h>
 #include <flotrofobul/utility/system_t.h>
@@ -87,8 +88,8 @@ void wire(mosquittopp::mosquittoqt* client, protobase_t* engine)
 
 } // namespace
 
-protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool encoding)
-    : encoding(encoding), closeDelay(new QTimer(this))
+protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& clientId, bool givenEncoding)
+    : encoding(givenEncoding), closeDelay(new QTimer(this))
 {
     FLOTROFOBUL_LOG(info, "Starting comunication engine as "_l1 + service.ToString() + " version: "_l1 + versionApp);
     int major = 0;
@@ -113,16 +114,16 @@ protobase_t::protobase_t(service_t service, const QString& versionApp, const QSt
 }
 
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QString& path, const QString& clientId,
-                         bool encoding)
-    : protobase_t(service, versionApp, clientId, encoding)
+                         bool givenEncoding)
+    : protobase_t(service, versionApp, clientId, givenEncoding)
 {
     configPath = path;
     configure([this] { readConfigFromFile(configPath); }, *configuration, logging);
 }
 
 protobase_t::protobase_t(service_t service, const QString& versionApp, const QJsonObject& json, const QString& clientId,
-                         bool encoding)
-    : protobase_t(service, versionApp, clientId, encoding)
+                         bool givenEncoding)
+    : protobase_t(service, versionApp, clientId, givenEncoding)
 {
     configure([&] { readConfigFromJson(json); }, *configuration, logging);
 }
@@ -164,7 +165,7 @@ try {
     // A file that cannot be opened counts as empty, which is not JSON.
     const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     // Read as text first: a stray byte of another encoding or zeros at the end spoil a text, not the whole file.
-    const QByteArray text = QString::fromUtf8(bytes).toUtf8();
+    const QByteArray text = textUpToZero(bytes).toUtf8();
     QJsonParseError outcome{};
     const QJsonDocument document = documentFromForeignJson(text, &outcome);
     if (outcome.error != QJsonParseError::NoError) {
@@ -227,7 +228,7 @@ try {
     if (!isSpecial(path) && !configuration->getMqtt()->getConnect()->getPassword().isEmpty()) {
         file->setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
-    if (!writeWhole(*file, QJsonDocument(json).toJson(QJsonDocument::Indented))) {
+    if (!writeWhole(*file, jsonOf(QJsonDocument(json), QJsonDocument::Indented))) {
         FLOTROFOBUL_LOG(error, "Unable to write file: "_l1 + path);
         return false;
     }

@@ -6,7 +6,7 @@
 #include <flotrofobul/protobase_shared.h>
 #include <flotrofobul/utility/system_t.h>
 
-#include <QtCore/QRegExp>
+#include <QRegExp>
 
 namespace comunication {
 

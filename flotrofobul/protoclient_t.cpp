@@ -18,16 +18,16 @@ constexpr bridges_t clientBridges{&FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFI
 
 } // namespace
 
-protoclient_t::protoclient_t(const QString& versionApp, const QString& configPath, const QString& clientId,
-                             bool encoding)
-    : protobase_t(service_t::client, versionApp, configPath, clientId, encoding)
+protoclient_t::protoclient_t(const QString& versionApp, const QString& givenConfigPath, const QString& clientId,
+                             bool givenEncoding)
+    : protobase_t(service_t::client, versionApp, givenConfigPath, clientId, givenEncoding)
 {
     startUp();
 }
 
-protoclient_t::protoclient_t(const QString& versionApp, const QJsonObject& configuration, const QString& clientId,
-                             bool encoding)
-    : protobase_t(service_t::client, versionApp, configuration, clientId, encoding)
+protoclient_t::protoclient_t(const QString& versionApp, const QJsonObject& givenConfiguration, const QString& clientId,
+                             bool givenEncoding)
+    : protobase_t(service_t::client, versionApp, givenConfiguration, clientId, givenEncoding)
 {
     startUp();
 }

@@ -252,7 +252,7 @@ void protoserver_t::logServers() const
 void protoserver_t::logClients() const
 {
     logNodes("Client connected: "_l1, nodes->clients.map(), logSource,
-             [](const QString& number, auto client) -> QString { return number + ". "_l1 + client.key(); });
+             [](const QString& number, auto panel) -> QString { return number + ". "_l1 + panel.key(); });
 }
 
 bool protoserver_t::processRequestDB(topic_t topic, const QJsonValue& payload)

@@ -18,18 +18,18 @@ constexpr const char logSource[] = "libscomunication/libmosquittoproto/protoserv
 
 } // namespace
 
-protoserver_t::protoserver_t(const QString& versionApp, const QString& configPath, bool defaultMaster,
-                             const QString& clientId, bool encoding)
-    : protobase_t(service_t::server, versionApp, configPath, clientId, encoding), defaultMaster(defaultMaster),
-      nodes(std::make_unique<known_nodes_t>())
+protoserver_t::protoserver_t(const QString& versionApp, const QString& givenConfigPath, bool givenDefaultMaster,
+                             const QString& clientId, bool givenEncoding)
+    : protobase_t(service_t::server, versionApp, givenConfigPath, clientId, givenEncoding),
+      defaultMaster(givenDefaultMaster), nodes(std::make_unique<known_nodes_t>())
 {
     startUp();
 }
 
-protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& configuration, bool defaultMaster,
-                             const QString& clientId, bool encoding)
-    : protobase_t(service_t::server, versionApp, configuration, clientId, encoding), defaultMaster(defaultMaster),
-      nodes(std::make_unique<known_nodes_t>())
+protoserver_t::protoserver_t(const QString& versionApp, const QJsonObject& givenConfiguration, bool givenDefaultMaster,
+                             const QString& clientId, bool givenEncoding)
+    : protobase_t(service_t::server, versionApp, givenConfiguration, clientId, givenEncoding),
+      defaultMaster(givenDefaultMaster), nodes(std::make_unique<known_nodes_t>())
 {
     startUp();
 }

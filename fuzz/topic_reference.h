@@ -5,7 +5,7 @@
 
 #include <flotrofobul/define/topic_t.h>
 
-#include <QtCore/QRegExp>
+#include <QRegExp>
 #include <QtCore/QStringList>
 
 /// ok, origin, local, plain, sender, destination, value.

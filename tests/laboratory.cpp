@@ -41,48 +41,48 @@ private Q_SLOTS:
         house_t one = house(3);
         one.shape = shape;
         one.cloud = true;
-        laboratory_t laboratory(one);
-        QVERIFY(laboratory.start());
-        const verdict_t verdict = isWell(laboratory, 10s, 200ms);
-        QVERIFY2(verdict.isGood(), qPrintable(verdict.failure + u'\n' + testimony(laboratory)));
+        laboratory_t lab(one);
+        QVERIFY(lab.start());
+        const verdict_t verdict = isWell(lab, 10s, 200ms);
+        QVERIFY2(verdict.isGood(), qPrintable(verdict.failure + u'\n' + testimony(lab)));
         QCOMPARE(verdict.answers, 3);
         QCOMPARE(verdict.rounds, 1);
-        QVERIFY(laboratory.quietFor() > 100ms);
-        QVERIFY2(laboratory.packets().total() <= 80, qPrintable(laboratory.packets().text()));
+        QVERIFY(lab.quietFor() > 100ms);
+        QVERIFY2(lab.packets().total() <= 80, qPrintable(lab.packets().text()));
     }
 
     // What the laboratory says of a house in need, and when the need is over.
     void seesWhatHappens()
     {
-        laboratory_t laboratory(house(3));
-        QVERIFY(laboratory.start());
-        QVERIFY(laboratory.untilAgreed(10s));
+        laboratory_t lab(house(3));
+        QVERIFY(lab.start());
+        QVERIFY(lab.untilAgreed(10s));
 
-        laboratory.restart(*laboratory.box(3).server);
-        QVERIFY(!laboratory.disagreement().isEmpty());
-        QVERIFY(laboratory.untilAgreed(5s));
+        lab.restart(*lab.box(3).server);
+        QVERIFY(!lab.disagreement().isEmpty());
+        QVERIFY(lab.untilAgreed(5s));
 
-        laboratory.powerCut(1, power_cut_t::silent);
-        QCOMPARE(laboratory.disagreement(), QStringLiteral("nobody is master"));
-        laboratory.claim(2);
+        lab.powerCut(1, power_cut_t::silent);
+        QCOMPARE(lab.disagreement(), QStringLiteral("nobody is master"));
+        lab.claim(2);
         // What is still on its way would make the next one yield.
-        QVERIFY(laboratory.until([&] { return laboratory.agreedFor() > 500ms; }, 5s));
-        QCOMPARE(laboratory.masters(), QStringList{QStringLiteral("tarnel-server-2")});
+        QVERIFY(lab.until([&] { return lab.agreedFor() > 500ms; }, 5s));
+        QCOMPARE(lab.masters(), QStringList{QStringLiteral("tarnel-server-2")});
 
-        laboratory.cut(2, 3);
-        laboratory.claim(3);
-        const node_t& panel = *laboratory.box(3).panel;
-        QVERIFY(laboratory.until([&] { return panel.ready && panel.master == laboratory.box(3).server->name; }, 5s));
-        QVERIFY(laboratory.until([&] { return laboratory.masters().size() == 2; }, 5s));
-        laboratory.freeze(*laboratory.box(2).panel);
-        QCOMPARE(laboratory.askAll().size(), 2);
-        QVERIFY(!laboratory.until([&] { return laboratory.request(1).answered > 0; }, 300ms));
-        QVERIFY(laboratory.until([&] { return laboratory.request(2).answered > 0; }, 5s));
+        lab.cut(2, 3);
+        lab.claim(3);
+        const node_t& panel = *lab.box(3).panel;
+        QVERIFY(lab.until([&] { return panel.ready && panel.master == lab.box(3).server->name; }, 5s));
+        QVERIFY(lab.until([&] { return lab.masters().size() == 2; }, 5s));
+        lab.freeze(*lab.box(2).panel);
+        QCOMPARE(lab.askAll().size(), 2);
+        QVERIFY(!lab.until([&] { return lab.request(1).answered > 0; }, 300ms));
+        QVERIFY(lab.until([&] { return lab.request(2).answered > 0; }, 5s));
 
-        laboratory.peace();
-        QVERIFY(laboratory.until([&] { return laboratory.request(1).answered > 0; }, 5s));
-        QVERIFY(laboratory.mostMasters() > 300ms);
-        QVERIFY(laboratory.deserters().isEmpty());
+        lab.peace();
+        QVERIFY(lab.until([&] { return lab.request(1).answered > 0; }, 5s));
+        QVERIFY(lab.mostMasters() > 300ms);
+        QVERIFY(lab.deserters().isEmpty());
     }
 
     // The companions take over, give back, and settle claims at once; nobody is left behind.
@@ -90,30 +90,30 @@ private Q_SLOTS:
     {
         house_t kept = house(3);
         kept.keeper = true;
-        laboratory_t laboratory(kept);
-        QVERIFY(laboratory.start() && laboratory.untilAgreed(10s));
+        laboratory_t lab(kept);
+        QVERIFY(lab.start() && lab.untilAgreed(10s));
         // Which of those that are left is the first depends on the machine's load as well as on the rank.
         const auto settles = [&](const QStringList& possible) {
-            QVERIFY2(laboratory.until([&] { return laboratory.agreedFor() > 1200ms; }, 10s),
-                     qPrintable(testimony(laboratory)));
-            const QStringList masters = laboratory.masters();
-            QVERIFY2(masters.size() == 1 && possible.contains(masters.first()), qPrintable(testimony(laboratory)));
+            QVERIFY2(lab.until([&] { return lab.agreedFor() > 1200ms; }, 10s),
+                     qPrintable(testimony(lab)));
+            const QStringList masters = lab.masters();
+            QVERIFY2(masters.size() == 1 && possible.contains(masters.first()), qPrintable(testimony(lab)));
         };
-        const QStringList first{laboratory.box(1).server->name};
-        const QStringList others{laboratory.box(2).server->name, laboratory.box(3).server->name};
-        laboratory.powerCut(1, power_cut_t::noticed);
+        const QStringList first{lab.box(1).server->name};
+        const QStringList others{lab.box(2).server->name, lab.box(3).server->name};
+        lab.powerCut(1, power_cut_t::noticed);
         settles(others);
-        laboratory.powerOn(1);
+        lab.powerOn(1);
         settles(first);
-        laboratory.delay(100);
-        const packets_t before = laboratory.packets();
+        lab.delay(100);
+        const packets_t before = lab.packets();
         for (const int number : {1, 2, 3}) {
-            laboratory.claim(number);
+            lab.claim(number);
         }
         settles(first);
-        QVERIFY2((laboratory.packets() - before).total() <= 200, qPrintable(laboratory.packets().text()));
-        laboratory.box(1).server->say(QStringLiteral("quit"));
-        QVERIFY(laboratory.until([&] { return laboratory.masters() != QStringList{QStringLiteral("tarnel-server-1")}; },
+        QVERIFY2((lab.packets() - before).total() <= 200, qPrintable(lab.packets().text()));
+        lab.box(1).server->say(QStringLiteral("quit"));
+        QVERIFY(lab.until([&] { return lab.masters() != QStringList{QStringLiteral("tarnel-server-1")}; },
                                  5s));
         settles(others);
     }

@@ -26,8 +26,9 @@ QJsonObject reachable(int port)
 class house_t {
 public:
     /// changes: keys of the doctor's configuration, "id=" (its own), "TZ=", "file=" (the text itself, or "none").
-    house_t(const certificates_t& certificates, const QString& broker, const QString& plants, const QString& changes)
-        : file(certificates), changes(parts(named(changes)))
+    house_t(const certificates_t& certificates, const QString& broker, const QString& plants,
+            const QString& givenChanges)
+        : file(certificates), changes(parts(named(givenChanges)))
     {
         if (broker.startsWith("peer "_l1)) {
             peer.rules = broker.mid(5).split(", "_l1);

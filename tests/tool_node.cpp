@@ -60,7 +60,7 @@ private Q_SLOTS:
         for (const QString& words : parts(cells[1])) {
             QVERIFY2(text.contains(words), qPrintable(text));
         }
-        QCOMPARE(asker.code(), cells[0].leftRef(1).toInt());
+        QCOMPARE(asker.code(), cells[0].left(1).toInt());
     }
     // Ctrl-C: everybody takes leave, and the panels notice that the server does.
     void end()

@@ -58,12 +58,12 @@ private Q_SLOTS:
         for (int i = 0; i < 300; ++i) {
             said << said_t{status, QByteArray::number(i), 2, false};
         }
-        client_t speaker;
-        QVERIFY(speaker.joins(house.port()));
+        client_t publisher;
+        QVERIFY(publisher.joins(house.port()));
         run_t record({"record"_s, "--host"_s, at(house), "--installation"_s, "house1"_s, path("one"_s)});
         QVERIFY(record.says("Recording"_s));
         for (const said_t& one : said) {
-            QCOMPARE(speaker.publishRaw(nullptr, one.topic, one.payload, one.qos, one.retain), 0);
+            QCOMPARE(publisher.publishRaw(nullptr, one.topic, one.payload, one.qos, one.retain), 0);
         }
         QTRY_COMPARE(linesOf(path("one"_s)).size(), said.size());
         record.kill(); // nothing that was heard is lost
@@ -78,7 +78,7 @@ private Q_SLOTS:
         run_t refused({"replay"_s, "--host"_s, "localhost:%1"_s.arg(house.port()), path("one"_s)});
         QCOMPARE(refused.code(), 1);
         QVERIFY(refused.says("is the broker that was recorded"_s));
-        QCOMPARE(speaker.messages, QStringList());
+        QCOMPARE(publisher.messages, QStringList());
 
         QVector<said_t> heard;
         client_t listener;
@@ -290,9 +290,10 @@ plain     | 1 | watch --time 9 --username bridge --password-file good           
     {
         run_t watch({"watch"_s, "--host"_s, at(house), "--json"_s});
         QVERIFY(watch.says("Listening"_s));
-        client_t speaker;
-        QVERIFY(speaker.joins(house.port()));
-        speaker.say(R"({"d":"1"})"_s, 2, "forward-bridge/local/house1/panel-1/tarnel-server-1/command/client/ready"_s);
+        client_t publisher;
+        QVERIFY(publisher.joins(house.port()));
+        publisher.say(R"({"d":"1"})"_s, 2,
+                      "forward-bridge/local/house1/panel-1/tarnel-server-1/command/client/ready"_s);
         QVERIFY(watch.says("\"event\":\"ready\""_s));
         watch.signal(SIGINT);
         QCOMPARE(watch.code(), 0);

@@ -217,7 +217,8 @@ packets | watch --packets                                 |
         QTRY_VERIFY((happens(), run->state() == QProcess::NotRunning));
         QCOMPARE(run->exitStatus(), QProcess::NormalExit);
         QCOMPARE(run->exitCode(), 0);
-        QTRY_VERIFY(cells[2].isEmpty() || broker.output().contains("Client " + cells[2].toUtf8() + " disconnected"));
+        QTRY_VERIFY(cells[2].isEmpty() ||
+                    broker.output().contains(QByteArray("Client " + cells[2].toUtf8() + " disconnected")));
     }
 
     // name | command | what it says when the disk is full

@@ -155,7 +155,7 @@ private Q_SLOTS:
         engine.setMosquittoLog(true);
         engine.setMaster();
         QCOMPARE(filtered("^[0-5] ").join(u'\n'),
-                 QString(R"(1 subscribe Handling exception WHY
+                 R"(1 subscribe Handling exception WHY
 1 publish Handling exception.WHY
 1 publish Handling exception.WHY
 2 unsubscribe No mid for +/t in messages
@@ -172,8 +172,7 @@ private Q_SLOTS:
 2 publish Payload: x
 4 connected Check connection false
 4 setMaster I'm default master
-4 connected Check connection false)"_s)
-                     .replace("WHY"_l1, "no broker client before the first connect"_l1));
+4 connected Check connection false)"_s.replace("WHY"_l1, "no broker client before the first connect"_l1));
         QVERIFY(engine.isStatusbroker() && engine.configuration->getMqtt()->getGlobal()->getLogging());
     }
 

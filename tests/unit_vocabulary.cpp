@@ -2,6 +2,7 @@
 // The words, templates and topics of the protocol, and the registry of pending requests.
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/messages/messages.h>
+#include <flotrofobul/platform/qt.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include "../fuzz/topic_reference.h"
@@ -73,10 +74,10 @@ private Q_SLOTS:
     // Hosts connect by these names, also queued.
     void names()
     {
-        QCOMPARE(QMetaType::type("qos_t"), qMetaTypeId<qos_t>());
-        QCOMPARE(QMetaType::type("subscribe_t"), qMetaTypeId<subscribe_t>());
-        QCOMPARE(QMetaType::type("state_req_t"), qMetaTypeId<state_req_t>());
-        QVERIFY(QMetaType::type("system_t*") != QMetaType::UnknownType);
+        QCOMPARE(qt::typeNamed("qos_t"), qMetaTypeId<qos_t>());
+        QCOMPARE(qt::typeNamed("subscribe_t"), qMetaTypeId<subscribe_t>());
+        QCOMPARE(qt::typeNamed("state_req_t"), qMetaTypeId<state_req_t>());
+        QVERIFY(qt::typeNamed("system_t*") != QMetaType::UnknownType);
         QVERIFY(system_t::staticMetaObject.indexOfConstructor("system_t(QString,service_t,QString,QObject*)") == 0);
     }
 
@@ -118,7 +119,7 @@ private Q_SLOTS:
         log_recorder_t log(1);
         const QString pattern = topic_t::regex_allowed_topic_plain;
         QRandomGenerator random(1);
-        const auto below = [&random](int bound) { return static_cast<int>(random.bounded(bound)); };
+        const auto below = [&random](int bound) { return random.bounded(bound); };
         const auto two = [&below](const QString& of) { return of.mid(below(of.size()), 2); };
         const QString letters = "abcXYZ019_-.@+"_s;
         const QStringList starts = "local remote-bridge/local cloud-bridgelocal local/local"_s.split(u' ');

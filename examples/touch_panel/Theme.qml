@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Colours and sizes, light and dark.
 pragma Singleton
-import QtQml 2.15
+import QtQuick 2.15
 
 QtObject {
     property bool dark: false

@@ -45,7 +45,10 @@ Window {
             window.watched(request("realtime"))
         }
         onMasterLost: window.unanswered = false // there is nobody to answer
-        onStatusReceived: if (!kept) window.unanswered = false // an answer that comes late is one
+        onStatusReceived: (kind, topic, payload, kept) => {
+            if (!kept)
+                window.unanswered = false // an answer that comes late is one
+        }
     }
     Timer { // what was measured is soon stale, and a master that is silent shows itself
         objectName: "measuring"

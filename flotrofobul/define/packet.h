@@ -31,7 +31,7 @@ inline QString commandOf(QString topic)
 inline QJsonObject withAddress(QJsonObject packet, const utility::topic_t& topic, const QString& word)
 {
     const QString received = topic.getOriginal();
-    packet.insert("topic"_l1, received.mid(std::max(received.indexOf(word), 0)));
+    packet.insert("topic"_l1, received.mid(std::max<int>(received.indexOf(word), 0)));
     packet.insert("sender"_l1, topic.getSender());
     packet.insert("destination"_l1, topic.getDestination());
     return packet;

@@ -4,8 +4,9 @@
 
 #include <flotrofobul/define/define.h>
 #include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/platform/qt.h>
 
-#include <QtCore/QRegExp>
+#include <QRegExp>
 #include <QtCore/QStringView>
 
 #include <array>
@@ -66,8 +67,8 @@ constexpr std::array<bool, 128> admittedAscii()
     return admitted;
 }
 
-// What parsing by hand needs of a pattern. Every thread has a copy, so that parsing takes no lock; it has no
-// destructor, because topics may be parsed while a thread ends.
+// What parsing by hand needs of a pattern. Every thread has a copy, so that parsing takes no lock (where Qt lets it);
+// it has no destructor, because topics may be parsed while a thread ends.
 struct table_t {
     quint32 edition = 0;           // of the grammar
     const void* pattern = nullptr; // where the text of the pattern was
@@ -105,16 +106,22 @@ thread_local table_t ownTable;
 // thread may be about to replace.
 const void* whereThePatternIs()
 {
-    return __atomic_load_n(&topic_t::tmp_regex_allowed_topic_plain.data_ptr(), __ATOMIC_ACQUIRE);
+    return qt::placeOf(topic_t::tmp_regex_allowed_topic_plain);
 }
 
 void bringTableAlong()
 {
+    std::unique_lock<std::mutex> lock(grammarMutex, std::defer_lock);
+    if (!qt::textIsOneWord) {
+        lock.lock();
+    }
     if (ownTable.edition == edition.load(std::memory_order_acquire) && ownTable.pattern == whereThePatternIs()) {
         return;
     }
-    const std::lock_guard<std::mutex> lock(grammarMutex);
-    if (grammar.text.data_ptr() != whereThePatternIs()) { // somebody has set a pattern of his own
+    if (!lock) {
+        lock.lock();
+    }
+    if (qt::placeOf(grammar.text) != whereThePatternIs()) { // somebody has set a pattern of his own
         grammar = grammar_t(topic_t::tmp_regex_allowed_topic_plain);
         ++edition;
     }
@@ -160,7 +167,8 @@ bool takeLevel(const std::array<bool, 128>& characterClass, QStringView& text, Q
 
 void topic_t::setInstallationid(const QString& id)
 {
-    QString pattern = QString(regex_allowed_topic_plain).replace(INSTALLATIONID, id);
+    QString pattern = regex_allowed_topic_plain;
+    pattern.replace(INSTALLATIONID, id);
     const std::lock_guard<std::mutex> lock(grammarMutex);
     if (installation_id == id && tmp_regex_allowed_topic_plain == pattern) {
         return; // so that nothing changes under those who read the public texts
@@ -168,9 +176,7 @@ void topic_t::setInstallationid(const QString& id)
     installation_id = id;
     // The parser by hand knows no template but the one above.
     grammar = regex_allowed_topic_plain == shippedTemplate ? grammar_t(pattern, id) : grammar_t(pattern);
-    // An assignment in one step, for threads that look without the lock.
-    pattern.data_ptr() =
-        __atomic_exchange_n(&tmp_regex_allowed_topic_plain.data_ptr(), pattern.data_ptr(), __ATOMIC_ACQ_REL);
+    qt::replaceText(tmp_regex_allowed_topic_plain, std::move(pattern));
     ++edition;
 }
 

@@ -3,6 +3,7 @@
 
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/house/house_book.h>
+#include <flotrofobul/platform/text.h>
 
 #include <algorithm>
 
@@ -25,7 +26,7 @@ const QString houseCommand = QStringLiteral("connection/house");
 
 /// Reads packets, and enters into the book what follows from them.
 struct house_model_t::inside_t : house_book_t {
-    explicit inside_t(const QString& installationId) : installationId(installationId) {}
+    explicit inside_t(const QString& givenInstallationId) : installationId(givenInstallationId) {}
 
     bool isOurs(QStringView installation) const
     {
@@ -51,7 +52,7 @@ void house_model_t::inside_t::broker(const QString& topic, const QByteArray& pay
     if (topic.startsWith(bridgeStates)) {
         bridge(topic.section(u'/', 3, 3), payload);
     } else if (topic == "$SYS/broker/version"_l1) {
-        brokerVersion = QString::fromUtf8(payload.left(longestText));
+        brokerVersion = textUpToZero(payload.left(longestText));
     } else if (topic == "$SYS/broker/clients/connected"_l1) {
         bool isNumber = false;
         const int count = payload.toInt(&isNumber);

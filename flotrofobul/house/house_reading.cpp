@@ -4,6 +4,7 @@
 #include <flotrofobul/define/packet.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/secrets.h>
+#include <flotrofobul/platform/text.h>
 
 namespace comunication {
 namespace house {
@@ -83,7 +84,7 @@ bool looksEncoded(const QByteArray& payload)
 
 QJsonValue valueIn(const QByteArray& payload)
 {
-    const QByteArray json = looksEncoded(payload) ? decodedJson(QString::fromLatin1(payload)) : payload;
+    const QByteArray json = looksEncoded(payload) ? decodedJson(textUpToZero(payload)) : payload;
     return documentFromForeignJson(json).object().value(dataKey);
 }
 

@@ -66,8 +66,8 @@ QJsonObject deeds(qint64 since, qint64 requests)
 } // namespace
 
 struct keeper_t::inside_t final : referee_t {
-    inside_t(protoserver_t& server, keeper_t& face, const settings_t& settings)
-        : server(&server), face(face), rank(settings.rank),
+    inside_t(protoserver_t& givenServer, keeper_t& givenFace, const settings_t& settings)
+        : server(&givenServer), face(givenFace), rank(settings.rank),
           rules(settings.rank, settings.times, QRandomGenerator::global()->generate())
     {
         clock.start();

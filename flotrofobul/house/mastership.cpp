@@ -34,7 +34,8 @@ bool mastership_t::wasHeardJustNow(moment_t now) const
     return now - leaderHeard < settling(times);
 }
 
-mastership_t::mastership_t(int rank, const times_t& times, unsigned seed) : rank(rank), times(times), random(seed)
+mastership_t::mastership_t(int givenRank, const times_t& givenTimes, unsigned seed)
+    : rank(givenRank), times(givenTimes), random(seed)
 {}
 
 // Own time never goes back, or a clock that does would make everything wait.

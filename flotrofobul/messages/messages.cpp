@@ -33,28 +33,29 @@ classmessage::classmessage() : timeCreation(QDateTime::currentMSecsSinceEpoch())
 classsubscribe::classsubscribe(QObject* /*parent*/)
 {}
 
-classsubscribe::classsubscribe(const QString& topic, qos_t qos, int mid, state_req_t state, QObject* parent)
+classsubscribe::classsubscribe(const QString& givenTopic, qos_t givenQos, int givenMid, state_req_t givenState,
+                               QObject* parent)
     : classsubscribe(parent)
 {
-    setTopic(topic);
-    setQos(qos);
-    setMid(mid);
-    setState(state);
+    setTopic(givenTopic);
+    setQos(givenQos);
+    setMid(givenMid);
+    setState(givenState);
 }
 
 classpublish::classpublish(QObject* /*parent*/)
 {}
 
-classpublish::classpublish(const QString& topic, const QString& payload, int mid, qos_t qos, bool retainflag,
-                           state_req_t state, QObject* parent)
+classpublish::classpublish(const QString& givenTopic, const QString& givenPayload, int givenMid, qos_t givenQos,
+                           bool givenRetainflag, state_req_t givenState, QObject* parent)
     : classpublish(parent)
 {
-    setTopic(topic);
-    setPayload(payload);
-    setQos(qos);
-    setRetainflag(retainflag);
-    setMid(mid);
-    setState(state);
+    setTopic(givenTopic);
+    setPayload(givenPayload);
+    setQos(givenQos);
+    setRetainflag(givenRetainflag);
+    setMid(givenMid);
+    setState(givenState);
 }
 
 struct classmessages::requests_t {

@@ -3,13 +3,16 @@
 #include <flotrofobul/utility/system_t.h>
 
 #include <flotrofobul/platform/logs/log_line.h>
+#include <flotrofobul/platform/qt.h>
+#include <flotrofobul/platform/text.h>
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QFile>
 #include <QtCore/QMetaEnum>
-#include <QtCore/QRegExp>
 #include <QtCore/QSysInfo>
 #include <QtCore/QUuid>
+
+#include <algorithm>
 
 namespace comunication {
 namespace utility {
@@ -85,8 +88,11 @@ try {
 
 void system_t::setClientId(QString id)
 {
-    static const QRegExp unwanted(QStringLiteral("[^a-zA-Z\\d\\-s]"), Qt::CaseSensitive, QRegExp::RegExp);
-    clientid = type + u'@' + id.remove(QRegExp(unwanted));
+    const auto isUnwanted = [](QChar c) {
+        return !(c.isDigit() || (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'-');
+    };
+    id.truncate(static_cast<int>(std::remove_if(id.begin(), id.end(), isUnwanted) - id.begin()));
+    clientid = type + u'@' + id;
 }
 
 bool system_t::checkNetwork()
@@ -131,8 +137,7 @@ QString system_t::calculateHash(const QString& path)
     QCryptographicHash digest(QCryptographicHash::Md5);
     // What cannot be read looks like an empty file to the digest.
     const bool isRead = digest.addData(&file) && file.error() == QFileDevice::NoError;
-    // The conversion stops at the first zero byte.
-    return isRead ? QString::fromUtf8(digest.result()) : QString();
+    return isRead ? textUpToZero(digest.result()) : QString();
 }
 
 void system_t::AddHash(const QString& path)
@@ -162,7 +167,7 @@ void system_t::setMaster(const QString& id, const QJsonObject& data)
 
 void system_t::setPublishDate(const QDateTime& date)
 {
-    publishDate = date.toString(Qt::TextDate);
+    publishDate = qt::textOf(date);
 }
 
 } // namespace utility

@@ -4,6 +4,7 @@
 #include "watch/packet_lines.h"
 
 #include <flotrofobul/platform/secrets.h>
+#include <flotrofobul/platform/text.h>
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonDocument>
@@ -154,10 +155,9 @@ QString recordTextOf(const QJsonObject& record)
 
 QString payloadTextOf(const ring_packet_t& packet)
 {
-    const QByteArray inside =
-        packet.payload.startsWith('e') ? decodedJson(QString::fromLatin1(packet.payload)) : QByteArray();
+    const QByteArray inside = packet.payload.startsWith('e') ? decodedJson(textUpToZero(packet.payload)) : QByteArray();
     const bool isCut = packet.size > packet.payload.size();
-    QString text = QString::fromUtf8(inside.isEmpty() ? packet.payload : inside);
+    QString text = textUpToZero(inside.isEmpty() ? packet.payload : inside);
     // A character that the cut has halved is no reason to take it for bytes.
     if (inside.isEmpty() && !isCut && text.toUtf8() != packet.payload) {
         text = QStringLiteral("(base64) ") + QString::fromLatin1(packet.payload.toBase64());

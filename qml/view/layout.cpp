@@ -101,7 +101,7 @@ QVector<QRectF> regions(const QVector<int>& weights, const QSizeF& size)
 
 class region_t {
 public:
-    region_t(const QRectF& area, const nodes_of_t& nodes) : area(area), nodes(nodes)
+    region_t(const QRectF& givenArea, const nodes_of_t& givenNodes) : area(givenArea), nodes(givenNodes)
     {
         inner = area.adjusted(margin, strip, -margin, -margin);
     }

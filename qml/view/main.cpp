@@ -11,6 +11,7 @@
 #include <QtCore/QFileInfo>
 #include <QtQml/QQmlApplicationEngine>
 #include <QtQml/QQmlContext>
+#include <QtQml/QQmlFileSelector>
 #include <QtQuick/QQuickWindow>
 #include <QtWidgets/QApplication>
 
@@ -46,7 +47,9 @@ int main(int argc, char** argv)
         }
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // where it goes without saying
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+#endif
     QApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("flotrofobul-view"));
     QCoreApplication::setApplicationVersion(QStringLiteral(FLOTROFOBUL_VERSION));
@@ -95,6 +98,7 @@ int main(int argc, char** argv)
     }
 
     QQmlApplicationEngine engine;
+    (new QQmlFileSelector(&engine, &engine))->setExtraSelectors({QStringLiteral("qt%1").arg(QT_VERSION_MAJOR)});
     engine.rootContext()->setContextProperty(QStringLiteral("picture"), &picture);
     engine.rootContext()->setContextProperty(QStringLiteral("startDark"), options.isSet(dark));
     engine.load(options.isSet(face) ? QUrl::fromLocalFile(options.value(face) + QStringLiteral("/main.qml"))

@@ -13,6 +13,10 @@
 #include <algorithm>
 #include <cmath>
 
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+using QtCharts::QXYSeries; // of no namespace in Qt 6
+#endif
+
 namespace comunication {
 namespace view {
 
@@ -83,7 +87,7 @@ double greatest(const QVector<QPointF>& points)
 
 void fill(QObject* series, const QVector<QPointF>& points)
 {
-    if (auto* const line = qobject_cast<QtCharts::QXYSeries*>(series)) {
+    if (auto* const line = qobject_cast<QXYSeries*>(series)) {
         line->replace(points);
     }
 }

@@ -8,7 +8,7 @@
 namespace comunication {
 namespace view {
 
-rows_t::rows_t(const QVector<QByteArray>& roles, QObject* parent) : QAbstractListModel(parent), roles(roles)
+rows_t::rows_t(const QVector<QByteArray>& givenRoles, QObject* parent) : QAbstractListModel(parent), roles(givenRoles)
 {}
 
 int rows_t::rowCount(const QModelIndex& parent) const

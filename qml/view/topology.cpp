@@ -56,7 +56,8 @@ QStringList endsOf(const house_bridge_t& bridge)
 
 class drawing_t {
 public:
-    drawing_t(const evidence_t& evidence, moment_t now) : evidence(evidence), now(now), count(evidence.names.size())
+    drawing_t(const evidence_t& givenEvidence, moment_t givenNow)
+        : evidence(givenEvidence), now(givenNow), count(givenEvidence.names.size())
     {
         result.brokers = evidence.names;
     }

@@ -213,8 +213,8 @@ void watcher_t::feed()
         // A scene at the end of each step, and one at the target.
         const moment_t due = sceneClock == house::never ? clock : sceneClock + betweenRecorded;
         if (isOver || next > due) {
-            const moment_t wanted = pending ? std::max(target, clock) : clock;
-            const moment_t moment = isOver ? std::max(wanted, sceneClock) : std::max(due, clock);
+            const moment_t end = pending ? std::max(target, clock) : clock;
+            const moment_t moment = isOver ? std::max(end, sceneClock) : std::max(due, clock);
             if (auto scene = survey->sceneIfChanged(moment)) {
                 Q_EMIT changed(generation, std::make_shared<const scene_t>(std::move(*scene)));
                 ++scenes;

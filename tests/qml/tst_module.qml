@@ -24,10 +24,13 @@ TestCase {
         clientId: "panel"
         timeLimit: 300
         onStateChanged: test.states.push(state)
-        onMasterLost: test.lost = master
-        onStatusReceived: if (kept && topic === "status/DB/persistent") test.keptValue = payload.life
-        onPacketReceived: test.packet = topic + " " + payload.text
-        onBridgeChanged: test.bridge = bridge + " " + up
+        onMasterLost: master => test.lost = master
+        onStatusReceived: (kind, topic, payload, kept) => {
+            if (kept && topic === "status/DB/persistent")
+                test.keptValue = payload.life
+        }
+        onPacketReceived: (topic, payload) => test.packet = topic + " " + payload.text
+        onBridgeChanged: (bridge, up) => test.bridge = bridge + " " + up
         onMasterFound: test.request = request("persistent", "found", 4000)
     }
     HouseModel {

@@ -6,6 +6,7 @@
 
 #include <flotrofobul/messages/messages.h>
 #include <flotrofobul/platform/mosquittopp/mosquittoqt.h>
+#include <flotrofobul/platform/qt.h>
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
 #include <flotrofobul/utility/system_t.h>
@@ -58,7 +59,7 @@ inline QString textOf(const QVariant& value)
 class signal_recorder_t : public QObject {
 public:
     using say_t = std::function<void(const QString&)>;
-    signal_recorder_t(say_t say, QObject* engine) : say(std::move(say)), engine(engine)
+    signal_recorder_t(say_t givenSay, QObject* givenEngine) : say(std::move(givenSay)), engine(givenEngine)
     {
         for (int i = staticMetaObject.methodCount(); i < engine->metaObject()->methodCount(); ++i) {
             if (engine->metaObject()->method(i).methodType() == QMetaMethod::Signal) {
@@ -71,7 +72,7 @@ public:
         const QMetaMethod signal = engine->metaObject()->method(method);
         QStringList words{"emit"_s, QString::fromLatin1(signal.name())};
         for (int i = 0; i < signal.parameterCount(); ++i) {
-            words << textOf(QVariant(signal.parameterType(i), arguments[i + 1]));
+            words << textOf(comunication::qt::variantOf(signal.parameterType(i), arguments[i + 1]));
         }
         say(words.join(u' '));
         if (--fuse == 0) {
@@ -93,9 +94,9 @@ template <class Role>
 class probe_t : public bare_t<Role> {
 public:
     template <typename... Arguments>
-    explicit probe_t(QStringList& events, Arguments&&... arguments)
+    explicit probe_t(QStringList& givenEvents, Arguments&&... arguments)
         : bare_t<Role>(std::forward<Arguments>(arguments)...),
-          recorder([&events](const QString& line) { events << line; }, this), events(events)
+          recorder([&givenEvents](const QString& line) { givenEvents << line; }, this), events(givenEvents)
     {
         this->init_comunication();
         events.clear();

@@ -17,7 +17,7 @@ enum elision_t { mayElide, mustBeWhole };
 /// Walks what is visible in the order in which it is painted.
 class check_t {
 public:
-    check_t(QQuickItem& root, elision_t elision) : root(root), elision(elision)
+    check_t(QQuickItem& givenRoot, elision_t givenElision) : root(givenRoot), elision(givenElision)
     {
         walk(root, 1);
         compare();

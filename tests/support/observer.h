@@ -9,7 +9,7 @@
 /// does not take it ends the test.
 class observer_t : public child_t {
 public:
-    explicit observer_t(int port) : port(QString::number(port))
+    explicit observer_t(int givenPort) : port(QString::number(givenPort))
     {
         publish("ready"_s, "1", {"-r"_s});
         start("mosquitto_sub"_s, {"-p"_s, this->port, "-t"_s, "#"_s, "-q"_s, "2"_s, "-V"_s, "5"_s, "--nodelay"_s,

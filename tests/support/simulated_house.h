@@ -37,7 +37,7 @@ public:
         faults
     };
 
-    simulated_house_t(int size, bool star, unsigned seed) : random(seed), star(star), boxes(size)
+    simulated_house_t(int size, bool givenStar, unsigned seed) : random(seed), star(givenStar), boxes(size)
     {
         for (int from = 0; from < size; ++from) {
             for (int to = 0; to < size; ++to) {

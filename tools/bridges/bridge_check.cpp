@@ -40,9 +40,10 @@ QString expectedPrefix(const check_result_t& result, const direction_t& directio
     return direction.from == direction.to ? FORWARD_PREFIX : cloud ? CLOUD_PREFIX_1 : REMOTE_PREFIX;
 }
 
-bridge_check_t::bridge_check_t(const house_plan_t& plan, const QString& caFile, const times_t& times)
-    : times(times), installationId(plan.installationId),
-      sender(QStringLiteral("flotrofobul-check-") + QUuid::createUuid().toString(QUuid::Id128).left(8)), caFile(caFile)
+bridge_check_t::bridge_check_t(const house_plan_t& plan, const QString& givenCaFile, const times_t& givenTimes)
+    : times(givenTimes), installationId(plan.installationId),
+      sender(QStringLiteral("flotrofobul-check-") + QUuid::createUuid().toString(QUuid::Id128).left(8)),
+      caFile(givenCaFile)
 {
     for (const box_t& box : plan.boxes) {
         found.nodes << node_t{box.server, box.broker, false, QString(), {}};

@@ -48,8 +48,8 @@ bool carries(lane_t lane, const QString& kind)
 
 class judge_t {
 public:
-    judge_t(const house_plan_t& plan, const check_result_t& result)
-        : plan(plan), result(result), bridges(bridgesOf(plan))
+    judge_t(const house_plan_t& givenPlan, const check_result_t& givenResult)
+        : plan(givenPlan), result(givenResult), bridges(bridgesOf(givenPlan))
     {}
 
     QVector<finding_t> run()
@@ -301,7 +301,7 @@ QStringList wordsOf(const check_result_t& result, const QVector<finding_t>& find
 {
     int width = 5;
     for (const node_t& node : result.nodes) {
-        width = std::max(width, headOf(node).size());
+        width = std::max<int>(width, headOf(node).size());
     }
     QStringList lines{QStringLiteral("from \\ to").leftJustified(width + 4)};
     for (const node_t& node : result.nodes) {

@@ -171,7 +171,7 @@ bool apply(const QCommandLineParser& options, const QString& host, const std::op
     }
     if (colon >= 0) {
         bool isNumber = false;
-        set(configuration, "global", "port", host.midRef(colon + 1).toInt(&isNumber));
+        set(configuration, "global", "port", host.mid(colon + 1).toInt(&isNumber));
         if (!isNumber || options.isSet(QStringLiteral("port"))) {
             complain(isNumber ? QStringLiteral("A port both in --host %1 and in --port.").arg(host)
                               : QStringLiteral("--host: what follows the colon is no port."));
@@ -247,7 +247,7 @@ std::optional<QVector<connection_t>> readConnections(const QCommandLineParser& o
             return std::nullopt;
         }
     }
-    const int count = std::max({1, files.size(), hosts.size()});
+    const int count = std::max<int>(1, std::max(files.size(), hosts.size()));
     QVector<connection_t> result;
     for (int i = 0; i < count; ++i) {
         const QString file = files.value(files.size() == 1 ? 0 : i);

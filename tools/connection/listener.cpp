@@ -40,8 +40,9 @@ QString problemAt(const QString& broker, const QString& words)
     return why.contains(broker) ? why : QString(broker + QStringLiteral(": ") + why);
 }
 
-listener_t::listener_t(const connection_t& connection, int qos, QObject* parent)
-    : QObject(parent), connection(connection), brokerName(connection.name()), qos(qos), client(strangerId(), true, true)
+listener_t::listener_t(const connection_t& givenConnection, int givenQos, QObject* parent)
+    : QObject(parent), connection(givenConnection), brokerName(givenConnection.name()), qos(givenQos),
+      client(strangerId(), true, true)
 {
     using mosquittopp::mosquittoqt;
     client.setRawPayloads(true);

@@ -5,6 +5,8 @@
 #include "connection/listener.h"
 
 #include <flotrofobul/define/define.h>
+#include <flotrofobul/platform/jsonserializer/json_text.h>
+#include <flotrofobul/platform/qt.h>
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonDocument>
@@ -29,7 +31,7 @@ const QString brokerItself[] = {QStringLiteral("$SYS/broker/version"), QStringLi
 
 QString wrapped(const QJsonValue& value)
 {
-    return QString::fromUtf8(QJsonDocument(QJsonObject{{QStringLiteral("d"), value}}).toJson(QJsonDocument::Compact));
+    return QString::fromUtf8(jsonOf(QJsonDocument(QJsonObject{{QStringLiteral("d"), value}})));
 }
 
 int dial(mosquittoqt& client, const connection_t& connection)
@@ -46,10 +48,10 @@ const QStringList& echoedKinds()
     return kinds;
 }
 
-trial_client_t::trial_client_t(const connection_t& connection, what_t what)
-    : connection(connection), what(what), id(strangerId()),
-      topic(QStringLiteral("%1/%2/%3/nobody/connection/check").arg(LOCAL_PREFIX, connection.installationId, id)),
-      payload(wrapped(what == what_t::large ? QString(largePayload, u'x') : QStringLiteral("probe"))),
+trial_client_t::trial_client_t(const connection_t& givenConnection, what_t givenWhat)
+    : connection(givenConnection), what(givenWhat), id(strangerId()),
+      topic(QStringLiteral("%1/%2/%3/nobody/connection/check").arg(LOCAL_PREFIX, givenConnection.installationId, id)),
+      payload(wrapped(givenWhat == what_t::large ? QString(largePayload, u'x') : QStringLiteral("probe"))),
       client(id, true, false)
 {
     connect(&client, &mosquittoqt::onConnect, this, [this](int rc) {
@@ -108,9 +110,10 @@ void trial_client_t::stop()
     QTimer::singleShot(farewell, this, [this] { client.disconnect_sync(); });
 }
 
-examination_t::examination_t(const connection_t& connection, const QString& id, std::chrono::milliseconds time)
-    : connection(connection), time(time), client(QString(), true, false),
-      retained(connection, trial_client_t::what_t::retained), large(connection, trial_client_t::what_t::large)
+examination_t::examination_t(const connection_t& givenConnection, const QString& id,
+                             std::chrono::milliseconds givenTime)
+    : connection(givenConnection), time(givenTime), client(QString(), true, false),
+      retained(givenConnection, trial_client_t::what_t::retained), large(givenConnection, trial_client_t::what_t::large)
 {
     seen.id = id.isEmpty() ? strangerId() : id;
     seen.ownId = id.isEmpty();
@@ -231,7 +234,7 @@ void examination_t::note(const utility::topic_t& topic, const QByteArray& payloa
         if (answer.copies.isEmpty()) {
             const QJsonObject record = QJsonDocument::fromJson(payload).object().value(QStringLiteral("d")).toObject();
             answer.arrived = QDateTime::currentDateTime();
-            answer.published = QDateTime::fromString(record.value(QStringLiteral("publishDate")).toString());
+            answer.published = qt::dateOf(record.value(QStringLiteral("publishDate")).toString());
         }
         ++answer.copies[topic.getOrigin()];
     }
@@ -247,7 +250,7 @@ QString examination_t::presentation(bool here) const
                                {QStringLiteral("versionLib"), none},
                                {QStringLiteral("versionApp"), QStringLiteral("doctor")},
                                {QStringLiteral("hostname"), none},
-                               {QStringLiteral("publishDate"), QDateTime::currentDateTime().toString()},
+                               {QStringLiteral("publishDate"), qt::textOf(QDateTime::currentDateTime())},
                                {QStringLiteral("brokerip"), connection.host},
                                {QStringLiteral("masterid"), none},
                                {QStringLiteral("masterData"), QJsonObject()}});

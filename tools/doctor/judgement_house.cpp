@@ -300,8 +300,9 @@ private:
 
 } // namespace
 
-house_view_t::house_view_t(const observations_t& seen, const connection_t& connection, diagnosis_t& diagnosis)
-    : seen(seen), connection(connection), diagnosis(diagnosis), masters(seen.house.masters())
+house_view_t::house_view_t(const observations_t& givenSeen, const connection_t& givenConnection,
+                           diagnosis_t& givenDiagnosis)
+    : seen(givenSeen), connection(givenConnection), diagnosis(givenDiagnosis), masters(givenSeen.house.masters())
 {
     for (const house_node_t& node : seen.house.nodes()) {
         if (node.presence != presence_t::here) {

@@ -32,7 +32,7 @@ QString flawOfText(const QString& text)
 
 class inspection_t {
 public:
-    explicit inspection_t(const house_plan_t& plan) : plan(plan) {}
+    explicit inspection_t(const house_plan_t& givenPlan) : plan(givenPlan) {}
 
     QVector<fault_t> run()
     {

@@ -22,7 +22,7 @@ namespace {
 
 class reader_t {
 public:
-    explicit reader_t(reading_t& result) : result(result) {}
+    explicit reader_t(reading_t& givenResult) : result(givenResult) {}
 
     void readHouse(const QJsonObject& json)
     {
@@ -161,8 +161,10 @@ private:
             if (it->toString() == QLatin1String("both")) {
                 add(path, bothIsNone());
             } else if (meant.isEmpty()) {
-                add(path, QStringLiteral("is no key that is known here; there are: %1")
-                              .arg(QStringList(known).replaceInStrings(prefix, QString()).join(QStringLiteral(", "))));
+                QStringList names = known;
+                names.replaceInStrings(prefix, QString());
+                add(path,
+                    QStringLiteral("is no key that is known here; there are: %1").arg(names.join(QStringLiteral(", "))));
             } else {
                 add(path,
                     QStringLiteral("is no key that is known here; is \"%1\" meant?").arg(meant.mid(prefix.size())));

@@ -14,7 +14,12 @@
 /// the thread that has started it.
 class child_t : public QProcess {
 public:
-    using QProcess::QProcess;
+    explicit child_t(QObject* parent = nullptr) : QProcess(parent)
+    {
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+        setChildProcessModifier([this] { endWithParent(); });
+#endif
+    }
 
     /// Any signal, at once; also SIGSTOP and SIGCONT.
     void signal(int number) const
@@ -24,8 +29,16 @@ public:
         }
     }
 
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 protected:
     void setupChildProcess() override
+    {
+        endWithParent();
+    }
+#endif
+
+private:
+    void endWithParent() const
     {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (::getppid() != parentId) {
@@ -33,7 +46,6 @@ protected:
         }
     }
 
-private:
     const pid_t parentId = ::getpid();
 };
 

@@ -28,7 +28,7 @@ QString packets_t::text() const
         .arg(fromPanels);
 }
 
-ear_t::ear_t(quint16 port) : mosquittoqt(QStringLiteral("ear"), true, true), port(port)
+ear_t::ear_t(quint16 givenPort) : mosquittoqt(QStringLiteral("ear"), true, true), port(givenPort)
 {
     connect(this, &ear_t::onConnect, this, [this](int rc) {
         if (rc == 0) {

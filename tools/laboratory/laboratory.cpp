@@ -17,7 +17,7 @@ const QString installation = QStringLiteral("1234");
 
 } // namespace
 
-laboratory_t::laboratory_t(const house_t& house) : house(house)
+laboratory_t::laboratory_t(const house_t& givenHouse) : house(givenHouse)
 {
     clock.start();
     for (int number = 1; number <= house.boxes; ++number) {
@@ -108,7 +108,7 @@ std::unique_ptr<node_t> laboratory_t::makeNode(const QString& role, int number, 
     }
     arguments << file.path();
     const QString own = house.nodeProgram.isEmpty()
-                            ? QCoreApplication::applicationDirPath() + QStringLiteral("/flotrofobul-lab-node")
+                            ? QCoreApplication::applicationDirPath() + QStringLiteral("/" LAB_NODE)
                             : house.nodeProgram;
     auto node = std::make_unique<node_t>(id, program.isEmpty() ? own : program, arguments);
     connect(node.get(), &node_t::told, this, [this, one = node.get()](const QJsonObject& event) { hear(*one, event); });

@@ -3,8 +3,8 @@
 
 #include <QtCore/QJsonDocument>
 
-node_t::node_t(const QString& name, const QString& program, const QStringList& arguments)
-    : name(name), program(program), arguments(arguments)
+node_t::node_t(const QString& givenName, const QString& givenProgram, const QStringList& givenArguments)
+    : name(givenName), program(givenProgram), arguments(givenArguments)
 {}
 
 void node_t::start()
@@ -96,5 +96,5 @@ QString node_t::lastWords() const
 {
     constexpr int most = 12;
     const QStringList lines = QString::fromUtf8(complaints.read()).split(u'\n', Qt::SkipEmptyParts);
-    return lines.mid(std::max(0, lines.size() - most)).join(u'\n');
+    return lines.mid(std::max<int>(0, lines.size() - most)).join(u'\n');
 }

@@ -87,8 +87,8 @@ private:
 
 class server_t : public node_t<protoserver_t> {
 public:
-    server_t(const QString& configuration, bool isDefaultMaster, const QString& id)
-        : node_t(QStringLiteral("1.0.0"), configuration, isDefaultMaster, id, false)
+    server_t(const QString& givenConfiguration, bool isDefaultMaster, const QString& id)
+        : node_t(QStringLiteral("1.0.0"), givenConfiguration, isDefaultMaster, id, false)
     {
         QObject::connect(this, &protoserver_t::onConnection, this,
                          [this] { init_subscription(comunication::utility::subscribe_topics); });
@@ -125,7 +125,8 @@ private:
 
 class panel_t : public node_t<protoclient_t> {
 public:
-    panel_t(const QString& configuration, const QString& id) : node_t(QStringLiteral("1.0.0"), configuration, id, false)
+    panel_t(const QString& givenConfiguration, const QString& id)
+        : node_t(QStringLiteral("1.0.0"), givenConfiguration, id, false)
     {
         QObject::connect(this, &protobase_t::onDatabaseRealtimeStatus, this, [](const QJsonObject& packet) {
             tell({{QStringLiteral("event"), QStringLiteral("answer")},

@@ -50,8 +50,10 @@ struct way_t {
 /// One way of one connection: what has been read and is not due yet.
 class pipe_t : public QObject {
 public:
-    pipe_t(QTcpSocket* from, QTcpSocket* to, const way_t& way, QRandomGenerator& random, std::function<void()> cut)
-        : from(from), to(to), way(way), random(random), cut(std::move(cut)), bytesLeft(way.bytesUntilCut)
+    pipe_t(QTcpSocket* givenFrom, QTcpSocket* givenTo, const way_t& givenWay, QRandomGenerator& givenRandom,
+           std::function<void()> givenCut)
+        : from(givenFrom), to(givenTo), way(givenWay), random(givenRandom), cut(std::move(givenCut)),
+          bytesLeft(givenWay.bytesUntilCut)
     {
         next.setSingleShot(true);
         next.setTimerType(Qt::PreciseTimer);
@@ -162,9 +164,9 @@ private:
 /// A client's connection and the one to the broker that belongs to it; deletes itself when both have ended.
 class passage_t : public QObject {
 public:
-    passage_t(QTcpSocket* client, quint16 broker, const way_t& toBroker, const way_t& toClient,
+    passage_t(QTcpSocket* givenClient, quint16 broker, const way_t& toBroker, const way_t& toClient,
               QRandomGenerator& random, QObject* parent)
-        : QObject(parent), client(client), upstream(new QTcpSocket(this))
+        : QObject(parent), client(givenClient), upstream(new QTcpSocket(this))
     {
         client->setParent(this);
         upstream->connectToHost(QHostAddress::LocalHost, broker);

@@ -17,7 +17,7 @@ constexpr auto timeToHeal = 30s;
 /// Chooses at random.
 class fate_t {
 public:
-    fate_t(laboratory_t& house, quint32 seed) : house(house), random(seed) {}
+    fate_t(laboratory_t& givenHouse, quint32 seed) : house(givenHouse), random(seed) {}
 
     int below(int bound) { return random.bounded(bound); }
     int box() { return 1 + below(house.size()); }

@@ -27,7 +27,7 @@ measured_t within(const verdict_t& verdict, milliseconds wanted, const QString& 
 /// A house that lives, or the end of the program.
 class living_t {
 public:
-    explicit living_t(const house_t& house, bool verbose) : laboratory(house), verbose(verbose)
+    explicit living_t(const house_t& house, bool givenVerbose) : laboratory(house), verbose(givenVerbose)
     {
         if (verbose) {
             laboratory.aloud = print;

@@ -111,7 +111,7 @@ answers_t answers_t::read(const QJsonObject& json, QStringList& faults)
 
 std::optional<answer_t> answers_t::find(QString request) const
 {
-    for (; !request.isEmpty(); request.truncate(std::max(request.lastIndexOf(u'/'), 0))) {
+    for (; !request.isEmpty(); request.truncate(std::max<int>(request.lastIndexOf(u'/'), 0))) {
         if (answers.contains(request)) {
             return answers.value(request);
         }

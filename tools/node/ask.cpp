@@ -47,8 +47,9 @@ struct wish_t {
 /// The client. It ends the event loop with the exit code.
 class asker_t : public protoclient_t {
 public:
-    asker_t(const QJsonObject& configuration, const wish_t& wish)
-        : protoclient_t(QCoreApplication::applicationVersion(), configuration, strangerId(), false), wish(wish)
+    asker_t(const QJsonObject& givenConfiguration, const wish_t& givenWish)
+        : protoclient_t(QCoreApplication::applicationVersion(), givenConfiguration, strangerId(), false),
+          wish(givenWish)
     {
         QObject::connect(this, &protobase_t::onLinkProblem, this, [this](const QString& reason) {
             if (!reason.isEmpty() && !answerOfBroker) {

@@ -20,7 +20,7 @@ QString shownPayload(const QJsonValue& payload);
 /// Says an event in words, or as one JSON object a line.
 class teller_t {
 public:
-    explicit teller_t(bool json) : json(json) {}
+    explicit teller_t(bool givenJson) : json(givenJson) {}
 
     void tell(const char* event, const QString& words, QJsonObject details = {}) const;
 

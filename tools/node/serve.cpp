@@ -55,11 +55,11 @@ QString firstFault(const QString& path, QJsonObject* json)
 /// The server with what it says and answers.
 class responder_t : public QObject {
 public:
-    responder_t(protoserver_t& server, const answers_t& answers, const teller_t& teller)
-        : server(server), answers(answers), teller(teller)
+    responder_t(protoserver_t& givenServer, const answers_t& givenAnswers, const teller_t& givenTeller)
+        : server(givenServer), answers(givenAnswers), teller(givenTeller)
     {
         connect(&server, &protoserver_t::onConnection, this,
-                [&server] { server.init_subscription(utility::subscribe_topics); });
+                [this] { server.init_subscription(utility::subscribe_topics); });
         connect(&server, &protoserver_t::onRequestPersistentRequest, this, &responder_t::answer);
         connect(&server, &protoserver_t::onRequestRealtimeRequest, this, &responder_t::answer);
         connect(&server, &protoserver_t::onRequestPresenceSimulationRequest, this, &responder_t::answer);
@@ -67,14 +67,13 @@ public:
         connect(&server, &protobase_t::on_Unknown, this, &responder_t::hearUnknown);
         connect(&server, &protobase_t::on_Presentation, this,
                 [this](const QString& sender, const QString&, bool there) {
-                    this->teller.tell("presence", sender + QLatin1String(there ? " is here" : " is gone"),
-                                      {{QStringLiteral("sender"), sender}, {QStringLiteral("here"), there}});
+                    teller.tell("presence", sender + QLatin1String(there ? " is here" : " is gone"),
+                                {{QStringLiteral("sender"), sender}, {QStringLiteral("here"), there}});
                 });
         connect(&server, &protoserver_t::onClientReady, this, [this](const QJsonObject& packet) {
             const bool ready = packet[u"payload"].toString() == QLatin1String("1");
-            this->teller.tell("ready",
-                              packet[u"sender"].toString() + QLatin1String(ready ? " is ready" : " is not ready"),
-                              {{QStringLiteral("sender"), packet[u"sender"]}, {QStringLiteral("ready"), ready}});
+            teller.tell("ready", packet[u"sender"].toString() + QLatin1String(ready ? " is ready" : " is not ready"),
+                        {{QStringLiteral("sender"), packet[u"sender"]}, {QStringLiteral("ready"), ready}});
         });
     }
 

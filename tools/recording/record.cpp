@@ -23,8 +23,9 @@ namespace {
 
 class record_t : public QObject {
 public:
-    record_t(const connection_t& connection, int file, const QString& path)
-        : listener(connection), heading{connection.name(), connection.installationId, 0}, file(file), path(path)
+    record_t(const connection_t& connection, int givenFile, const QString& givenPath)
+        : listener(connection), heading{connection.name(), connection.installationId, 0}, file(givenFile),
+          path(givenPath)
     {
         connect(&listener, &listener_t::ready, this, &record_t::begin);
         connect(&listener, &listener_t::failed, this, [](const QString& words) {

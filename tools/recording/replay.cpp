@@ -27,8 +27,8 @@ constexpr std::chrono::milliseconds farewell{10000}; // for what is under way in
 
 class replay_t : public QObject {
 public:
-    replay_t(const connection_t& connection, recording_t& recording, double speed)
-        : connection(connection), recording(recording), speed(speed), client(strangerId(), true, true)
+    replay_t(const connection_t& givenConnection, recording_t& givenRecording, double givenSpeed)
+        : connection(givenConnection), recording(givenRecording), speed(givenSpeed), client(strangerId(), true, true)
     {
         connect(&client, &mosquittoqt::onConnect, this, [this](int rc) { rc == 0 ? begin() : lose(); });
         connect(&client, &mosquittoqt::onDisconnect, this, [this] { lose(); });

@@ -248,10 +248,10 @@ QStringList pictureOf(const house_model_t& house, moment_t now, const frame_t& f
     QVector<const house_node_t*> nodes = sorted(house);
     const QVector<house_event_t>& events = house.events();
     const bool bounded = frame.rows > 0;
-    const int eventLines = std::min(events.size(), fewestEvents) + 2;
-    const int room = bounded ? std::max(1, frame.rows - lines.size() - 2 - eventLines) : nodes.size();
+    const int eventLines = std::min<int>(events.size(), fewestEvents) + 2;
+    const int room = bounded ? std::max<int>(1, frame.rows - lines.size() - 2 - eventLines) : nodes.size();
     const int left = nodes.size() - room;
-    nodes.resize(std::min(nodes.size(), room));
+    nodes.resize(std::min<int>(nodes.size(), room));
     if (!nodes.isEmpty()) {
         lines << tableOf(house, nodes, now, frame.columns);
     }
@@ -260,7 +260,7 @@ QStringList pictureOf(const house_model_t& house, moment_t now, const frame_t& f
     }
     if (bounded && !events.isEmpty()) {
         lines << QString();
-        const int fit = std::max(0, std::min(events.size(), frame.rows - lines.size()));
+        const int fit = std::max(0, std::min<int>(events.size(), frame.rows - lines.size()));
         for (int i = events.size() - fit; i < events.size(); ++i) {
             lines << lineOf(events[i]);
         }

@@ -3,6 +3,7 @@
 
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/secrets.h>
+#include <flotrofobul/platform/text.h>
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonArray>
@@ -27,7 +28,7 @@ bool isAscii(const QByteArray& text)
 
 bool isUtf8(const QByteArray& text)
 {
-    return isAscii(text) || QString::fromUtf8(text).toUtf8() == text;
+    return isAscii(text) || textUpToZero(text).toUtf8() == text;
 }
 
 // However its JSON is laid out, and whatever spaces and line ends tools such as base64 put around and into it.
@@ -37,8 +38,8 @@ QByteArray encodedIn(const QByteArray& payload)
     if (begin == payload.end() || (*begin != 'e' && *begin != 'W')) { // as "{" and "[" begin
         return QByteArray();
     }
-    const auto decoded =
-        QByteArray::fromBase64Encoding(payload.simplified().replace(' ', ""), QByteArray::AbortOnBase64DecodingErrors);
+    const QByteArray letters = textUpToZero(payload.simplified().replace(' ', "")).toLatin1();
+    const auto decoded = QByteArray::fromBase64Encoding(letters, QByteArray::AbortOnBase64DecodingErrors);
     const bool isJson = decoded && (decoded.decoded.startsWith('{') || decoded.decoded.startsWith('[')) &&
                         !documentFromForeignJson(decoded.decoded).isNull();
     return isJson ? decoded.decoded : QByteArray();
@@ -143,13 +144,12 @@ bool hideSecrets(packet_t& packet)
     const QJsonDocument document = documentFromForeignJson(text);
     QByteArray shown;
     if (document.isNull()) {
-        shown = isNamed || isSecret(QString::fromUtf8(text)) ? notShown : text;
+        shown = isNamed || isSecret(QString::fromUtf8(text.constData(), text.size())) ? notShown : text;
     } else {
         const QJsonValue value = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
         const QJsonValue without = withoutSecrets(withoutNamedSecrets(value, isNamed));
         if (without != value) {
-            shown = (without.isArray() ? QJsonDocument(without.toArray()) : QJsonDocument(without.toObject()))
-                        .toJson(QJsonDocument::Compact);
+            shown = jsonOf(without.isArray() ? QJsonDocument(without.toArray()) : QJsonDocument(without.toObject()));
         } else {
             shown = text;
         }
@@ -247,7 +247,7 @@ QByteArray harmless(QByteArray text)
     if (std::none_of(text.begin(), text.end(), isControl) && isAscii(text)) {
         return text;
     }
-    return harmless(QString::fromUtf8(text)).toUtf8();
+    return harmless(textUpToZero(text)).toUtf8();
 }
 
 QString harmless(const QString& text)

@@ -39,7 +39,8 @@ moment_t now()
 /// A run of the subcommand.
 class watch_t : public QObject {
 public:
-    watch_t(const QVector<connection_t>& connections, form_t form) : form(form), house(connections[0].installationId)
+    watch_t(const QVector<connection_t>& connections, form_t givenForm)
+        : form(givenForm), house(connections[0].installationId)
     {
         title = QStringLiteral("flotrofobul watch");
         for (const connection_t& connection : connections) {
@@ -94,8 +95,8 @@ public:
         if (form == form_t::picture || form == form_t::lines) {
             frame_t frame{title, problemText(), 1000, 0};
             frame.columns = form == form_t::picture ? screen_t::columns() : frame.columns;
-            for (const QString& line : pictureOf(house, now(), frame)) {
-                say(line.startsWith(QLatin1Char('!')) ? line.mid(1) : line);
+            for (const QString& row : pictureOf(house, now(), frame)) {
+                say(row.startsWith(QLatin1Char('!')) ? row.mid(1) : row);
             }
         } else if (form == form_t::json) {
             print(jsonOf(house, now()));

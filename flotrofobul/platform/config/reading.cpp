@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <flotrofobul/platform/config/reading.h>
 
+#include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/logs/log_line.h>
 
 #include <QtCore/QJsonArray>
@@ -65,7 +66,7 @@ QString shown(const QJsonValue& value)
         return QStringLiteral("an object");
     }
     const int longest = 64;
-    const QByteArray json = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    const QByteArray json = jsonOf(QJsonDocument(QJsonArray{value}));
     const QString text = QString::fromUtf8(json.mid(1, json.size() - 2));
     return text.size() <= longest ? text : QString(text.left(longest) % "..."_l1);
 }

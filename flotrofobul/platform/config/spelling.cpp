@@ -50,7 +50,7 @@ QString probablyMeant(const QString& path, const QStringList& knownPaths)
     }
     const QString section = path.left(path.lastIndexOf(u'.') + 1);
     QString nearest;
-    int fewest = std::max(key.size() / 3, 1) * 2 + 1; // half slips: one more for a key of another section
+    int fewest = std::max<int>(key.size() / 3, 1) * 2 + 1; // half slips: one more for a key of another section
     for (const QString& known : knownPaths) {
         const int slips = 2 * slipsBetween(key, lastPiece(known)) + (known.startsWith(section) ? 0 : 1);
         if (slips < fewest || (slips == fewest && nearest.isEmpty())) {

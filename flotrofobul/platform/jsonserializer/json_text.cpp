@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 
+#include <flotrofobul/platform/qt.h>
+
 #include <QtCore/QJsonArray>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -34,7 +37,7 @@ QByteArray unitsOf(const QString& text)
 // and what is not stays as it is for the parser to refuse: it is looked at before it is blanked.
 class repeated_members_t {
 public:
-    explicit repeated_members_t(QByteArray& text) : text(text), mayBeChecked(2 * qint64(text.size()))
+    explicit repeated_members_t(QByteArray& givenText) : text(givenText), mayBeChecked(2 * qint64(givenText.size()))
     {
         text.detach(); // the keys are views into it
         members.reserve(usualMembers);
@@ -231,7 +234,49 @@ private:
     std::deque<std::string> decodedKeys;
 };
 
+// As Qt 5 writes a number that Qt 6 has written.
+QByteArray asDouble(const QByteArray& number)
+{
+    constexpr int digitsOfDouble = 15;
+    constexpr double firstBeyond = 18446744073709551616.0; // what 64 bits hold
+    const bool hasExponent = number.contains('e');
+    if (!hasExponent && (number.size() <= digitsOfDouble || number.contains('.'))) {
+        return number;
+    }
+    const double value = number.toDouble();
+    const bool isShort = hasExponent && (std::abs(value) >= firstBeyond || std::floor(value) != value);
+    return isShort ? number : QByteArray::number(value, 'f', QLocale::FloatingPointShortest);
+}
+
+QByteArray withDoubles(QByteArray json)
+{
+    const auto begins = [](char c) { return (c >= '0' && c <= '9') || c == '-'; };
+    const auto goesOn = [begins](char c) { return begins(c) || c == '+' || c == '.' || c == 'e'; };
+    for (int position = 0; position < json.size(); ++position) {
+        if (json.at(position) == '"') {
+            do {
+                position += json.at(position) == '\\' ? 2 : 1;
+            } while (json.at(position) != '"');
+        } else if (begins(json.at(position))) {
+            const auto end = std::find_if_not(json.constBegin() + position, json.constEnd(), goesOn);
+            const QByteArray number = json.mid(position, static_cast<int>(end - json.constBegin()) - position);
+            const QByteArray written = asDouble(number);
+            if (written != number) {
+                json.replace(position, number.size(), written);
+            }
+            position += written.size() - 1;
+        }
+    }
+    return json;
+}
+
 } // namespace
+
+QByteArray jsonOf(const QJsonDocument& document, QJsonDocument::JsonFormat format)
+{
+    const QByteArray json = document.toJson(format);
+    return qt::writesOtherNumbers ? withDoubles(json) : json;
+}
 
 QJsonDocument documentFromForeignJson(QByteArray text, QJsonParseError* error)
 {

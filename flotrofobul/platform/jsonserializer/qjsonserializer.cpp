@@ -5,6 +5,8 @@
 
 #if !FLOTROFOBUL_SYSTEM_JSONSERIALIZER
 
+#include <flotrofobul/platform/qt.h>
+
 #include <QtCore/QMetaProperty>
 
 #include <memory>
@@ -42,28 +44,25 @@ bool isPlain(const QJsonValue& value)
     return value.isString() || value.isDouble() || value.isBool();
 }
 
-// The value converted to the type of the property; an invalid QVariant if it does not fit.
+// The value as the type of the property takes it; an invalid QVariant if it does not fit.
 QVariant fromJson(int type, const QJsonValue& value)
 {
     switch (static_cast<QMetaType::Type>(type)) {
     case QMetaType::QString: return isPlain(value) ? value.toVariant().toString() : QVariant();
     case QMetaType::Bool: return isPlain(value) ? value.toVariant().toBool() : QVariant();
     case QMetaType::QJsonObject: return value.isObject() ? value.toObject() : QVariant();
-    default: {
-        QVariant variant = value.toVariant();
-        return isPlain(value) && variant.convert(type) ? variant : QVariant();
-    }
+    default: return isPlain(value) ? value.toVariant() : QVariant(); // converted while it is written
     }
 }
 
 void writeProperty(QObject& object, const QMetaProperty& property, const QJsonValue& value)
 {
     const QVariant variant = fromJson(property.userType(), value);
-    if (!variant.isValid()) {
+    const bool fits = variant.isValid() && (property.write(&object, variant) || !property.isWritable());
+    if (!fits) {
         throw QJsonDeserializationException("The value does not fit the type of " +
                                             nameOf(*object.metaObject(), property) + ": " + property.typeName());
     }
-    property.write(&object, variant);
 }
 
 } // namespace
@@ -125,7 +124,7 @@ QJsonObject QJsonSerializer::serializeObject(const QMetaObject& meta, const QObj
     }
     for (int index = QObject::staticMetaObject.propertyCount(); index < meta.propertyCount(); ++index) {
         const QMetaProperty property = meta.property(index);
-        if (property.isStored(object)) {
+        if (qt::isStored(property, object)) {
             json.insert(QLatin1String(property.name()), toJson(meta, property, property.read(object)));
         }
     }

@@ -28,8 +28,9 @@ struct event_t {
         error
     };
 
-    explicit event_t(kind_t kind, int number = 0, int flags = 0, bool retain = false, int payloadlen = 0)
-        : kind(kind), number(number), flags(flags), retain(retain), payloadlen(payloadlen)
+    explicit event_t(kind_t givenKind, int givenNumber = 0, int givenFlags = 0, bool givenRetain = false,
+                     int givenPayloadlen = 0)
+        : kind(givenKind), number(givenNumber), flags(givenFlags), retain(givenRetain), payloadlen(givenPayloadlen)
     {}
 
     kind_t kind;
@@ -48,7 +49,7 @@ public:
     /// Passes one event to the host, which may delete this object while handling it.
     using receiver_t = std::function<void(const event_t&)>;
 
-    delivery_t(receiver_t receiver, QObject* parent) : QObject(parent), receiver(std::move(receiver)) {}
+    delivery_t(receiver_t givenReceiver, QObject* parent) : QObject(parent), receiver(std::move(givenReceiver)) {}
 
     /// Adds an event; call deliver() or deliverLater() afterwards.
     void push(event_t event)

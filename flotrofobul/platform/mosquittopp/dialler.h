@@ -53,7 +53,7 @@ public:
         std::function<void(std::unique_ptr<handle_t>)> giveBack;
     };
 
-    dialler_t(handles_t handles, QObject* parent) : QObject(parent), handles(std::move(handles)) {}
+    dialler_t(handles_t givenHandles, QObject* parent) : QObject(parent), handles(std::move(givenHandles)) {}
 
     /// Starts an attempt. The result may be there at once; else finished() tells.
     void start(const target_t& target, const identity_t& identity);

@@ -245,8 +245,8 @@ void handle_t::listenToLog(bool on)
     }
     using log_callback_t = void (*)(::mosquitto*, void*, int, const char*);
     const log_callback_t note = [](::mosquitto*, void* self, int level, const char* text) {
-        auto* const handle = static_cast<handle_t*>(self);
-        handle->listener->lineWritten(*handle, level, text);
+        auto* const known = static_cast<handle_t*>(self);
+        known->listener->lineWritten(*known, level, text);
     };
     mosquitto_log_callback_set(handle, on ? note : nullptr);
 }

@@ -50,9 +50,9 @@ int refuse(const verdict_t& verdict, const char* what, const QString& value)
     return verdict.code;
 }
 
-link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool autoconnect,
+link_t::link_t(delivery_t::receiver_t receiver, const QString& clientId, bool cleanSession, bool givenAutoconnect,
                QObject* parent)
-    : QObject(parent), autoconnect(autoconnect), session(cleanSession),
+    : QObject(parent), autoconnect(givenAutoconnect), session(cleanSession),
       dialler({[this] { return takeHandle(); }, [this] { return !session.isResuming(); },
                [this](std::unique_ptr<handle_t> used) { session.giveBack(std::move(used)); }},
               this),
@@ -226,7 +226,7 @@ void link_t::pump()
         }
         if (outcome.code != MOSQ_ERR_SUCCESS) {
             sayRefused({outcome.code, mosquitto_strerror(outcome.code)}, "message to",
-                       QString::fromUtf8(letter->topic));
+                       QString::fromUtf8(letter->topic.constData()));
             outbox.discardNewest();
         }
         if (turn.isOver()) {

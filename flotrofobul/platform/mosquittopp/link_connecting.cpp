@@ -189,7 +189,7 @@ void link_t::lost(outcome_t outcome)
     if (suspicion.forsaken) {
         say(error,
             "Message dropped, the broker closes the connection at it: "_l1 +
-                QString::fromUtf8(suspicion.forsaken->topic).left(120),
+                QString::fromUtf8(suspicion.forsaken->topic.constData()).left(120),
             __func__, __LINE__);
     }
     letGo();

@@ -17,7 +17,7 @@ namespace mosquittopp {
 /// word. Such a session is ended by a clean one before a new one begins.
 class session_t {
 public:
-    explicit session_t(bool clean) : clean(clean) {}
+    explicit session_t(bool givenClean) : clean(givenClean) {}
 
     /// The handle for the next connection; null if libmosquitto does not accept the client id.
     std::unique_ptr<handle_t> takeHandle(const identity_t& identity, handle_listener_t* listener);

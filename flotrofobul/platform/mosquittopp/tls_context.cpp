@@ -51,7 +51,8 @@ void handshakeProceeds(const SSL* session, int where, int)
     if (where & SSL_CB_HANDSHAKE_START) {
         QByteArray name = ownerOf(SSL_get_SSL_CTX(session))->serverName();
         char* const text = name.isEmpty() ? nullptr : name.data();
-        SSL_set_tlsext_host_name(const_cast<SSL*>(session), text);
+        // SSL_set_tlsext_host_name() is a macro with an old-style cast in it.
+        SSL_ctrl(const_cast<SSL*>(session), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, text);
     }
 }
 

@@ -6,9 +6,10 @@
 namespace comunication {
 namespace mosquittopp {
 
-watcher_t::watcher_t(const handle_t& handle, listener_t* listener, QObject* parent)
-    : QObject(parent), handle(handle), listener(listener), reader(handle.socket(), QSocketNotifier::Read, this),
-      writer(handle.socket(), QSocketNotifier::Write, this)
+watcher_t::watcher_t(const handle_t& givenHandle, listener_t* givenListener, QObject* parent)
+    : QObject(parent), handle(givenHandle), listener(givenListener),
+      reader(givenHandle.socket(), QSocketNotifier::Read, this),
+      writer(givenHandle.socket(), QSocketNotifier::Write, this)
 {
     reader.setEnabled(false);
     writer.setEnabled(false);

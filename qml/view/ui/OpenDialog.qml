@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Asks for the file of a recording.
+// Asks for the file of a recording. Qt 6 takes the one in the folder +qt6.
 import QtQuick 2.15
 import QtQuick.Dialogs 1.3
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Colours, sizes and ways to write figures, light and dark.
 pragma Singleton
-import QtQml 2.15
+import QtQuick 2.15
 
 QtObject {
     property bool dark: false
