@@ -60,7 +60,9 @@ private Q_SLOTS:
         row("high", "Text { width: 60; height: 20; wrapMode: Text.Wrap; text: 'two long lines' }", "is larger");
         row("padded", "Text { width: 80; rightPadding: 70; text: 'padded' }", "is larger");
         row("input", "TextInput { objectName: 'field'; width: 20; text: 'too wide' }", "field\\) is larger");
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // which says so only of texts that are elided
         row("lines", "Text { width: 60; wrapMode: Text.Wrap; maximumLineCount: 1; text: 'two lines' }", "is cut off");
+#endif
         row("elided", "Text { width: 20; elide: Text.ElideRight; text: 'elided' }", "");
         row("outside", "Text { x: 190; text: 'outside' }", "sticks out: 10 x");
         row("clipped", "Item { clip: true; width: 60; height: 9; Text { text: 'low' } }", "sticks out: .* x 9");
