@@ -78,14 +78,14 @@ struct lookup_t::workers_t {
     }
 
     // False if there is nobody to do it.
-    bool add(const std::shared_ptr<answer_t>& answer)
+    bool add(const std::shared_ptr<answer_t>& asked)
     {
         const std::lock_guard<std::mutex> lock(mutex);
         if (running < mostThreads && startThread()) {
             ++running;
         }
         if (running > 0) {
-            waiting.push_back(answer);
+            waiting.push_back(asked);
         }
         return running > 0;
     }
@@ -110,13 +110,13 @@ private:
 
     void work()
     {
-        while (const std::shared_ptr<answer_t> answer = next()) {
+        while (const std::shared_ptr<answer_t> asked = next()) {
             texts_t texts;
             try {
-                texts = addressesOf(answer->name);
+                texts = addressesOf(asked->name);
             } catch (const std::bad_alloc&) {
             }
-            answer->give(std::move(texts));
+            asked->give(std::move(texts));
         }
     }
 
@@ -125,10 +125,10 @@ private:
     {
         const std::lock_guard<std::mutex> lock(mutex);
         while (!waiting.empty()) {
-            std::shared_ptr<answer_t> answer = waiting.front().lock();
+            std::shared_ptr<answer_t> asked = waiting.front().lock();
             waiting.pop_front();
-            if (answer) {
-                return answer;
+            if (asked) {
+                return asked;
             }
         }
         --running;
