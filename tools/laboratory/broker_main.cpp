@@ -46,8 +46,9 @@ QString secondsOf(const QElapsedTimer& clock)
 
 class trials_t {
 public:
-    trials_t(const QJsonObject& configuration, const QJsonObject& secure, int panels, const QStringList& only)
-        : plain(configuration), secure(secure), panels(panels), only(only)
+    trials_t(const QJsonObject& givenPlain, const QJsonObject& givenSecure, int givenPanels,
+             const QStringList& givenOnly)
+        : plain(givenPlain), secure(givenSecure), panels(givenPanels), only(givenOnly)
     {}
 
     int run()

@@ -31,14 +31,15 @@ struct balancer_t {
 /// One connection of a house: the bridge with the master behind it, or a phone.
 class light_client_t : public mosquittoqt {
 public:
-    light_client_t(const QString& house, const QString& id, int node, const balancer_t& balancer)
-        : mosquittoqt(house + id, true, false), house(house), id(id), node(node), balancer(balancer)
+    light_client_t(const QString& givenHouse, const QString& givenId, int givenNode, const balancer_t& givenBalancer)
+        : mosquittoqt(givenHouse + givenId, true, false), house(givenHouse), id(givenId), node(givenNode),
+          balancer(givenBalancer)
     {
         username_pw_set(house, QStringLiteral("word"));
         setConnectTimeout(20);
         QObject::connect(this, &mosquittoqt::onConnect, this, [this](int rc) {
             if (rc == 0) {
-                subscribe(nullptr, QStringLiteral("%1/local/%2/#").arg(listensTo(), this->house), 2);
+                subscribe(nullptr, QStringLiteral("%1/local/%2/#").arg(listensTo(), house), 2);
             } else {
                 dialLater();
             }
@@ -57,7 +58,7 @@ public:
         });
         QObject::connect(this, &mosquittoqt::onMessage, this, [this](int, const QString& topic, const QString& text) {
             const QStringList levels = topic.split(u'/');
-            strangers += levels.value(2) != this->house || text != this->house ? 1 : 0;
+            strangers += levels.value(2) != house || text != house ? 1 : 0;
             hear(levels);
         });
     }

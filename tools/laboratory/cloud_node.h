@@ -12,9 +12,9 @@
 /// A node of the cluster, with a disk of its own.
 class cloud_node_t {
 public:
-    cloud_node_t(int number, const QString& directory, quint16 mapper, const QString& cookie)
-        : port(freePort()), name(QStringLiteral("cloud%1@127.0.0.1").arg(number)), mapper(mapper), cookie(cookie),
-          home(directory + QStringLiteral("/node%1").arg(number))
+    cloud_node_t(int number, const QString& directory, quint16 givenMapper, const QString& givenCookie)
+        : port(freePort()), name(QStringLiteral("cloud%1@127.0.0.1").arg(number)), mapper(givenMapper),
+          cookie(givenCookie), home(directory + QStringLiteral("/node%1").arg(number))
     {
         QDir().mkpath(home + QStringLiteral("/spool"));
         QFile file(home + QStringLiteral("/ejabberd.yml"));

@@ -15,8 +15,9 @@ class trial_server_t : public comunication::protoserver_t {
 public:
     using comunication::protoserver_t::system;
 
-    explicit trial_server_t(const QJsonObject& configuration, const QString& id = QStringLiteral("tarnel-server-1"))
-        : protoserver_t(QStringLiteral("1.0.0"), configuration, true, id, false)
+    explicit trial_server_t(const QJsonObject& givenConfiguration,
+                            const QString& id = QStringLiteral("tarnel-server-1"))
+        : protoserver_t(QStringLiteral("1.0.0"), givenConfiguration, true, id, false)
     {
         QObject::connect(this, &protoserver_t::onConnection, this,
                          [this] { init_subscription(comunication::utility::subscribe_topics); });
@@ -42,8 +43,8 @@ public:
 
 class trial_panel_t : public comunication::protoclient_t {
 public:
-    explicit trial_panel_t(const QJsonObject& configuration, const QString& id = QStringLiteral("panel-1"))
-        : protoclient_t(QStringLiteral("1.0.0"), configuration, id, false)
+    explicit trial_panel_t(const QJsonObject& givenConfiguration, const QString& id = QStringLiteral("panel-1"))
+        : protoclient_t(QStringLiteral("1.0.0"), givenConfiguration, id, false)
     {
         QObject::connect(this, &protoclient_t::onDatabasePersistentStatus, this,
                          [this](const QJsonObject& packet) { status << packet[u"payload"].toObject(); });
