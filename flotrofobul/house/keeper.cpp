@@ -24,9 +24,9 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittohouse/keeper";
 
-const QString houseCommand = QStringLiteral("connection/house");
+const QString houseValue = QStringLiteral("connection/house");
 const QString requestStart = QStringLiteral("request/");
-const QString readyCommand = commandOf(topicOf(pkgClientReady));
+const QString readyValue = commandOf(topicOf(pkgClientReady));
 
 // <any>-<any>-<server>-<server>, where one is this server: a bridge to the cloud may have as many hyphens.
 bool isServerBridge(const QString& name, const QString& ownId)
@@ -39,7 +39,7 @@ bool isServerBridge(const QString& name, const QString& ownId)
 QString houseFilter(const protoserver_t& server)
 {
     return REMOTE_PREFIX + "/local/"_l1 + shared_t::installationId(server) + "/+/"_l1 +
-           destination_publish_server_t::all_servers.ToString() + u'/' + houseCommand;
+           destination_publish_server_t::all_servers.ToString() + u'/' + houseValue;
 }
 
 settings_t settingsOf(const protoserver_t& server)
@@ -110,7 +110,7 @@ bool keeper_t::inside_t::admits(const topic_t& topic, const QJsonValue& payload)
     const QString value = topic.getValue();
     const QString sender = topic.getSender();
     bool admitted = true;
-    if (value == houseCommand) {
+    if (value == houseValue) {
         const advertisement_t what = advertisementIn(payload.toObject());
         if (what.rank >= bestRank && what.rank <= lastRank) { // else it is none
             rules.advertised(now(), sender, what);
@@ -121,7 +121,7 @@ bool keeper_t::inside_t::admits(const topic_t& topic, const QJsonValue& payload)
     } else if (isElection(topic)) {
         // A server that yields takes leave of its panels in words that other servers take for an election of itself.
         admitted = false;
-    } else if (value == readyCommand) {
+    } else if (value == readyValue) {
         if (topic.getDestination() == server->getClientId() && payload.toString() == "1"_l1) {
             rules.panelFollows(now(), server->getClientId());
         }
@@ -240,7 +240,7 @@ void keeper_t::inside_t::advertise(const mastership_t::orders_t& orders)
     packet.insert("master"_l1, orders.names);
     packet.insert("asks"_l1, orders.ask);
     server->publish(FORWARD_PREFIX + "/local/"_l1 + INSTALLATIONID + u'/' + SENDER + u'/' +
-                        destination_publish_server_t::all_servers.ToString() + u'/' + houseCommand,
+                        destination_publish_server_t::all_servers.ToString() + u'/' + houseValue,
                     packet, utility::at_most_once, false);
 }
 

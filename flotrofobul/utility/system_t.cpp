@@ -23,7 +23,7 @@ namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittoproto/utility/system_t";
 
-[[maybe_unused]] const int registered = qRegisterMetaType<system_t*>("system_t*");
+[[maybe_unused]] const int systemRegistered = qRegisterMetaType<system_t*>("system_t*");
 
 QString flagsText(QNetworkInterface::InterfaceFlags flags)
 {

@@ -11,7 +11,7 @@ namespace mosquittopp {
 namespace {
 
 // Long enough for a few hundred messages, short enough that nobody sees a panel freeze.
-constexpr milliseconds_t longestTurn{10};
+constexpr milliseconds_t longestDelivery{10};
 
 } // namespace
 
@@ -32,7 +32,7 @@ void delivery_t::timerEvent(QTimerEvent* /*event*/)
 bool delivery_t::deliver()
 {
     const QPointer<delivery_t> alive(this);
-    const turn_t turn(longestTurn);
+    const turn_t turn(longestDelivery);
     // An event leaves the queue, and the next turn is scheduled, before it is passed on: a slot that runs an event loop
     // of its own then receives the events after it.
     while (!events.empty()) {

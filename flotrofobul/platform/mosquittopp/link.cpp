@@ -19,6 +19,8 @@ namespace {
 
 using namespace ::utility::logs;
 
+constexpr const char logSource[] = "libscomunication/libmosquittoqt/mosquittoqt";
+
 // Many packets per wake-up, but never so many that the rest of the event loop has to wait.
 constexpr milliseconds_t longestTurn{5};
 

@@ -19,9 +19,6 @@
 namespace comunication {
 namespace mosquittopp {
 
-/// Source name in the adapter's log lines.
-constexpr const char logSource[] = "libscomunication/libmosquittoqt/mosquittoqt";
-
 /// States and what changes them; "rest" is waiting with autoconnect, idle without.
 ///
 ///     state       connect                  disconnect   dialler              connection ended   timer

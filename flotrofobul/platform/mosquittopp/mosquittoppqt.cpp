@@ -13,6 +13,8 @@ namespace mosquittopp {
 
 namespace {
 
+constexpr const char logSource[] = "libscomunication/libmosquittoqt/mosquittoqt";
+
 void emitSignal(mosquittoppqt* client, const event_t& event)
 {
     switch (event.kind) {
