@@ -163,8 +163,8 @@ private:
             } else if (meant.isEmpty()) {
                 QStringList names = known;
                 names.replaceInStrings(prefix, QString());
-                add(path,
-                    QStringLiteral("is no key that is known here; there are: %1").arg(names.join(QStringLiteral(", "))));
+                add(path, QStringLiteral("is no key that is known here; there are: %1")
+                              .arg(names.join(QStringLiteral(", "))));
             } else {
                 add(path,
                     QStringLiteral("is no key that is known here; is \"%1\" meant?").arg(meant.mid(prefix.size())));
