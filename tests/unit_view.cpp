@@ -11,8 +11,12 @@
 #include "survey.h"
 #include "watcher.h"
 
-#include "laboratory/broker.h"
 #include "support/client.h"
+
+#include <flotrofobul/testkit/broker.h>
+
+using comunication::testkit::broker_t;
+using comunication::testkit::freePort;
 
 using namespace comunication;
 using namespace comunication::view;

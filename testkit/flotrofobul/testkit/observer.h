@@ -2,18 +2,20 @@
 // A stranger beside the engines: mosquitto_sub notes everything on the wire, mosquitto_pub sends what no engine would.
 #pragma once
 
-#include "log_recorder.h"
-
 #include <QtCore/QProcess>
+
+namespace comunication {
+namespace testkit {
 
 /// Subscribes everything but $SYS with the construction; MQTT 5, to see the retain flag as published.
 class observer_t : public QProcess {
 public:
-    explicit observer_t(int port) : port(QString::number(port))
+    explicit observer_t(int port) : port(port)
     {
-        publish("ready"_s, "1", {"-r"_s});
-        start("mosquitto_sub"_s, {"-p"_s, this->port, "-t"_s, "#"_s, "-q"_s, "2"_s, "-V"_s, "5"_s, "--nodelay"_s,
-                                  "--retain-as-published"_s, "-F"_s, "%t %p %q %r"_s});
+        publish(QStringLiteral("ready"), "1", {QStringLiteral("-r")});
+        start(QStringLiteral("mosquitto_sub"),
+              words(QStringLiteral("-p %1 -t # -q 2 -V 5 --nodelay --retain-as-published -F").arg(port))
+                  << QStringLiteral("%t %p %q %r"));
         waitForReadyRead(5000); // the retained message, which comes when the subscription stands
         readAll();
         connect(this, &QProcess::readyRead, this, [this] {
@@ -32,14 +34,22 @@ public:
     void publish(const QString& topic, const QByteArray& payload, const QStringList& options = {}) const
     {
         QProcess sender;
-        const QStringList content{payload.isEmpty() ? "-n"_s : "-s"_s}; // nothing, or what comes over the input
-        sender.start("mosquitto_pub"_s, QStringList{"-p"_s, port, "-t"_s, topic, "-q"_s, "2"_s} + content + options);
+        sender.start(QStringLiteral("mosquitto_pub"),
+                     words(QStringLiteral("-q 2 -p %1 -t").arg(port))
+                         << topic << (payload.isEmpty() ? QStringLiteral("-n") : QStringLiteral("-s")) // the input
+                         << options);
         sender.write(payload);
         sender.closeWriteChannel();
         sender.waitForFinished();
     }
+
     QStringList messages; ///< "topic payload qos retain"
 
 private:
-    const QString port;
+    static QStringList words(const QString& line) { return line.split(u' '); }
+
+    const int port;
 };
+
+} // namespace testkit
+} // namespace comunication

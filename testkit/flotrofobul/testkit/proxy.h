@@ -3,7 +3,7 @@
 // are cut as it happens in a house. Knows nothing of MQTT.
 #pragma once
 
-#include "laboratory/broker.h"
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QPointer>
 #include <QtCore/QRandomGenerator>
@@ -20,6 +20,9 @@
 #include <memory>
 #include <utility>
 #include <vector>
+
+namespace comunication {
+namespace testkit {
 
 /// orderly: FIN to both sides. reset: RST to both. unnoticed: RST to the client, while the broker waits on.
 enum class cut_t { orderly, reset, unnoticed };
@@ -305,3 +308,6 @@ private:
     QTcpServer server;
     std::vector<QPointer<passage_t>> passages;
 };
+
+} // namespace testkit
+} // namespace comunication
