@@ -50,7 +50,7 @@ struct way_t {
     }
 };
 
-/// One way of one connection: what has been read and is not due yet.
+/// For proxy_t. One way of one connection: what has been read and is not due yet.
 class pipe_t : public QObject {
 public:
     pipe_t(QTcpSocket* from, QTcpSocket* to, const way_t& way, QRandomGenerator& random, std::function<void()> cut)
@@ -162,7 +162,8 @@ private:
     QTimer next;
 };
 
-/// A client's connection and the one to the broker that belongs to it; deletes itself when both have ended.
+/// For proxy_t. A client's connection and the one to the broker that belongs to it; deletes itself when both have
+/// ended.
 class passage_t : public QObject {
 public:
     passage_t(QTcpSocket* client, quint16 broker, const way_t& toBroker, const way_t& toClient,
@@ -239,9 +240,11 @@ private:
     std::vector<std::unique_ptr<pipe_t>> pipes;
 };
 
-/// Everything behind one port. Without further orders it hands everything on at once.
+/// Everything behind one port of 127.0.0.1, which port() names. Without further orders it hands everything on at once.
+/// Lives on the thread of an event loop, and needs it.
 class proxy_t : public QObject {
 public:
+    /// broker: a port of this machine. seed: of the delays that are at random.
     explicit proxy_t(quint16 broker, quint32 seed = 0) : ownPort(freePort()), random(seed), server(this)
     {
         connect(&server, &QTcpServer::newConnection, this, [this, broker] {
@@ -254,6 +257,7 @@ public:
 
     quint16 port() const { return ownPort; }
 
+    /// How bytes go from now on, over connections that are there and those to come.
     void set(const way_t& newToBroker, const way_t& newToClient)
     {
         toBroker = newToBroker;
@@ -273,11 +277,13 @@ public:
         }
     }
 
+    /// Ends every connection; new ones are welcome.
     void cut(cut_t how)
     {
         each([how](passage_t* passage) { passage->cut(how); });
     }
 
+    /// As at first. What has been cut unnoticed stays so, see sweep().
     void heal()
     {
         set({}, {});
