@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Engines on real brokers: how a link begins and ends, who is master, and what strangers send.
+#include <flotrofobul/testkit/broker.h>
+#include <flotrofobul/testkit/observer.h>
 #include <flotrofobul/utility/statusbroker.h>
 
-#include "laboratory/broker.h"
 #include "support/engine_probe.h"
-#include "support/observer.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtTest/QtTest>
@@ -14,6 +14,8 @@
 using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
+using comunication::testkit::broker_t;
+using comunication::testkit::observer_t;
 using comunication::utility::qos_t;
 using comunication::utility::subscribe_t;
 

@@ -2,7 +2,7 @@
 // A real mosquitto: on a free loopback port, with a configuration of its own.
 #pragma once
 
-#include "laboratory/child.h"
+#include <flotrofobul/testkit/child.h>
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QRandomGenerator>
@@ -10,6 +10,9 @@
 #include <QtNetwork/QTcpSocket>
 
 #include <memory>
+
+namespace comunication {
+namespace testkit {
 
 /// A port of 127.0.0.1 that nobody listens on at this moment. Not one that the system gives out: somebody's outgoing
 /// connection could take it before the broker does, even the attempt to reach the broker itself, which then meets
@@ -88,3 +91,6 @@ private:
     memory_file_t words;
     std::unique_ptr<child_t> process;
 };
+
+} // namespace testkit
+} // namespace comunication
