@@ -2,6 +2,7 @@
 // Engines on real brokers: how a link begins and ends, who is master, and what strangers send.
 #include <flotrofobul/testkit/broker.h>
 #include <flotrofobul/testkit/observer.h>
+#include <flotrofobul/testkit/waiting.h>
 #include <flotrofobul/utility/statusbroker.h>
 
 #include "support/engine_probe.h"
@@ -14,6 +15,7 @@
 using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
+using comunication::testkit::awaited_t;
 using comunication::testkit::broker_t;
 using comunication::testkit::observer_t;
 using comunication::utility::qos_t;
@@ -39,10 +41,10 @@ class engine_broker : public QObject {
     // True when the panel has said that it is ready for its master.
     bool meet()
     {
-        QSignalSpy ready(server.get(), &protoserver_t::onClientReady);
+        awaited_t ready(server.get(), &protoserver_t::onClientReady);
         server->connect();
         panel->connect();
-        return ready.wait();
+        return ready.comes();
     }
     int published(const QString& part) const { return observer->messages.filter(part).size(); }
 

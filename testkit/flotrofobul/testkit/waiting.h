@@ -2,16 +2,14 @@
 // Waiting without sleeping: for a condition, and for a signal that may have come already.
 #pragma once
 
-#include <QtCore/QCoreApplication>
+#include <QtCore/QAbstractEventDispatcher>
 #include <QtCore/QDeadlineTimer>
-#include <QtCore/QEvent>
 #include <QtCore/QEventLoop>
 #include <QtCore/QObject>
 #include <QtCore/QTimer>
 
 #include <chrono>
 #include <functional>
-#include <utility>
 
 namespace comunication {
 namespace testkit {
@@ -20,38 +18,62 @@ namespace testkit {
 /// machines that test are busy.
 constexpr std::chrono::milliseconds patience{10000};
 
-/// Runs the event loop until a condition holds; false if it does not in time. It is looked at after every event, and
-/// some times a second for what no event tells.
+/// Runs an event loop until a condition holds; false if it does not in time. It is looked at whenever the loop has
+/// nothing left to do, and some times a second for what no event tells; never again once it has held. May be called in
+/// a slot, also while another wait is on. The loop is a real one, in which objects are deleted as in a host's: those
+/// that a slot still at work has given to deleteLater() live on, those of a test's own body do not.
 inline bool until(const std::function<bool()>& condition, std::chrono::milliseconds bound = patience)
 {
     const QDeadlineTimer deadline(bound);
-    QTimer tick;
-    tick.start(20);
-    while (!condition()) {
-        if (deadline.hasExpired()) {
-            return false;
+    bool holds = false;
+    bool ended = false;
+    QEventLoop loop;
+    const auto look = [&] {
+        if (!ended) {
+            holds = condition();
+            ended = holds || deadline.hasExpired();
+            if (ended) {
+                loop.quit();
+            }
         }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    };
+    QTimer tick;
+    QObject::connect(&tick, &QTimer::timeout, &loop, look);
+    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &loop, look);
+    tick.start(20);
+    for (look(); !ended;) {
+        if (loop.exec() == -1) { // the application was told to quit, and starts no loop any more
+            loop.processEvents(QEventLoop::WaitForMoreEvents);
+        }
     }
-    return true;
+    return holds;
 }
 
-/// A signal of an object on this thread, listened to from the construction on. What has come before comes() is called
-/// is not missed, as it is when a wait begins after the deed.
+/// A signal of an object, listened to from the construction on. What has come before comes() is called is not missed,
+/// as it is when a wait begins after the deed. The object may go at any time.
 class awaited_t {
 public:
+    /// Sender and signal as for QObject::connect().
     template <class Sender, class Signal>
     awaited_t(const Sender* sender, Signal signal)
     {
         QObject::connect(sender, signal, &listener, [this] { ++waiting; });
+        QObject::connect(sender, &QObject::destroyed, &listener, [this] { gone = true; });
     }
 
     /// True when the signal has come since the construction, or since the last call that was true: each time counts
-    /// once.
+    /// once. False when it does not come in time, or will never come because the object has gone.
     [[nodiscard]] bool comes(std::chrono::milliseconds bound = patience)
     {
-        return until([this] { return waiting > 0; }, bound) && waiting-- > 0;
+        bool came = false;
+        until(
+            [&] {
+                came = waiting > 0;
+                waiting -= came ? 1 : 0; // at once: a wait within this one may be for the same signal
+                return came || gone;
+            },
+            bound);
+        return came;
     }
     /// Whether it has not come until now, but for what comes() has told. To say so of what follows from a deed, wait
     /// for something that follows later.
@@ -59,6 +81,7 @@ public:
 
 private:
     int waiting = 0;
+    bool gone = false;
     QObject listener;
 };
 
