@@ -279,6 +279,13 @@ public:
         }
     }
 
+    /// As a cable that is pulled and told of: every connection ends, and none is made until heal().
+    void pull()
+    {
+        refuse(true);
+        cut(cut_t::reset);
+    }
+
     /// Ends every connection; new ones are welcome.
     void cut(cut_t how)
     {
