@@ -33,7 +33,7 @@ public:
     explicit broker_t(const QString& settings = QString()) : listenPort(freePort()) { configure(settings); }
     ~broker_t() { kill(SIGKILL); }
 
-    /// Further lines of its configuration for the next start, @port in them is its port. Without a "listener"
+    /// Further lines of its configuration for the next start, "@port" in them is its port. Without a "listener"
     /// line among them it listens on 127.0.0.1 and lets everybody in.
     void configure(QString settings)
     {
