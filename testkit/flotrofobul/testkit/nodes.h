@@ -11,7 +11,6 @@
 #include <QtCore/QList>
 #include <QtCore/QMap>
 
-#include <algorithm>
 #include <functional>
 
 namespace comunication {
@@ -83,7 +82,7 @@ private:
         }
         requests << request;
         const QString topic = request[u"topic"].toString();
-        for (QString name = topic; !name.isEmpty(); name.truncate(std::max(name.lastIndexOf(u'/'), 0))) {
+        for (QString name = topic; !name.isEmpty(); name = name.section(u'/', 0, -2)) {
             const auto found = answers.constFind(name);
             if (found != answers.constEnd()) {
                 if (const answer_t answer = *found; answer.reply) { // a reply may change the table
