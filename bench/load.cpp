@@ -2,7 +2,8 @@
 // Runs the load in interleaved rounds, each in a process of its own, and compares the engines with libmosquitto alone:
 // medians with minimum and maximum, and the ratio of the medians.
 #include "load.h"
-#include "laboratory/broker.h"
+
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
@@ -19,6 +20,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+
+using comunication::testkit::broker_t;
 
 namespace {
 

@@ -2,10 +2,10 @@
 // One server and many clients in one process on one broker: how time, CPU, memory and traffic grow with their number,
 // at the start and when the server is lost and comes back.
 #include "bench_host.h"
-#include "laboratory/broker.h"
 
 #include <flotrofobul/protoclient_t.h>
 #include <flotrofobul/protoserver_t.h>
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
@@ -24,6 +24,8 @@
 #include <functional>
 #include <memory>
 #include <vector>
+
+using comunication::testkit::broker_t;
 
 namespace {
 

@@ -24,6 +24,9 @@
 #include <memory>
 #include <numeric>
 
+using comunication::testkit::broker_t;
+using comunication::testkit::freePort;
+
 namespace {
 
 using namespace std::chrono_literals;

@@ -2,7 +2,11 @@
 // A proxy whose network is good and bad by turns, at random from a seed.
 #pragma once
 
-#include "laboratory/proxy.h"
+#include <flotrofobul/testkit/proxy.h>
+
+using comunication::testkit::cut_t;
+using comunication::testkit::proxy_t;
+using comunication::testkit::way_t;
 
 class weather_t : public QObject {
 public:

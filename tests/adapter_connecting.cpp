@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Everything that can go wrong before a broker has accepted a client.
 #include <flotrofobul/platform/mosquittopp/resolver.h>
+#include <flotrofobul/testkit/broker.h>
 
-#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/peer.h"
@@ -12,6 +12,7 @@
 #include <list>
 
 using comunication::mosquittopp::lookup_t;
+using comunication::testkit::broker_t;
 
 // Lives longer than OpenSSL, which ends with exit().
 struct last_client_t : client_t {

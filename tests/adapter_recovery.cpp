@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Connections that are lost, messages that must not be, and brokers that do not keep to the protocol.
-#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/peer.h"
+
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QAbstractEventDispatcher>
 
@@ -12,6 +13,8 @@
 
 #include <atomic>
 #include <thread>
+
+using comunication::testkit::broker_t;
 
 static std::atomic<int> skipped{0}; // seconds
 

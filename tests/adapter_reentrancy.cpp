@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // A host may call anything, and delete the adapter, from within any signal and at any moment.
-#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/peer.h"
+
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtNetwork/QSslCertificate>
 
@@ -13,6 +14,8 @@
 #include <unistd.h>
 
 #include <csignal>
+
+using comunication::testkit::broker_t;
 
 class adapter_reentrancy : public QObject {
     Q_OBJECT

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The broker adapter in an undisturbed session with a real broker.
-#include "laboratory/broker.h"
 #include "support/client.h"
 
+#include <flotrofobul/testkit/broker.h>
+
 #include <QtCore/QAbstractEventDispatcher>
+
+using comunication::testkit::broker_t;
 
 class adapter_session : public QObject {
     Q_OBJECT

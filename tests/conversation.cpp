@@ -2,10 +2,11 @@
 // One complete life on a real broker: a server appears and is adopted, answers a request, loses its role and ends.
 // Everything on the wire and every log line and signal of both engines is compared, whole and in order, with
 // data/conversation.txt.
-#include "laboratory/broker.h"
 #include "support/engine_probe.h"
-#include "support/observer.h"
 #include "support/story.h"
+
+#include <flotrofobul/testkit/broker.h>
+#include <flotrofobul/testkit/observer.h>
 
 #include <QtCore/QMutex>
 #include <QtCore/QThread>
@@ -13,6 +14,8 @@
 
 using comunication::protoclient_t;
 using comunication::protoserver_t;
+using comunication::testkit::broker_t;
+using comunication::testkit::observer_t;
 using comunication::utility::qos_t;
 using comunication::utility::subscribe_t;
 

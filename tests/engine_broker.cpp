@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Engines on real brokers: how a link begins and ends, who is master, and what strangers send.
+#include <flotrofobul/testkit/broker.h>
+#include <flotrofobul/testkit/observer.h>
+#include <flotrofobul/testkit/waiting.h>
 #include <flotrofobul/utility/statusbroker.h>
 
-#include "laboratory/broker.h"
 #include "support/engine_probe.h"
-#include "support/observer.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtTest/QtTest>
@@ -14,6 +15,9 @@
 using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
+using comunication::testkit::awaited_t;
+using comunication::testkit::broker_t;
+using comunication::testkit::observer_t;
 using comunication::utility::qos_t;
 using comunication::utility::subscribe_t;
 
@@ -37,10 +41,10 @@ class engine_broker : public QObject {
     // True when the panel has said that it is ready for its master.
     bool meet()
     {
-        QSignalSpy ready(server.get(), &protoserver_t::onClientReady);
+        awaited_t ready(server.get(), &protoserver_t::onClientReady);
         server->connect();
         panel->connect();
-        return ready.wait();
+        return ready.comes();
     }
     int published(const QString& part) const { return observer->messages.filter(part).size(); }
 

@@ -1,36 +1,33 @@
 // SPDX-License-Identifier: MIT
 // The QML module at a real broker: the program that runs qml/tst_*.qml and does to the house what they ask for. With
 // "--server" it is the server of that house, a process that can be frozen.
-#include "laboratory/broker.h"
-#include "support/observer.h"
+#include "support/log_recorder.h"
 
-#include <flotrofobul/protoserver_t.h>
+#include <flotrofobul/testkit/broker.h>
+#include <flotrofobul/testkit/nodes.h>
+#include <flotrofobul/testkit/observer.h>
 
 #include <QtCore/QVariantMap>
 #include <QtQml/QQmlContext>
 #include <QtQml/QQmlEngine>
 #include <QtQuickTest/quicktest.h>
 
-using comunication::protoserver_t;
+using comunication::testkit::broker_t;
+using comunication::testkit::child_t;
+using comunication::testkit::houseAt;
+using comunication::testkit::master_t;
+using comunication::testkit::observer_t;
 
 namespace {
 
-QJsonObject configurationOf(int port)
-{
-    return {{"mqtt"_s, QJsonObject{{"global"_s, QJsonObject{{"installation_id"_s, "1234"_s}, {"port"_s, port}}}}}};
-}
+const QString installation = "1234"_s;
 
 /// A master that answers with its life and the wish: which of its lives it was tells an old answer from a new one.
 int serve(int port, const QString& life)
 {
-    protoserver_t server("1"_s, configurationOf(port), true, "srv"_s, false);
-    QObject::connect(&server, &protoserver_t::onConnection, &server,
-                     [&] { server.init_subscription(comunication::utility::subscribe_topics); });
-    QObject::connect(&server, &protoserver_t::onRequestPersistentRequest, &server, [&](const QJsonObject& request) {
-        server.eventPublish({{"topic"_s, QString("status"_l1 + request["topic"_l1].toString().mid(7))},
-                             {"destination"_s, "all"_s},
-                             {"payload"_s, QJsonObject{{"life"_s, life}, {"wish"_s, request["payload"_l1]}}}},
-                            comunication::utility::exactly_once, true);
+    master_t server(houseAt(port, installation), "srv"_s);
+    server.answer("request/DB/persistent"_s, [&](const QJsonObject& request) {
+        return QJsonObject{{"life"_s, life}, {"wish"_s, request["payload"_l1]}};
     });
     server.connect();
     return QCoreApplication::exec();
@@ -50,7 +47,7 @@ public:
             killServer();
         }
     }
-    QJsonObject configuration() const { return configurationOf(broker.port()); }
+    QJsonObject configuration() const { return houseAt(broker.port(), installation); }
 
 public Q_SLOTS:
     bool startBroker() { return broker.start(); }

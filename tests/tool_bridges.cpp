@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 // The bridges of a house as the command writes and tries them, between real brokers; and what it refuses.
-#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/command.h"
 
+#include <flotrofobul/testkit/broker.h>
+
 #include <house_plan/bridge_lines.h>
 
 #include <QtTest/QtTest>
+
+using comunication::testkit::broker_t;
 
 using namespace comunication::tools;
 

@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: MIT
 // The doctor finds each planted fault, with the right words and nothing else, and nothing in a healthy house. Real
 // brokers, real engines; all houses live at once.
-#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/command.h"
 #include "support/engine_probe.h"
 #include "support/peer.h"
 
+#include <flotrofobul/testkit/broker.h>
+
 #include <QtTest/QtTest>
 
 using comunication::protobase_t;
 using comunication::protoclient_t;
 using comunication::protoserver_t;
+using comunication::testkit::broker_t;
 
 namespace {
 

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The nodes on the command line: a server that answers from a file, panels, and who asks; on a real broker.
-#include "laboratory/broker.h"
 #include "support/client.h"
 #include "support/command.h"
+
+#include <flotrofobul/testkit/broker.h>
+
+using comunication::testkit::broker_t;
 
 class tool_node : public QObject {
     Q_OBJECT

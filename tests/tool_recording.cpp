@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 // What a house says, recorded by the command at one broker and said again at another, and what watch makes of it.
-#include "laboratory/broker.h"
 #include "support/certificates.h"
 #include "support/client.h"
 #include "support/command.h"
+
+#include <flotrofobul/testkit/broker.h>
+
+using comunication::testkit::broker_t;
+using comunication::testkit::freePort;
 
 namespace {
 

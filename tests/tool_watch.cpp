@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
 // What the command writes to a terminal, to who reads no further, and where nothing can be written.
-#include "laboratory/broker.h"
 #include "support/client.h"
 #include "support/command.h"
+
+#include <flotrofobul/testkit/broker.h>
 
 #include <cstdlib>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+
+using comunication::testkit::broker_t;
+using comunication::testkit::child_t;
 
 namespace {
 

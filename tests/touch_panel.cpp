@@ -2,14 +2,19 @@
 // The touch panel in a house that suffers: what it says in each state, and whether that can be read and touched. First
 // the judge of that shows that it sees what is wrong.
 #include "touch_panel/touch_panel.h"
-#include "laboratory/broker.h"
 #include "support/layout_check.h"
 #include "support/log_recorder.h"
+
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QTemporaryDir>
 #include <QtQml/QQmlComponent>
 #include <QtQuick/QQuickWindow>
 #include <QtTest/QtTest>
+
+using comunication::testkit::broker_t;
+using comunication::testkit::child_t;
+using comunication::testkit::memory_file_t;
 
 namespace {
 

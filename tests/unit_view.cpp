@@ -4,6 +4,11 @@
 
 #include "support/client.h"
 
+#include <flotrofobul/testkit/broker.h>
+
+using comunication::testkit::broker_t;
+using comunication::testkit::freePort;
+
 using namespace comunication;
 using namespace comunication::view;
 

@@ -8,11 +8,14 @@
 #include "rows.h"
 #include "watcher.h"
 
-#include "laboratory/broker.h"
 #include "support/client.h"
+
+#include <flotrofobul/testkit/broker.h>
 
 using namespace comunication;
 using namespace comunication::view;
+using comunication::testkit::broker_t;
+using comunication::testkit::freePort;
 
 namespace {
 

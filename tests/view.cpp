@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The picture of a house on a screen: two real boxes, joined by a bridge, in which everything fails once, and what
 // somebody sees of it who looks, clicks and scrolls back.
-#include "laboratory/broker.h"
 #include "picture.h"
 #include "support/layout_check.h"
 #include "support/log_recorder.h"
+
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QTemporaryDir>
 #include <QtQml/QQmlApplicationEngine>
@@ -12,6 +13,9 @@
 #include <QtQuick/QQuickWindow>
 #include <QtTest/QtTest>
 
+using comunication::testkit::broker_t;
+using comunication::testkit::child_t;
+using comunication::testkit::memory_file_t;
 using comunication::tools::connection_t;
 using comunication::view::picture_t;
 

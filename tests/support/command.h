@@ -2,12 +2,15 @@
 // The command flotrofobul as a process, and what its tests need beside it.
 #pragma once
 
-#include "laboratory/child.h"
 #include "support/log_recorder.h"
+
+#include <flotrofobul/testkit/child.h>
 
 #include <QtTest/QtTest>
 
 #include <algorithm>
+
+using comunication::testkit::child_t;
 
 /// A run of the command; its words come together.
 class run_t : public child_t {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Tries a broker on this machine with real engines: everything that a house needs of it, one line for each.
 #include "house_plan/bridge_lines.h"
-#include "laboratory/proxy.h"
 #include "laboratory/trial_nodes.h"
-#include "laboratory/waiting.h"
 
 #include <flotrofobul/platform/logs/classlogs.h>
+#include <flotrofobul/testkit/proxy.h>
+#include <flotrofobul/testkit/waiting.h>
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
@@ -17,6 +17,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using namespace comunication::testkit;
 using namespace comunication::tools;
 
 /// What was found: in words what was seen, or what was not.
@@ -36,7 +37,7 @@ finding_t missing(const QString& words)
 
 void pass(std::chrono::milliseconds time)
 {
-    waitFor([] { return false; }, time);
+    until([] { return false; }, time);
 }
 
 QString secondsOf(const QElapsedTimer& clock)
@@ -104,7 +105,7 @@ private:
     {
         server = std::make_unique<trial_server_t>(plain);
         server->connect();
-        if (!waitFor([this] { return server->getConnected(); })) {
+        if (!until([this] { return server->getConnected(); })) {
             return missing(server->linkProblem());
         }
         pass(500ms); // until the server has said who it is
@@ -115,28 +116,27 @@ private:
     {
         panel = std::make_unique<trial_panel_t>(plain);
         panel->connect();
-        return waitFor([this] { return server->nodes.value(panelId); })
+        return until([this] { return server->nodes.value(panelId); })
                    ? seen()
                    : missing(QStringLiteral("the server does not hear of the panel"));
     }
 
     finding_t hasMaster()
     {
-        return waitFor([this] { return panel->follows(serverId); })
-                   ? seen()
-                   : missing(QStringLiteral("the panel has no master"));
+        return until([this] { return panel->follows(serverId); }) ? seen()
+                                                                  : missing(QStringLiteral("the panel has no master"));
     }
 
     finding_t asks()
     {
         pass(200ms); // until the panel listens to its master
         panel->ask(number);
-        return waitFor([this] { return server->requests > 0; }) ? seen() : missing(QStringLiteral("it does not come"));
+        return until([this] { return server->requests > 0; }) ? seen() : missing(QStringLiteral("it does not come"));
     }
 
     finding_t answers()
     {
-        if (!waitFor([this] { return panel->copies(number) > 0; })) {
+        if (!until([this] { return panel->copies(number) > 0; })) {
             return missing(QStringLiteral("it does not come"));
         }
         pass(300ms);
@@ -150,7 +150,7 @@ private:
     {
         trial_panel_t late(plain, QStringLiteral("panel-late"));
         late.connect();
-        const bool came = waitFor([&] { return late.copies(number) > 0; });
+        const bool came = until([&] { return late.copies(number) > 0; });
         late.disconnection(true);
         pass(200ms);
         return came ? seen() : missing(QStringLiteral("a panel that comes later does not get it"));
@@ -163,14 +163,14 @@ private:
         auto short_ = std::make_unique<trial_panel_t>(over(network.port()), QStringLiteral("panel-short"));
         short_->connect();
         const QString id = QStringLiteral("panel-short");
-        if (!waitFor([&] { return server->nodes.value(id); })) {
+        if (!until([&] { return server->nodes.value(id); })) {
             return missing(QStringLiteral("the panel was not there"));
         }
         QElapsedTimer clock;
         clock.start();
         network.refuse(true);
         network.cut(cut_t::orderly);
-        const bool told = waitFor([&] { return !server->nodes.value(id); });
+        const bool told = until([&] { return !server->nodes.value(id); });
         return told ? seen(secondsOf(clock)) : missing(QStringLiteral("nobody hears of it"));
     }
 
@@ -191,11 +191,11 @@ private:
         };
         hurry(sender, up);
         hurry(receiver, down);
-        if (!waitFor([&] { return sender.getConnected() && receiver.getConnected(); })) {
+        if (!until([&] { return sender.getConnected() && receiver.getConnected(); })) {
             return missing(QStringLiteral("no link"));
         }
         receiver.subscribe(nullptr, topic(), 2);
-        if (!waitFor([&] { return receiver.listens; })) {
+        if (!until([&] { return receiver.listens; })) {
             return missing(QStringLiteral("no subscription"));
         }
         QRandomGenerator random(3);
@@ -217,7 +217,7 @@ private:
         up.heal();
         down.heal();
         const auto isAll = [&] { return receiver.heard.size() == messages && sender.acknowledged == messages; };
-        waitFor(isAll, 40s);
+        until(isAll, 40s);
         pass(500ms);
         int again = 0;
         for (const int copies : receiver.heard) {
@@ -242,23 +242,23 @@ private:
         away.dial(network.port());
         speaker.dial(port());
         const auto isLinked = [&] { return away.getConnected() && speaker.getConnected(); };
-        if (!waitFor(isLinked)) {
+        if (!until(isLinked)) {
             return missing(QStringLiteral("no link"));
         }
         away.subscribe(nullptr, topic(), 2);
-        waitFor([&] { return away.listens; });
+        until([&] { return away.listens; });
         network.refuse(true);
         network.cut(cut_t::orderly);
-        waitFor([&] { return !away.getConnected(); });
+        until([&] { return !away.getConnected(); });
         pass(200ms);
         for (int i = 0; i < messages; ++i) {
             speaker.publish(nullptr, topic(), QString::number(i), 1 + i % 2, false);
         }
-        waitFor([&] { return speaker.acknowledged == messages; });
+        until([&] { return speaker.acknowledged == messages; });
         network.refuse(false);
         away.dial(network.port());
         const auto isAll = [&] { return away.heard.size() == messages; };
-        waitFor(isAll, 10s);
+        until(isAll, 10s);
         pass(200ms);
         const bool once = std::all_of(away.heard.begin(), away.heard.end(), [](int copies) { return copies == 1; });
         const QString words = QStringLiteral("%1 of %2 came%3")
@@ -277,13 +277,13 @@ private:
         }
         trial_panel_t phone(secure, QStringLiteral("panel-secure"));
         phone.connect();
-        if (!waitFor([&] { return phone.follows(serverId); })) {
+        if (!until([&] { return phone.follows(serverId); })) {
             return missing(phone.getConnected() ? QStringLiteral("the panel has no master") : phone.linkProblem());
         }
         pass(200ms);
         ++number;
         phone.ask(number);
-        const bool answered = waitFor([&] { return phone.copies(number) == 1; });
+        const bool answered = until([&] { return phone.copies(number) == 1; });
         phone.disconnection(true);
         pass(200ms);
         return answered ? seen() : missing(QStringLiteral("no answer"));
@@ -293,14 +293,14 @@ private:
     {
         counting_client_t client(QStringLiteral("trial-big"), access());
         client.dial(port());
-        waitFor([&] { return client.getConnected(); });
+        until([&] { return client.getConnected(); });
         client.subscribe(nullptr, topic(), 2);
-        waitFor([&] { return client.listens; });
+        until([&] { return client.listens; });
         QString largest = QStringLiteral("none");
         for (const int kib : {64, 256, 1024, 4096, 16384}) {
             const QString payload(kib * 1024, u'x');
             client.publish(nullptr, topic(), payload, 2, false);
-            if (!waitFor([&] { return client.heard.value(payload) == 1; }, 10s)) {
+            if (!until([&] { return client.heard.value(payload) == 1; }, 10s)) {
                 client.disconnect_sync();
                 return {kib > 1024, QStringLiteral("up to %1, not %2 KiB").arg(largest).arg(kib)};
             }
@@ -342,11 +342,11 @@ private:
             server->connect();
             trial_panel_t phone(plain, QStringLiteral("phone"));
             phone.connect();
-            const bool follows = waitFor([&] { return phone.follows(serverId); }, 15s);
+            const bool follows = until([&] { return phone.follows(serverId); }, 15s);
             pass(500ms);
             ++number; // the answer to the one before is retained
             phone.ask(number);
-            const bool answered = follows && waitFor([&] { return phone.copies(number) > 0; }, 10s);
+            const bool answered = follows && until([&] { return phone.copies(number) > 0; }, 10s);
             phone.disconnection(true);
             server->disconnection(true);
             pass(300ms);
@@ -366,7 +366,7 @@ private:
         clock.start();
         server = std::make_unique<trial_server_t>(plain);
         server->connect();
-        waitFor([this] { return server->getConnected(); });
+        until([this] { return server->getConnected(); });
         std::vector<std::unique_ptr<trial_panel_t>> all;
         for (int i = 0; i < panels; ++i) {
             all.push_back(std::make_unique<trial_panel_t>(plain, QStringLiteral("many-%1").arg(i)));
@@ -376,13 +376,13 @@ private:
             return static_cast<int>(std::count_if(all.begin(), all.end(), condition));
         };
         const auto follow = [&] { return count([this](const auto& one) { return one->follows(serverId); }); };
-        waitFor([&] { return follow() == panels; }, 60s);
+        until([&] { return follow() == panels; }, 60s);
         const QString first = secondsOf(clock);
         pass(1s);
         clock.start();
         server->say(QStringLiteral("all"), {{QStringLiteral("number"), -1}}, false);
         const auto informed = [&] { return count([](const auto& one) { return one->copies(-1) == 1; }); };
-        waitFor([&] { return informed() == panels; }, 20s);
+        until([&] { return informed() == panels; }, 20s);
         const QString words = QStringLiteral("of %1, %2 follow after %3, %4 have a status after %5")
                                   .arg(panels)
                                   .arg(follow())

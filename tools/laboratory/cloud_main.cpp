@@ -196,7 +196,7 @@ public:
         QTimer again;
         QObject::connect(&again, &QTimer::timeout, &again, [this] { phone.ask(++number); });
         again.start(1000);
-        return waitFor(
+        return until(
             [&] {
                 for (int one = before + 1; one <= number; ++one) {
                     if (phone.copies(one) > 0) {
@@ -254,7 +254,7 @@ public:
         }
         cpu = processorSeconds();
         clock.start();
-        waitFor([] { return false; }, 20s);
+        until([] { return false; }, 20s);
         say(QStringLiteral("at rest: %1 % of a processor for all houses together")
                 .arg((processorSeconds() - cpu) * 100000 / clock.elapsed(), 0, 'f', 1));
 
@@ -269,7 +269,7 @@ public:
         for (std::size_t i = 0; i < phones.size(); ++i) {
             phones[i]->trespass(nameOf((static_cast<int>(i) / 2 + 1) % count));
         }
-        waitFor([] { return false; }, 5s);
+        until([] { return false; }, 5s);
         say(QStringLiteral("each phone subscribes the next house and speaks there: %1 of %2 subscriptions refused, %3 "
                            "packets heard of another house")
                 .arg(sum([](const light_client_t& one) { return one.refusals; }))
@@ -331,7 +331,7 @@ private:
     }
     bool report(const char* what, std::chrono::milliseconds longest)
     {
-        const bool all = waitFor([this] { return answered() == static_cast<int>(phones.size()); }, longest);
+        const bool all = until([this] { return answered() == static_cast<int>(phones.size()); }, longest);
         say(QStringLiteral("%1: %2 of %3, after %4 s")
                 .arg(QLatin1String(what))
                 .arg(answered())

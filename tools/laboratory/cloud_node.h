@@ -2,12 +2,17 @@
 // A node of ejabberd in a cluster on loopback, as a process.
 #pragma once
 
-#include "laboratory/broker.h"
-#include "laboratory/waiting.h"
+#include <flotrofobul/testkit/broker.h>
+#include <flotrofobul/testkit/waiting.h>
 
 #include <QtCore/QDir>
 
 #include <cstdio>
+
+using comunication::testkit::broker_t;
+using comunication::testkit::child_t;
+using comunication::testkit::freePort;
+using comunication::testkit::until;
 
 /// A node of the cluster, with a disk of its own.
 class cloud_node_t {
@@ -62,7 +67,7 @@ modules:
                         QStringLiteral("\"%1/spool\"").arg(home), QStringLiteral("-s"), QStringLiteral("ejabberd"),
                         QStringLiteral("-eval"), eval + QStringLiteral(" io:format(\"done~n\").")});
         QByteArray words;
-        const bool done = waitFor(
+        const bool done = until(
             [&] {
                 words += process->readAll();
                 return words.contains("\ndone") || words.startsWith("done");

@@ -4,6 +4,8 @@
 
 #include "house_plan/bridge_lines.h"
 
+#include <flotrofobul/testkit/waiting.h>
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
 
@@ -166,17 +168,7 @@ bool laboratory_t::leave()
 
 bool laboratory_t::until(const std::function<bool()>& condition, milliseconds bound)
 {
-    const QDeadlineTimer deadline(bound);
-    QTimer tick; // also for what only time changes
-    tick.start(50);
-    while (!condition()) {
-        if (deadline.hasExpired()) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-    return true;
+    return comunication::testkit::until(condition, bound);
 }
 
 bool laboratory_t::untilAgreed(milliseconds bound)

@@ -3,10 +3,11 @@
 // them. Knows what each node says of itself and what is published; judges nothing but whether the house agrees.
 #pragma once
 
-#include "laboratory/broker.h"
 #include "laboratory/ear.h"
 #include "laboratory/node.h"
-#include "laboratory/proxy.h"
+
+#include <flotrofobul/testkit/broker.h>
+#include <flotrofobul/testkit/proxy.h>
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QHash>
@@ -19,6 +20,12 @@
 #include <set>
 #include <utility>
 #include <vector>
+
+using comunication::testkit::broker_t;
+using comunication::testkit::cut_t;
+using comunication::testkit::memory_file_t;
+using comunication::testkit::proxy_t;
+using comunication::testkit::way_t;
 
 /// What house is built.
 struct house_t {

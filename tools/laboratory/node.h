@@ -2,12 +2,15 @@
 // A server or a panel as a process of its own: what it says of itself, and what can be done to it.
 #pragma once
 
-#include "laboratory/child.h"
+#include <flotrofobul/testkit/child.h>
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QStringList>
 
 #include <memory>
+
+using comunication::testkit::child_t;
+using comunication::testkit::memory_file_t;
 
 /// Runs "program arguments", again after an end. Its lines that are JSON objects are its events; those named "state"
 /// say whom it follows. Lives on the main thread.

@@ -3,7 +3,7 @@
 // are cut as it happens in a house. Knows nothing of MQTT.
 #pragma once
 
-#include "laboratory/broker.h"
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QPointer>
 #include <QtCore/QRandomGenerator>
@@ -20,6 +20,9 @@
 #include <memory>
 #include <utility>
 #include <vector>
+
+namespace comunication {
+namespace testkit {
 
 /// orderly: FIN to both sides. reset: RST to both. unnoticed: RST to the client, while the broker waits on.
 enum class cut_t { orderly, reset, unnoticed };
@@ -47,7 +50,7 @@ struct way_t {
     }
 };
 
-/// One way of one connection: what has been read and is not due yet.
+/// For proxy_t. One way of one connection: what has been read and is not due yet.
 class pipe_t : public QObject {
 public:
     pipe_t(QTcpSocket* givenFrom, QTcpSocket* givenTo, const way_t& givenWay, QRandomGenerator& givenRandom,
@@ -161,7 +164,8 @@ private:
     QTimer next;
 };
 
-/// A client's connection and the one to the broker that belongs to it; deletes itself when both have ended.
+/// For proxy_t. A client's connection and the one to the broker that belongs to it; deletes itself when both have
+/// ended.
 class passage_t : public QObject {
 public:
     passage_t(QTcpSocket* givenClient, quint16 broker, const way_t& toBroker, const way_t& toClient,
@@ -238,9 +242,11 @@ private:
     std::vector<std::unique_ptr<pipe_t>> pipes;
 };
 
-/// Everything behind one port. Without further orders it hands everything on at once.
+/// Everything behind one port of 127.0.0.1, which port() names. Without further orders it hands everything on at once.
+/// Lives on the thread of an event loop, and needs it.
 class proxy_t : public QObject {
 public:
+    /// broker: a port of this machine. seed: of the delays that are at random.
     explicit proxy_t(quint16 broker, quint32 seed = 0) : ownPort(freePort()), random(seed), server(this)
     {
         connect(&server, &QTcpServer::newConnection, this, [this, broker] {
@@ -253,6 +259,7 @@ public:
 
     quint16 port() const { return ownPort; }
 
+    /// How bytes go from now on, over connections that are there and those to come.
     void set(const way_t& newToBroker, const way_t& newToClient)
     {
         toBroker = newToBroker;
@@ -272,11 +279,20 @@ public:
         }
     }
 
+    /// As a cable that is pulled and told of: every connection ends, and none is made until heal().
+    void pull()
+    {
+        refuse(true);
+        cut(cut_t::reset);
+    }
+
+    /// Ends every connection; new ones are welcome.
     void cut(cut_t how)
     {
         each([how](passage_t* passage) { passage->cut(how); });
     }
 
+    /// As at first. What has been cut unnoticed stays so, see sweep().
     void heal()
     {
         set({}, {});
@@ -307,3 +323,6 @@ private:
     QTcpServer server;
     std::vector<QPointer<passage_t>> passages;
 };
+
+} // namespace testkit
+} // namespace comunication

@@ -2,7 +2,7 @@
 // A real mosquitto: on a free loopback port, with a configuration of its own.
 #pragma once
 
-#include "laboratory/child.h"
+#include <flotrofobul/testkit/child.h>
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QRandomGenerator>
@@ -10,6 +10,9 @@
 #include <QtNetwork/QTcpSocket>
 
 #include <memory>
+
+namespace comunication {
+namespace testkit {
 
 /// A port of 127.0.0.1 that nobody listens on at this moment. Not one that the system gives out: somebody's outgoing
 /// connection could take it before the broker does, even the attempt to reach the broker itself, which then meets
@@ -30,7 +33,7 @@ public:
     explicit broker_t(const QString& settings = QString()) : listenPort(freePort()) { configure(settings); }
     ~broker_t() { kill(SIGKILL); }
 
-    /// Further lines of its configuration for the next start, @port in them is its port. Without a "listener"
+    /// Further lines of its configuration for the next start, "@port" in them is its port. Without a "listener"
     /// line among them it listens on 127.0.0.1 and lets everybody in.
     void configure(QString settings)
     {
@@ -88,3 +91,6 @@ private:
     memory_file_t words;
     std::unique_ptr<child_t> process;
 };
+
+} // namespace testkit
+} // namespace comunication

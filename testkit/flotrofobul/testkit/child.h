@@ -10,6 +10,9 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+namespace comunication {
+namespace testkit {
+
 /// A process that is killed when its parent ends, also while it is stopped. Start it on the main thread: it ends with
 /// the thread that has started it.
 class child_t : public QProcess {
@@ -78,3 +81,6 @@ public:
 private:
     const int descriptor;
 };
+
+} // namespace testkit
+} // namespace comunication
