@@ -13,6 +13,7 @@
 #include <QtCore/QScopeGuard>
 
 #include <algorithm>
+#include <utility>
 
 namespace comunication {
 
@@ -51,13 +52,14 @@ try {
         return;
     }
     bool ok = false;
-    const topic_t parsed(topic, &ok);
+    topic_t parsed(topic, &ok);
     if (!ok) {
         // The parser has logged the same text; this second line says that the message is dropped.
         FLOTROFOBUL_LOG(error, "Unknown topic not processing messsage: "_l1 + topic);
         return;
     }
-    if (parsed.getSender() == system->getClientid()) {
+    const QString sender = parsed.getSender();
+    if (sender == system->getClientid()) {
         FLOTROFOBUL_LOG(detail, "Myself Message topic "_l1 + parsed.getOriginal());
         return;
     }
@@ -67,10 +69,10 @@ try {
     const QJsonDocument document = documentFromForeignJson(payload.toUtf8(), &outcome);
     const QPointer<protobase_t> alive(this);
     const auto traced = qScopeGuard([&] { tracePayload("received"_l1, topic, payload); }); // also where the role throws
-    onMessage(mid, parsed, document.object().value(dataKey), qos, retain);
+    onMessage(mid, std::move(parsed), document.object().value(dataKey), qos, retain);
     // Nothing at all is how a retained message is taken back.
     if (alive && outcome.error != QJsonParseError::NoError && !payload.isEmpty()) {
-        advice->payloadNoJson(parsed.getSender(), topic, payload, outcome);
+        advice->payloadNoJson(sender, topic, payload, outcome);
     }
 } catch (...) {
     FLOTROFOBUL_LOG(caught, exceptionText());

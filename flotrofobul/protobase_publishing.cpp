@@ -45,7 +45,8 @@ void putInPlace(QString& topic, const QString& placeholder, const QString& word)
 
 QString payloadText(bool encoding, const QByteArray& bytes, QByteArray::Base64Options options)
 {
-    return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes);
+    // With the size: without it Qt looks for a zero byte first, one character at a time.
+    return encoding ? QString::fromLatin1(bytes.toBase64(options)) : QString::fromUtf8(bytes.constData(), bytes.size());
 }
 
 using placeholders_t = QMap<QString, QList<QString>>;

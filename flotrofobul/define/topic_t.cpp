@@ -210,10 +210,10 @@ topic_t::verdict_t topic_t::parseByHand()
             return verdict_t::unknown;
         }
     }
-    QStringView bridge;
+    QString bridge;
     for (const QString* const name : {&REMOTE_PREFIX, &FORWARD_PREFIX, &CLOUD_PREFIX_1, &CLOUD_PREFIX_2}) {
         if (rest.startsWith(*name)) {
-            bridge = rest.left(name->size());
+            bridge = *name;
             rest = rest.mid(name->size());
             break;
         }
@@ -237,7 +237,7 @@ topic_t::verdict_t topic_t::parseByHand()
             return verdict_t::differs;
         }
     }
-    origin = bridge.toString();
+    origin = bridge;
     local = LOCAL_PREFIX;
     plain = ofPlain.toString();
     sender = ofSender.toString();

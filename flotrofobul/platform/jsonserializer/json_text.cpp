@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <deque>
+#include <forward_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -116,13 +116,21 @@ private:
     {
         const int begin = position;
         do {
-            position = text.indexOf('"', position + 1);
-        } while (position > 0 && isEscaped(position));
-        position = position < 0 ? text.size() : position + 1;
+            position = nextQuote(position + 1);
+        } while (position < text.size() && isEscaped(position));
+        position = std::min(position + 1, text.size());
         if (!levels.empty() && levels.back().keyComes) {
             levels.back().keyComes = false;
             members.push_back({begin, position, keyOf(begin, position)});
         }
+    }
+
+    // The size of the text where there is none.
+    int nextQuote(int from) const
+    {
+        const char* const start = text.constData();
+        const void* const quote = std::memchr(start + from, '"', std::size_t(text.size() - from));
+        return quote != nullptr ? static_cast<int>(static_cast<const char*>(quote) - start) : text.size();
     }
 
     bool isEscaped(int quote) const
@@ -143,8 +151,8 @@ private:
         }
         const QString key = QJsonDocument::fromJson('[' + text.mid(begin, end - begin) + ']').array().at(0).toString();
         // Halves of surrogate pairs have no form of their own in UTF-8, where all would be the same.
-        decodedKeys.push_back(key.isValidUtf16() ? key.toStdString() : '\xff' + unitsOf(key).toStdString());
-        return decodedKeys.back();
+        decodedKeys.push_front(key.isValidUtf16() ? key.toStdString() : '\xff' + unitsOf(key).toStdString());
+        return decodedKeys.front();
     }
 
     // Parses and empties a slice of the repeats, so that many do not take much memory at once.
@@ -231,7 +239,7 @@ private:
     std::vector<level_t> levels;
     std::vector<member_t> members; // of all objects that are open, the innermost last
     std::vector<std::size_t> repeats;
-    std::deque<std::string> decodedKeys;
+    std::forward_list<std::string> decodedKeys; // allocates nothing while it is empty
 };
 
 // As Qt 5 writes a number that Qt 6 has written.
