@@ -118,7 +118,7 @@ private:
         do {
             position = nextQuote(position + 1);
         } while (position < text.size() && isEscaped(position));
-        position = std::min(position + 1, text.size());
+        position = std::min<int>(position + 1, text.size());
         if (!levels.empty() && levels.back().keyComes) {
             levels.back().keyComes = false;
             members.push_back({begin, position, keyOf(begin, position)});
@@ -129,8 +129,9 @@ private:
     int nextQuote(int from) const
     {
         const char* const start = text.constData();
-        const void* const quote = std::memchr(start + from, '"', std::size_t(text.size() - from));
-        return quote != nullptr ? static_cast<int>(static_cast<const char*>(quote) - start) : text.size();
+        const int size = text.size();
+        const void* const quote = std::memchr(start + from, '"', std::size_t(size - from));
+        return quote != nullptr ? static_cast<int>(static_cast<const char*>(quote) - start) : size;
     }
 
     bool isEscaped(int quote) const
