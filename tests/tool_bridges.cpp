@@ -184,6 +184,8 @@ hyphen                  | "boxes": [{"server": "a-b", "host": "a"}] | boxes[0].s
 blank                   | "boxes": [{"server": "a b", "host": "a"}] | boxes[0].server may have letters, digits and underscores only
 host                    | "boxes": [{"server": 1}]              | boxes[0].host is missing
 colon                   | "boxes": [{"server": 1, "host": "a:1883"}] | boxes[0].host has a colon
+brackets                | "boxes": [{"server": 1, "host": "[::1]"}] | boxes[0].host has a colon
+IPv6 and port           | "boxes": [{"server": 1, "host": "::1", "port": 0}] | boxes[0].port has to be from 1 to 65535
 line                    | "boxes": [{"server": 1, "host": "a\nb"}] | boxes[0].host has a blank or a control character
 port                    | "boxes": [{"server": 1, "host": "a", "port": 0}] | boxes[0].port has to be from 1 to 65535
 same server             | "boxes": [{"server": 1, "host": "a"}, {"server": "1", "host": "b"}] | boxes[1].server is "1" like that of boxes[0]

@@ -29,6 +29,8 @@ class tool_recording : public QObject {
     broker_t closed{certificates.listener("good"_s).replace("anonymous true"_l1, "anonymous false"_l1) +
                     "password_file "_l1 + certificates.file("users"_s)};
 
+    broker_t both{"listener @port 127.0.0.1\nlistener @port ::1\nallow_anonymous true"_s};
+
     static QString at(const broker_t& broker) { return "127.0.0.1:%1"_s.arg(broker.port()); }
     QString path(const QString& name) const { return directory.filePath(name); }
     static QStringList linesOf(const QString& path)
@@ -262,6 +264,35 @@ plain     | 1 | watch --time 9 --username bridge --password-file good           
         run_t run(arguments);
         QVERIFY(run.says(cells[3].replace("@half"_l1, certificates.file("half"_s))));
         QCOMPARE(run.code(), cells[1].toInt());
+    }
+
+    // Addresses of IPv6, @ for the port: exit code and words; those of a name are written back as --host takes them.
+    void addresses_data()
+    {
+        addRows(R"(
+brackets and port | 0 | --host [::1]:@                | Listening at [::1]:@.
+brackets          | 0 | --host [::1] --port @         | Listening at [::1]:@.
+address           | 0 | --host ::1 --port @           | Listening at [::1]:@.
+other spelling    | 0 | --host [0:0:0:0:0:0:0:1]:@    | Listening at [0:0:0:0:0:0:0:1]:@.
+no port           | 2 | --host [::1]:                 | what follows the colon is no port
+no number         | 2 | --host [::1]:x                | what follows the colon is no port
+two ports         | 2 | --host [::1]:@ --port @       | A port both in --host [::1]:@ and in --port
+not closed        | 1 | --host [::1:@                 | does not resolve
+more than a port  | 1 | --host [::1]1:@               | does not resolve
+)");
+    }
+    void addresses()
+    {
+        QFETCH(QStringList, cells);
+        QTcpServer probe;
+        if (!probe.listen(QHostAddress::LocalHostIPv6)) {
+            QSKIP("there is no IPv6 here");
+        }
+        QVERIFY(both.isRunning() || both.start());
+        const QString port = QString::number(both.port());
+        run_t watch("watch --json --time 0.1 %1"_s.arg(cells[2].replace(u'@', port)).split(u' '));
+        QVERIFY(watch.says(cells[3].replace(u'@', port)));
+        QCOMPARE(watch.code(), cells[1].toInt());
     }
 
     // A broker passes on at once what has a lower quality of service.
