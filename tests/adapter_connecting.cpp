@@ -274,6 +274,16 @@ no broker         | accepts | async       | 14 0
             QCOMPARE(was, wanted);
         }
         QVERIFY(!client.hasWill());
+        // Taken, with a warning where a session is kept.
+        for (const bool clean : {true, false}) {
+            for (const int length : {499, 500}) {
+                client_t named(clean);
+                named.setClientId(QString(length, u'x'));
+                named.dial(freePort());
+                QCOMPARE(log.count("The client id is longer than 499 bytes"_s), int(!clean && length == 500));
+            }
+        }
+        log.take();
         client.setClientId({});
         QCOMPARE(said(client.connect_async("a"_s, 1883, 60)), "3 client id: it is empty"_s);
     }
