@@ -207,6 +207,17 @@ private Q_SLOTS:
         QVERIFY(!bridgeError.isEmpty()); // the bridge joins the master
     }
 
+    // A default master is of the first rank where its configuration names none.
+    void companionOfDefaultMaster()
+    {
+        const comunication::house::keeper_t keeper(*server);
+        QSignalSpy connected(server.get(), &protoserver_t::onConnection);
+        server->connect();
+        QVERIFY(connected.wait());
+        server->on_message(1, "$SYS/broker/connection/a-b-srv-2/state"_s, "1"_s, 1, 0, true);
+        QTRY_VERIFY(published("connection/house {\"d\":{\"asks\":true,\"master\":\"srv\",\"rank\":1,"_s) > 0);
+    }
+
     // What a companion takes note of, says and hands on. Of too many servers it keeps no records.
     void companion_data()
     {
@@ -272,6 +283,7 @@ private Q_SLOTS:
         // Requests to this server are counted, and both sides told where a second master turns up.
         happened.clear();
         presents(2, ",'os':'x'");
+        QCOMPARE(log->count("Add/Update server presentation"_s), 1); // the engine hears of it, too
         for (int i = 0; i < others; ++i) {
             presents(3 + i, ",'os':'y'");
         }

@@ -253,8 +253,11 @@ shifted name            | "bridges": [{"from": 1, "to": 2, "remote_clientid": "a
         QCOMPARE(refused.code(), 1);
         QVERIFY(refused.text().contains(ours + " is there and was not written by this command; nothing is written"_l1));
         QVERIFY(!QFile::exists(house.folder(1) + "/box-2.conf"_l1));
+        QCOMPARE(text.count("# What the nodes of this box say, for that box."_l1), 1);
         for (const QString& more : {"--force"_s, "--json"_s}) { // the second time it is our own
-            QCOMPARE(run_t(arguments + QStringList(more)).code(), 0);
+            run_t again(arguments + QStringList(more));
+            QCOMPARE(again.code(), 0);
+            QCOMPARE(again.text().contains("\"ok\": true"_l1), more == "--json"_l1);
             QCOMPARE(readFile(ours), text);
             QCOMPARE(QFile(ours).permissions(), mine);
         }
