@@ -207,15 +207,28 @@ private Q_SLOTS:
         QVERIFY(!bridgeError.isEmpty()); // the bridge joins the master
     }
 
-    // A default master is of the first rank where its configuration names none.
+    // A default master is of the first rank where its configuration names none. A slot may delete the companion between
+    // two things that it tells.
     void companionOfDefaultMaster()
     {
-        const comunication::house::keeper_t keeper(*server);
+        const QPointer<comunication::house::keeper_t> keeper = new comunication::house::keeper_t(*server);
+        QStringList happened;
+        auto* const recorder = new signal_recorder_t([&](const QString& line) { happened << line; }, keeper);
+        recorder->setParent(keeper);
         QSignalSpy connected(server.get(), &protoserver_t::onConnection);
         server->connect();
         QVERIFY(connected.wait());
         server->on_message(1, "$SYS/broker/connection/a-b-srv-2/state"_s, "1"_s, 1, 0, true);
         QTRY_VERIFY(published("connection/house {\"d\":{\"asks\":true,\"master\":\"srv\",\"rank\":1,"_s) > 0);
+        happened.clear();
+        recorder->fuse = 1;
+        server->on_message(1, "remote-bridge/local/1234/aaa/all_servers/connection/house"_s,
+                           textOf(parse("{'d':{'rank':1,'master':'aaa'}}")), 1, 0, false);
+        QTRY_VERIFY(!keeper);
+        QTest::qWait(0);
+        QCOMPARE(happened.size(), 1);
+        QVERIFY2(happened[0].startsWith("emit twoMasters aaa"_l1), qPrintable(happened[0]));
+        QCOMPARE(server->system->getMasterId(), "aaa"_s);
     }
 
     // What a companion takes note of, says and hands on. Of too many servers it keeps no records.

@@ -226,6 +226,11 @@ tarnel-server-2  server  there  1 d  tarnel-server-1 (gone)          1 d        
 panel-1          client  there  1 d  tarnel-server-1 (gone)          1 d        3  0.0  forward-bridge encoded
 phone            client  there  1 d  tarnel-server-2 (not master)    1 d        1  0.0  cloud-bridge
 panel-0          client  gone   1 d  -                               1 d        2  0.0  forward-bridge)"_s);
+        seconds += 65;
+        node("forward", "tarnel-server-1", R"("type":"server","connected":true,"masterid":"")");
+        seconds += 5;
+        const QString back = "tarnel-server-1 server there 5 s - 5 s 3 0.2 forward-bridge remote-bridge"_s;
+        QVERIFY2(shown().simplified().contains(back), qPrintable(shown()));
     }
 
     // On a small terminal nothing scrolls, and in the end it looks as before, with the table below. Colour for alarms
