@@ -37,7 +37,7 @@ public:
     void configurationRemarks(const QStringList& remarks);
     /// Says so when the topic grammar recognises no topic of the installation.
     void installationId(const QString& id);
-    /// hostname: that of this machine, empty if the host has given the id at once. Says so when the id is made of it and
+    /// hostname: that of this machine, empty if the engine was built with an id. Says so when the id is made of it and
     /// other machines have it, too.
     void clientId(const QString& id, const QString& hostname);
 
