@@ -117,7 +117,8 @@ void advice_t::installationId(const QString& id)
 
 void advice_t::clientId(const QString& id, const QString& hostname)
 {
-    if (hostname.section(u'.', 0, 0) == "localhost"_l1) { // all that an Android device tells
+    // All that an Android device tells. The host may have given an id since.
+    if (hostname.section(u'.', 0, 0) == "localhost"_l1 && id.endsWith(u'@' + QString(hostname).remove(u'.'))) {
         say(error, "The client id "_l1 + id +
                        " is that of every machine with the name localhost, and at one broker they keep throwing each "
                        "other out: give each node a client id of its own"_l1);

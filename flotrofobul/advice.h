@@ -37,7 +37,8 @@ public:
     void configurationRemarks(const QStringList& remarks);
     /// Says so when the topic grammar recognises no topic of the installation.
     void installationId(const QString& id);
-    /// hostname: what the id was made of, empty if the host has given the id. Says so when other machines have it, too.
+    /// hostname: that of this machine, empty if the engine was built with an id. Says so when the id is made of it and
+    /// other machines have it, too.
     void clientId(const QString& id, const QString& hostname);
 
     // Link

@@ -99,6 +99,7 @@ try {
         system->setClientId(_clientid);
         FLOTROFOBUL_LOG(info, "Set mosquitto client id: "_l1 + _clientid);
     }
+    advice->clientId(system->getClientid(), system->getHostname());
     if (!system->checkNetwork()) {
         FLOTROFOBUL_LOG(warning, QStringLiteral("Network is down"));
     }

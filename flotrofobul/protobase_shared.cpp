@@ -65,7 +65,6 @@ advice_t& shared_t::advice(const protobase_t& engine)
 void shared_t::adviseOnStart(protobase_t& engine)
 {
     engine.advice->installationId(installationId(engine));
-    engine.advice->clientId(engine.system->getClientid(), engine.system->getHostname());
     engine.advice->release();
 }
 

@@ -7,12 +7,44 @@
 #include "support/client.h"
 #include "support/peer.h"
 
+#include <dlfcn.h>
+#include <netdb.h>
 #include <sys/socket.h>
 
+#include <cstring>
 #include <list>
 
 using comunication::mosquittopp::lookup_t;
 using comunication::testkit::broker_t;
+
+// In place of the C library's: two.test has two addresses on loopback.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service,
+                                                                  const addrinfo* hints, addrinfo** found)
+{
+    static const auto ask = reinterpret_cast<decltype(&::getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (name == nullptr || std::strcmp(name, "two.test") != 0) {
+        return ask(name, service, hints, found);
+    }
+    const int rc = ask("127.0.0.2", service, hints, found);
+    return rc != 0 ? rc : ask("127.0.0.1", service, hints, &(*found)->ai_next);
+}
+
+/// Its queue is full, so that it answers no more.
+class hole_t : public QTcpServer {
+public:
+    explicit hole_t(const QHostAddress& address, quint16 port = 0)
+    {
+        listen(address, port);
+        pauseAccepting();
+        ::listen(static_cast<int>(socketDescriptor()), 0);
+        for (QTcpSocket& filler : fillers) {
+            filler.connectToHost(address, serverPort());
+        }
+    }
+
+private:
+    QTcpSocket fillers[3];
+};
 
 // Lives longer than OpenSSL, which ends with exit().
 struct last_client_t : client_t {
@@ -76,14 +108,7 @@ authority directory | good               | localhost | .                | 1 8 | 
         QVERIFY(side == "nobody"_s || broker.start());
         peer_t peer(cells[1].endsWith("slowly"_s) ? broker.port() : 0);
         peer.rules << cells[1];
-        QTcpServer hole; // its queue is full, so that it answers no more
-        hole.listen(QHostAddress::LocalHost);
-        hole.pauseAccepting();
-        QCOMPARE(::listen(static_cast<int>(hole.socketDescriptor()), 0), 0);
-        QTcpSocket fillers[3];
-        for (QTcpSocket& filler : fillers) {
-            filler.connectToHost(QHostAddress::LocalHost, hole.serverPort());
-        }
+        const hole_t hole(QHostAddress::LocalHost);
         const bool isPeer = side == side.toUpper() || side != cells[1];
         const quint16 port = isPeer ? peer.port() : side == "hole"_s ? hole.serverPort() : broker.port();
 
@@ -126,6 +151,44 @@ authority directory | good               | localhost | .                | 1 8 | 
             QCOMPARE(client.disconnect_sync(), 4);
             QTRY_COMPARE(client.connects + client.losses, code == 0 ? QList<int>({0, 0}) : QList<int>{code});
         }
+    }
+
+    // name | at the first address of the broker's name | how it connects | codes of onDisconnect, that of the end last
+    void otherAddress_data()
+    {
+        addRows(R"(
+silence           | hole    | async       | 0
+waiting           | hole    | sync        | 0
+same session      | hole    | async twice | 0 0
+no broker         | accepts | async       | 14 0
+)");
+    }
+    // An address that does not answer costs the next one a moment, and one that only accepts one attempt.
+    void otherAddress()
+    {
+        QFETCH(QStringList, cells);
+        broker_t broker;
+        QVERIFY(broker.start());
+        const QHostAddress first("127.0.0.2"_s);
+        const std::unique_ptr<QTcpServer> other(cells[1] == "hole"_l1 ? new hole_t(first, broker.port())
+                                                                      : new QTcpServer);
+        QVERIFY(other->isListening() || other->listen(first, broker.port()));
+        const bool twice = cells[2].endsWith("twice"_l1);
+        client_t client(!twice);
+        client.setConnectTimeout(cells[1] == "hole"_l1 ? 2 : 1);
+        for (int i = 0; i <= int(twice); ++i) {
+            const auto connectTo = cells[2] == "sync"_l1 ? &client_t::connect_sync : &client_t::connect_async;
+            QCOMPARE((client.*connectTo)("two.test"_s, broker.port(), 60), 0);
+            QTRY_VERIFY(client.getConnected());
+            QCOMPARE(client.disconnect_sync(), 0);
+            QTRY_COMPARE(client.losses.count(0), i + 1);
+        }
+        QList<int> losses;
+        for (const QString& code : cells[3].split(u' ')) {
+            losses << code.toInt();
+        }
+        QCOMPARE(client.losses, losses);
+        QCOMPARE(client.connects.size(), int(twice) + 1);
     }
 
     // More than there may be threads for.
@@ -212,6 +275,16 @@ authority directory | good               | localhost | .                | 1 8 | 
             QCOMPARE(was, wanted);
         }
         QVERIFY(!client.hasWill());
+        // Taken, with a warning where a session is kept.
+        for (const bool clean : {true, false}) {
+            for (const int length : {499, 500}) {
+                client_t named(clean);
+                named.setClientId(QString(length, u'x'));
+                named.dial(freePort());
+                QCOMPARE(log.count("The client id is longer than 499 bytes"_s), int(!clean && length == 500));
+            }
+        }
+        log.take();
         client.setClientId({});
         QCOMPARE(said(client.connect_async("a"_s, 1883, 60)), "3 client id: it is empty"_s);
     }

@@ -185,9 +185,17 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
         QTRY_COMPARE(observer.messages.filter("second"_s).size(), 20);
     }
 
+    void packetIdAgain_data()
+    {
+        QTest::addColumn<int>("idLength");
+        for (const int length : {5, 499}) {
+            QTest::addRow("id of %d bytes", length) << length;
+        }
+    }
     // A message that was cut off must not come in place of the next one with its packet id.
     void packetIdAgain()
     {
+        QFETCH(const int, idLength);
         peer_t peer;
         peer.rules << "CONNECT 200200003406000161000141"_s
                    << "PUBREC ."_s << repeated("CONNECT 200201003c06000161000141 *2"_s);
@@ -195,6 +203,7 @@ nobody's SUBACK     | 1 x       | PUBLISH 900312340040020001  |       | CONNECT 
             peer.rules << "PUBREC 62020001"_s << QString("PUBCOMP "_l1 + next);
         }
         client_t client(false);
+        client.setClientId(QString(idLength, u'x'));
         connect(&client, &client_t::onDisconnect, [&] { client.dial(peer.port()); });
         QVERIFY(client.joins(peer.port()));
         QTRY_VERIFY(peer.rules.isEmpty());

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Engines on real brokers: how a link begins and ends, who is master, and what strangers send.
+#include <flotrofobul/house/keeper.h>
 #include <flotrofobul/testkit/broker.h>
 #include <flotrofobul/testkit/observer.h>
 #include <flotrofobul/testkit/waiting.h>
@@ -208,6 +209,131 @@ private Q_SLOTS:
         far.kill(SIGKILL);
         QTRY_COMPARE(bridge.value(bridge.size() - 1).value(2), "0"_s);
         QVERIFY(!bridgeError.isEmpty()); // the bridge joins the master
+    }
+
+    // A default master is of the first rank where its configuration names none. A slot may delete the companion between
+    // two things that it tells.
+    void companionOfDefaultMaster()
+    {
+        const QPointer<comunication::house::keeper_t> keeper = new comunication::house::keeper_t(*server);
+        QStringList happened;
+        auto* const recorder = new signal_recorder_t([&](const QString& line) { happened << line; }, keeper);
+        recorder->setParent(keeper);
+        QSignalSpy connected(server.get(), &protoserver_t::onConnection);
+        server->connect();
+        QVERIFY(connected.wait());
+        server->on_message(1, "$SYS/broker/connection/a-b-srv-2/state"_s, "1"_s, 1, 0, true);
+        QTRY_VERIFY(published("connection/house {\"d\":{\"asks\":true,\"master\":\"srv\",\"rank\":1,"_s) > 0);
+        happened.clear();
+        recorder->fuse = 1;
+        server->on_message(1, "remote-bridge/local/1234/aaa/all_servers/connection/house"_s,
+                           textOf(parse("{'d':{'rank':1,'master':'aaa'}}")), 1, 0, false);
+        QTRY_VERIFY(!keeper);
+        QTest::qWait(0);
+        QCOMPARE(happened.size(), 1);
+        QVERIFY2(happened[0].startsWith("emit twoMasters aaa"_l1), qPrintable(happened[0]));
+        QCOMPARE(server->system->getMasterId(), "aaa"_s);
+    }
+
+    // What a companion takes note of, says and hands on. Of too many servers it keeps no records.
+    void companion_data()
+    {
+        QTest::addColumn<int>("others");
+        QTest::addColumn<QString>("kept");
+        QTest::newRow("many servers") << 255 << "x";
+        QTest::newRow("too many servers") << 256 << "";
+    }
+    void companion()
+    {
+        QFETCH(const int, others);
+        QJsonObject own = configuration(*broker);
+        own["house"_s] = parse("{'rank':7,'start':200,'patience':200}");
+        server = std::make_unique<server_t>("1"_s, own, false, "tarnel-server-1"_s, false);
+        auto keeper = std::make_unique<comunication::house::keeper_t>(*server);
+        QStringList happened;
+        const signal_recorder_t recorder([&](const QString& line) { happened << line; }, keeper.get());
+        const auto hears = [&](const QString& way, const QByteArray& packet) {
+            const QString text = textOf(QJsonValue(parse("{'d':" + packet + '}')));
+            server->on_message(1, way, text, text.size(), 2, false);
+        };
+        const QString from = "remote-bridge/local/1234/tarnel-server-%1/"_s;
+        const auto advertises = [&](int number, const QByteArray& packet) {
+            hears(from.arg(number) + "all_servers/connection/house"_l1, packet);
+        };
+        const auto presents = [&](int number, const QByteArray& more) {
+            const QByteArray id = "tarnel-server-" + QByteArray::number(number);
+            hears(from.arg(number) + "all/connection/presentation"_l1,
+                  "{'clientid':'" + id + "','type':'server','connected':true" + more + '}');
+        };
+        const auto reports = [&](const QString& bridge) {
+            server->on_message(1, "$SYS/broker/connection/%1/state"_s.arg(bridge), "1"_s, 1, 0, true);
+        };
+        const auto said = [&](const char* marker) { // advertisements until the marker
+            QTest::qWait(1);                        // what is to be said at once is said in the next turn
+            server->protoserver_t::protobase_t::publish(QLatin1String(marker), QJsonObject(), qos_t(0), false);
+            [[maybe_unused]] const bool came = QTest::qWaitFor([&] { return published(QLatin1String(marker)) == 1; });
+            return observer->messages.filter("all_servers/connection/house"_s);
+        };
+        QSignalSpy connected(server.get(), &protoserver_t::onConnection);
+        QCOMPARE(server->connect(), 0);
+        QVERIFY(connected.wait());
+        server->init_subscription(subscribe_t(1));
+
+        // Where nothing is heard of another server, nothing is said. A rank that no server has is no advertisement, and
+        // no bridge of this server is one that others have.
+        for (const char* const packet :
+             {"{'rank':0,'master':'tarnel-server-2'}", "{'rank':256,'master':'tarnel-server-2'}"}) {
+            advertises(2, packet);
+        }
+        QTRY_COMPARE(happened.value(0).left(34), "emit masterChanged tarnel-server-1"_s);
+        QVERIFY(server->isMaster() && keeper->isMaster());
+        for (const char* const bridge : {"a-b-2-3", "a-b-1", "1-1-2-3"}) {
+            reports(QLatin1String(bridge));
+        }
+        QCOMPARE(said("local/1234/a/b/c"), QStringList());
+        reports("a-b-2-1"_s); // of a server that has not been heard: it may be there
+        const QRegularExpression first(
+            R"(^forward-bridge/local/1234/tarnel-server-1/all_servers/connection/house )"
+            R"(\{"d":\{"asks":true,"master":"tarnel-server-1","rank":7,"requests":0,"since":\d\}\} 0 0$)"_s);
+        QTRY_COMPARE(observer->messages.filter(first).size(), 1);
+
+        // Requests to this server are counted, and both sides told where a second master turns up.
+        happened.clear();
+        presents(2, ",'os':'x'");
+        QCOMPARE(log->count("Add/Update server presentation"_s), 1); // the engine hears of it, too
+        for (int i = 0; i < others; ++i) {
+            presents(3 + i, ",'os':'y'");
+        }
+        for (const char* const to : {"tarnel-server-1/request/DB/persistent", "tarnel-server-1/request/DB/realtime",
+                                     "all/request/DB/persistent", "tarnel-server-1/status/DB/persistent"}) {
+            hears("forward-bridge/local/1234/panel/"_l1 + QLatin1String(to), "{}");
+        }
+        hears("forward-bridge/local/1234/admin/all_servers/master"_s, "{'masterid':'tarnel-server-3'}"); // of no effect
+        QVERIFY(server->isMaster());
+        advertises(2, "{'rank':5,'master':'tarnel-server-2','since':60,'requests':3}");
+        QTRY_COMPARE(happened.size(), 2);
+        QVERIFY2(
+            happened[0].contains(QRegularExpression(R"(^emit twoMasters tarnel-server-2 \{"requests":2,"since":\d\} )"
+                                                    R"(\{"requests":3,"since":60\}$)"_s)),
+            qPrintable(happened[0]));
+        QVERIFY(happened[1].startsWith("emit masterChanged tarnel-server-2"_l1) && !keeper->isMaster());
+        QCOMPARE(keeper->master(), "tarnel-server-2"_s);
+        QTRY_COMPARE(server->system->getMasterId(), "tarnel-server-2"_s);
+        const QJsonObject master = server->system->getMasterData();
+        QTEST(master["os"_s].toString(), "kept");
+        QCOMPARE(master["clientid"_s].toString() + master["masterid"_s].toString(), "tarnel-server-2tarnel-server-2"_s);
+        QCOMPARE(master["connected"_s], QJsonValue(true));
+
+        // A panel speaks to its own server; who has no companion any more is told of elections again.
+        for (const char* const to : {"tarnel-server-2", "tarnel-server-1", "own_server", "all"}) {
+            const QString topic = "remote-bridge/local/1234/p-%1/%1/connection/presentation"_s.arg(QLatin1String(to));
+            hears(topic, "{'clientid':'" + topic.section(u'/', 3, 3).toUtf8() + "','type':'client','connected':true}");
+        }
+        QCOMPARE(server->getClients().keys(), QStringList({"p-all"_s, "p-own_server"_s, "p-tarnel-server-1"_s}));
+        keeper.reset();
+        QCOMPARE(log->count("Try to unsubscribe topic: remote-bridge/local/1234/+/all_servers/connection/house"_s), 1);
+        presents(3, ",'masterid':'tarnel-server-3'");
+        QCOMPARE(server->system->getMasterId(), "tarnel-server-3"_s);
     }
 
     // What no engine would send is dropped, and the conversation goes on, over the same link.

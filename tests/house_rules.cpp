@@ -218,6 +218,15 @@ private Q_SLOTS:
             const QString words = QLatin1String(story);
             QTest::newRow(story) << beginnings.value(words[0], words[0]) + words.mid(1) << expected;
         }
+        // Of too many servers those are forgotten that have been silent for longest: "a", then "c".
+        for (const int more : {255, 256}) {
+            QString story = beginnings[u'D'] + " A,c,50,a 1"_l1;
+            for (int i = 0; i < more; ++i) {
+                story += " A,%1,200,a"_s.arg(i);
+            }
+            QTest::addRow("%d more", more)
+                << story + " 2500"_l1 << (more == 255 ? "changed |waiting "_s : "changed b|says b|master b"_s);
+        }
     }
     void rules()
     {

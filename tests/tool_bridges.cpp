@@ -187,6 +187,8 @@ hyphen                  | "boxes": [{"server": "a-b", "host": "a"}] | boxes[0].s
 blank                   | "boxes": [{"server": "a b", "host": "a"}] | boxes[0].server may have letters, digits and underscores only
 host                    | "boxes": [{"server": 1}]              | boxes[0].host is missing
 colon                   | "boxes": [{"server": 1, "host": "a:1883"}] | boxes[0].host has a colon
+brackets                | "boxes": [{"server": 1, "host": "[::1]"}] | boxes[0].host has a colon
+IPv6 and port           | "boxes": [{"server": 1, "host": "::1", "port": 0}] | boxes[0].port has to be from 1 to 65535
 line                    | "boxes": [{"server": 1, "host": "a\nb"}] | boxes[0].host has a blank or a control character
 port                    | "boxes": [{"server": 1, "host": "a", "port": 0}] | boxes[0].port has to be from 1 to 65535
 same server             | "boxes": [{"server": 1, "host": "a"}, {"server": "1", "host": "b"}] | boxes[1].server is "1" like that of boxes[0]
@@ -254,8 +256,11 @@ shifted name            | "bridges": [{"from": 1, "to": 2, "remote_clientid": "a
         QCOMPARE(refused.code(), 1);
         QVERIFY(refused.text().contains(ours + " is there and was not written by this command; nothing is written"_l1));
         QVERIFY(!QFile::exists(house.folder(1) + "/box-2.conf"_l1));
+        QCOMPARE(text.count("# What the nodes of this box say, for that box."_l1), 1);
         for (const QString& more : {"--force"_s, "--json"_s}) { // the second time it is our own
-            QCOMPARE(run_t(arguments + QStringList(more)).code(), 0);
+            run_t again(arguments + QStringList(more));
+            QCOMPARE(again.code(), 0);
+            QCOMPARE(again.text().contains("\"ok\": true"_l1), more == "--json"_l1);
             QCOMPARE(readFile(ours), text);
             QCOMPARE(QFile(ours).permissions(), mine);
         }

@@ -211,6 +211,7 @@ a type       |                           |                  | global.port="1883"
 no id        |                           |                  | global.installation_id=""  | the installation id is empty; of letters and digits
 an odd id    |                           |                  | global.installation_id="my-house" | the installation id "my-house" has other characters; no packet of the house is recognised
 no host      |                           |                  | global.host=""             | configuration: no broker is named
+a URL        |                           |                  | global.host="user@box1"    | configuration: the name of the broker is a URL; mqtt.global.host has a / or an @
 no user name |                           |                  | connect.password="wordofpass" | configuration: there is a password without a user name
 not encrypted |                          |                  | security.tls_insecure=true | configuration: the link is not encrypted, though tls_insecure is set
 rank         |                           |                  | house={"rank": "1"}        | house.rank: "1", allowed

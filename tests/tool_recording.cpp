@@ -33,6 +33,8 @@ class tool_recording : public QObject {
     broker_t closed{certificates.listener("good"_s).replace("anonymous true"_l1, "anonymous false"_l1) +
                     "password_file "_l1 + certificates.file("users"_s)};
 
+    broker_t both{"listener @port 127.0.0.1\nlistener @port ::1\nallow_anonymous true"_s};
+
     static QString at(const broker_t& broker) { return "127.0.0.1:%1"_s.arg(broker.port()); }
     QString path(const QString& name) const { return directory.filePath(name); }
     static QStringList linesOf(const QString& path)
@@ -115,6 +117,8 @@ private Q_SLOTS:
         QVERIFY(recorder->says("Recording"_s));
         addRows(R"x(
 a/b        | {"d":{"user":"u","Pwd":"x"}}             | {"d":{"Pwd":"(not shown)","user":"u"}}
+a/b        | {"d":{"clientSecret":5}}                 | {"d":{"clientSecret":"(not shown)"}}
+a/b        | [{"a":1,"id":"pwd"},{"a":1,"field":"pwd"},{"a":1,"label":"pwd"},{"a":1,"property":"pwd"},{"a":1,"option":"pwd"},{"a":1,"parameter":"pwd"},{"a":1,"setting":"pwd"},{"a":1,"other":"x"}] | [{"a":"~","id":"~"},{"a":"~","field":"~"},{"a":"~","label":"~"},{"a":"~","property":"~"},{"a":"~","option":"~"},{"a":"~","parameter":"~"},{"a":"~","setting":"~"},{"a":1,"other":"x"}]
 a/b/       | {"d":{"apiToken":5,"on":true}}           | {"d":{"apiToken":"(not shown)","on":true}}
 a/b        | [{"name":"password","value":"x"},{"name":"lamp","value":"x"}] | [{"name":"(not shown)","value":"(not shown)"},{"name":"lamp","value":"x"}]
 a/b        | {"key":"wifi_token","new":["x",{"y":1}]} | {"key":"(not shown)","new":["(not shown)",{"y":"(not shown)"}]}
@@ -140,7 +144,8 @@ a/b        | {"d":{"\u0070assword":"x"}}              | {"d":{"password":"(not s
         QCOMPARE(speaker->publishRaw(nullptr, cells[0], bytes(cells[1]), 2, false), 0);
         QTRY_COMPARE(linesOf(path("secret"_s)).size(), before + 1);
         const QJsonObject line = QJsonDocument::fromJson(linesOf(path("secret"_s)).last().toUtf8()).object();
-        QCOMPARE(line["payload"_s].toString().toUtf8(), bytes(cells[cells[2].isEmpty() ? 1 : 2]));
+        const QString recorded = cells[cells[2].isEmpty() ? 1 : 2].replace(u'~', "(not shown)"_l1);
+        QCOMPARE(line["payload"_s].toString().toUtf8(), bytes(recorded));
     }
     // What is too long is told at once, in the file, in the end and by the exit code.
     void tooLong()
@@ -268,6 +273,35 @@ plain     | 1 | watch --time 9 --username bridge --password-file good           
         QCOMPARE(run.code(), cells[1].toInt());
     }
 
+    // Addresses of IPv6, @ for the port: exit code and words; those of a name are written back as --host takes them.
+    void addresses_data()
+    {
+        addRows(R"(
+brackets and port | 0 | --host [::1]:@                | Listening at [::1]:@.
+brackets          | 0 | --host [::1] --port @         | Listening at [::1]:@.
+address           | 0 | --host ::1 --port @           | Listening at [::1]:@.
+other spelling    | 0 | --host [0:0:0:0:0:0:0:1]:@    | Listening at [0:0:0:0:0:0:0:1]:@.
+no port           | 2 | --host [::1]:                 | what follows the colon is no port
+no number         | 2 | --host [::1]:x                | what follows the colon is no port
+two ports         | 2 | --host [::1]:@ --port @       | A port both in --host [::1]:@ and in --port
+not closed        | 1 | --host [::1:@                 | does not resolve
+more than a port  | 1 | --host [::1]1:@               | does not resolve
+)");
+    }
+    void addresses()
+    {
+        QFETCH(QStringList, cells);
+        QTcpServer probe;
+        if (!probe.listen(QHostAddress::LocalHostIPv6)) {
+            QSKIP("there is no IPv6 here");
+        }
+        QVERIFY(both.isRunning() || both.start());
+        const QString port = QString::number(both.port());
+        run_t watch("watch --json --time 0.1 %1"_s.arg(cells[2].replace(u'@', port)).split(u' '));
+        QVERIFY(watch.says(cells[3].replace(u'@', port)));
+        QCOMPARE(watch.code(), cells[1].toInt());
+    }
+
     // A broker passes on at once what has a lower quality of service.
     void overtaking()
     {
@@ -305,6 +339,11 @@ plain     | 1 | watch --time 9 --username bridge --password-file good           
         const QJsonObject state = QJsonDocument::fromJson(lines.last().toUtf8()).object();
         const QJsonArray nodes = state["nodes"_s].toArray();
         QCOMPARE(nodes[nodes.size() - 1].toObject()["master"_s], QJsonValue("tarnel-server-1"_s));
+        const QString heard = nodes[nodes.size() - 1].toObject()["heard"_s].toString();
+        for (const QString& time : {heard, state["time"_s].toString()}) {
+            const QDateTime moment = QDateTime::fromString(time, Qt::ISODate);
+            QVERIFY2(qAbs(moment.secsTo(QDateTime::currentDateTime())) < 60, qPrintable(time));
+        }
 
         const QString nobody = QString::number(freePort());
         for (const char* line : {"1 watch --port @", "1 record --port @ FILE", "1 replay --port @ ONE", "2 watch x",

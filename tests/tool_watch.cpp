@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-// What the command writes to a terminal, to who reads no further, and where nothing can be written.
+// What the command writes to a terminal, to who reads no further, and where nothing can be written; and the picture of
+// a house, whole.
 #include "support/client.h"
 #include "support/command.h"
 
 #include <flotrofobul/testkit/broker.h>
+#include <watch/house_picture.h>
 
 #include <cstdlib>
 
@@ -139,6 +141,99 @@ private Q_SLOTS:
         QVERIFY(watch->waitForFinished() && watch->exitCode() == 0);
         QVERIFY(terminal.text().contains("odder"));
         QCOMPARE(obeyed(terminal.text(), form.contains("json"_l1)), QString());
+    }
+
+    // A house as it is shown at a moment, at full width and where much has to give way: times, states, whom they
+    // follow, what is wrong.
+    void picture()
+    {
+        using namespace comunication::tools;
+        qputenv("TZ", "UTC");
+        comunication::house::house_model_t house("house1"_s);
+        qint64 seconds = 1000000000; // 01:46:40
+        const auto take = [&](const QString& topic, const QByteArray& payload) {
+            house.take(std::chrono::milliseconds(seconds * 1000), topic, payload, 2, false);
+        };
+        const auto node = [&](const char* way, const char* id, const char* more) {
+            const QByteArray record = QByteArray(R"({"d":{"clientid":"@",%}})").replace('@', id).replace('%', more);
+            take("%1-bridge/local/house1/%2/all/connection/presentation"_s.arg(QLatin1String(way), QLatin1String(id)),
+                 record);
+        };
+        node("forward", "tarnel-server-1", R"("type":"server","connected":true,"masterid":"tarnel-server-1")");
+        seconds += 12000;
+        node("remote", "tarnel-server-2", R"("type":"server","connected":true,"masterid":"tarnel-server-1")");
+        take("$SYS/broker/connection/a-b-1-2/state"_s, "1");
+        take("$SYS/broker/connection/K/state"_s, "0");
+        seconds += 60;
+        node("forward", "panel-1", R"("type":"client","connected":true,"masterid":"tarnel-server-1")");
+        take("forward-bridge/local/house1/panel-1/tarnel-server-1/command/client/ready"_s, R"({"d":"1"})");
+        node("cloud", "phone", R"("type":"client","connected":true,"masterid":"tarnel-server-2")");
+        node("forward", "panel-0", R"("type":"client","connected":true,"masterid":"tarnel-server-3")");
+        node("forward", "panel-0", R"("type":"client","connected":false,"masterid":"tarnel-server-3")");
+        seconds += 200;
+        take("forward-bridge/local/house9/x/all/status/a"_s, "{}");
+        take("$SYS/broker/clients/connected"_s, "7");
+        take("forward-bridge/local/house1/panel-1/own_server/request/DB/x"_s, QByteArray(R"({"d":{}})").toBase64());
+        seconds += 5;
+        const auto now = [&] { return comunication::house::moment_t(seconds * 1000); };
+        frame_t frame{"title"_s, {}, 200, 0};
+        const auto shown = [&] { return pictureOf(house, now(), frame).join(u'\n'); };
+        QCOMPARE(shown(), R"(title  05:11:05
+Master   tarnel-server-1, for 3:24 h
+!Bridges  K DOWN 4:25 min, a-b-1-2 up 4:25 min
+Packets  0.4 a second, 8 in all; 1 that are not of this house; other installations: house9; 7 clients at the broker
+
+NODE             ROLE    STATE        FOR  MASTER                           HEARD  PACKETS   /S  HEARD ON
+tarnel-server-1  server  MASTER    3:24 h  itself                          3:24 h        1  0.0  forward-bridge
+tarnel-server-2  server  there   4:25 min  tarnel-server-1               4:25 min        1  0.0  remote-bridge
+panel-1          client  ready   3:25 min  tarnel-server-1                    5 s        3  0.2  forward-bridge encoded
+phone            client  there   3:25 min  tarnel-server-2 (not master)  3:25 min        1  0.0  cloud-bridge
+panel-0          client  gone    3:25 min  -                             3:25 min        2  0.0  forward-bridge)"_s);
+        const QJsonObject state = jsonOf(house, now());
+        QCOMPARE(state["nodes"_s].toArray()[2].toObject(), QJsonDocument::fromJson(R"({"id": "panel-1",
+            "installation": "house1", "role": "client", "presence": "here", "is_master": false,
+            "master": "tarnel-server-1", "master_since": null, "ready": true, "encoded": true,
+            "since": "2001-09-09T05:07:40.000Z", "heard": "2001-09-09T05:11:00.000Z", "packets": 3, "rate": 0.2,
+            "prefixes": ["forward-bridge"], "record": {"clientid": "panel-1", "type": "client", "connected": true,
+            "masterid": "tarnel-server-1"}})")
+                                                               .object());
+        QCOMPARE(state["bridges"_s].toArray()[0].toObject(), QJsonDocument::fromJson(R"({"name": "a-b-1-2", "up": true,
+            "since": "2001-09-09T05:06:40.000Z", "servers": ["tarnel-server-1", "tarnel-server-2"]})")
+                                                                 .object());
+
+        frame = {"title"_s, "the link is down"_s, 50, 12};
+        QCOMPARE(shown(), R"(title  05:11:05
+!Link     the link is down
+Master   tarnel-server-1, for 3:24 h
+!Bridges  K DOWN 4:25 min, a-b-1-2 up 4:25 min
+Packets  0.4 a second, 8 in all; 1 that are not of this house; other installations: house9; 7 clients at the broker
+
+NODE             STATE      FOR  MASTER   HEARD
+tarnel-server-1  MASTER  3:24 h  itself  3:24 h
+... and 4 more
+
+05:07:40 panel-0 has left, or its last will says so
+05:11:00 panel-1 has encoding on: its payloads are Base64, which engines do not decode)"_s);
+
+        seconds += 90000;
+        node("remote", "tarnel-server-1", R"("type":"server","connected":false,"masterid":"tarnel-server-1")");
+        frame = {"title"_s, {}, 200, 0};
+        QCOMPARE(shown(), R"(title  06:11:05
+!Master   NONE, for 0 s
+!Bridges  K DOWN 1 d, a-b-1-2 up 1 d
+Packets  1.0 a second, 9 in all; 1 that are not of this house; other installations: house9; 7 clients at the broker
+
+NODE             ROLE    STATE  FOR  MASTER                        HEARD  PACKETS   /S  HEARD ON
+tarnel-server-1  server  gone   0 s  -                               1 d        2  1.0  forward-bridge remote-bridge
+tarnel-server-2  server  there  1 d  tarnel-server-1 (gone)          1 d        1  0.0  remote-bridge
+panel-1          client  there  1 d  tarnel-server-1 (gone)          1 d        3  0.0  forward-bridge encoded
+phone            client  there  1 d  tarnel-server-2 (not master)    1 d        1  0.0  cloud-bridge
+panel-0          client  gone   1 d  -                               1 d        2  0.0  forward-bridge)"_s);
+        seconds += 65;
+        take("forward-bridge/local/house1/tarnel-server-1/all/status/x"_s, "{}");
+        seconds += 5;
+        const QString back = "tarnel-server-1 server there 5 s - 5 s 3 0.2 forward-bridge remote-bridge"_s;
+        QVERIFY2(shown().simplified().contains(back), qPrintable(shown()));
     }
 
     // On a small terminal nothing scrolls, and in the end it looks as before, with the table below. Colour for alarms

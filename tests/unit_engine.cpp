@@ -265,12 +265,21 @@ private Q_SLOTS:
         bare_t<protoserver_t> server("1"_s, installation(), false, "srv"_s, false);
         QVERIFY(engine.isConfigured());
         const QString topic = "forward-bridge/local/1234/%1/all/connection/presentation"_s;
-        const auto named = [&](const QString& name) {
-            return advised([&] { advice_t(&engine).clientId("client@x"_s, name); });
+        const auto named = [&](const QString& id, const QString& name) {
+            return advised([&] { advice_t(&engine).clientId("client@"_l1 + id, name); });
         };
-        QCOMPARE(named("localhost"_s), "2The client id client@x is that of every machine with the name localhost"_s);
-        QCOMPARE(named("localhost.localdomain"_s), named("localhost"_s));
-        QCOMPARE(named("localhost1"_s) + named({}), QString());
+        const QString everywhere =
+            "2The client id client@localhost%1 is that of every machine with the name localhost"_s;
+        QCOMPARE(named("localhost"_s, "localhost"_s), everywhere.arg(QString()));
+        QCOMPARE(named("localhostlocaldomain"_s, "localhost.localdomain"_s), everywhere.arg("localdomain"_l1));
+        QCOMPARE(named("localhost1"_s, "localhost1"_s) + named("x"_s, "localhost"_s) + named({}, {}), QString());
+        // With the connection, which may give an id.
+        panel_t android("1"_s, installation(",'port':1"), {}, false);
+        android.system->setProperty("hostname", "localhost"_s);
+        android.system->setClientId("localhost"_s);
+        QCOMPARE(advised([&] { android.connect("wall-7"_s); }), QString());
+        android.system->setClientId("localhost"_s);
+        QCOMPARE(advised([&] { android.connect(); }), everywhere.arg(QString()));
         const auto twice = [&](const auto& does) { return advised([&] { does(), does(); }); };
         const auto receives = [&](const char* payload) {
             return twice([&] { engine.on_message(1, topic.arg("srv"_l1), QLatin1String(payload), 0, 2, false); });

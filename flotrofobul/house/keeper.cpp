@@ -23,6 +23,7 @@ using utility::destination_publish_server_t;
 namespace {
 
 constexpr const char logSource[] = "libscomunication/libmosquittohouse/keeper";
+constexpr int mostPresentations = 256; // a node with an id of its own at each start must not fill the memory
 
 const QString houseValue = QStringLiteral("connection/house");
 const QString requestStart = QStringLiteral("request/");
@@ -159,6 +160,9 @@ bool keeper_t::inside_t::presented(const topic_t& topic, const QJsonObject& pack
         presentations.remove(sender);
         rules.left(now(), sender);
         return true;
+    }
+    if (presentations.size() >= mostPresentations && !presentations.contains(sender)) {
+        presentations.clear(); // the record of a master can be made without
     }
     presentations.insert(sender, packet);
     return rules.presented(now(), sender, named);

@@ -13,6 +13,8 @@ namespace {
 
 // A server without a companion has none to tell.
 constexpr int worstRank = 1000;
+// Who had another id at each start would fill the memory.
+constexpr int mostPeers = 256;
 
 // Two signs of life may be lost, each at most a twentieth late.
 moment_t longestSilence(const times_t& times)
@@ -144,6 +146,10 @@ void mastership_t::advertised(moment_t clock, const QString& server, const adver
     const moment_t now = enter(clock);
     notAlone(now);
     const peer_t before = peers.value(server);
+    if (peers.size() >= mostPeers && !peers.contains(server)) {
+        peers.erase(std::min_element(peers.begin(), peers.end(),
+                                     [](const peer_t& one, const peer_t& other) { return one.heard < other.heard; }));
+    }
     peers.insert(server, {what.rank, now, what.master == server});
     if (what.master == server) {
         if (state == master && !(before.claims && now - before.heard < longestSilence(times))) {

@@ -19,9 +19,9 @@ QString nameOf(const node_t& node)
     return node.name.isEmpty() ? QStringLiteral("the cloud broker") : QStringLiteral("box ") + node.name;
 }
 
-QString addressOf(const node_t& node)
+QString addressOf(const QString& host, int port)
 {
-    return QStringLiteral("%1:%2").arg(node.broker.host).arg(node.broker.port);
+    return (host.contains(u':') ? QStringLiteral("[%1]:%2") : QStringLiteral("%1:%2")).arg(host).arg(port);
 }
 
 QString join(QStringList words)
@@ -201,11 +201,9 @@ private:
         return dialling.bridges.value(bridge.remoteClientId)
                    ? subject + QStringLiteral(" is up: are its topic lines as written, and do the access lists of both "
                                               "brokers let it publish and read?")
-                   : subject +
-                         QStringLiteral(" is down: can that box reach %1:%2, and are the user name and the password "
-                                        "right?")
-                             .arg(endpoint.host)
-                             .arg(endpoint.port);
+                   : subject + QStringLiteral(" is down: can that box reach %1, and are the user name and the password "
+                                              "right?")
+                                   .arg(addressOf(endpoint.host, endpoint.port));
     }
 
     // Bridges that the description does not have.
@@ -343,10 +341,12 @@ QJsonObject jsonOf(const check_result_t& result, const QVector<finding_t>& findi
         for (auto it = node.bridges.begin(); it != node.bridges.end(); ++it) {
             bridges.insert(it.key(), *it ? QStringLiteral("up") : QStringLiteral("down"));
         }
-        brokers << QJsonObject{
-            {QStringLiteral("name"), headOf(node)},       {QStringLiteral("cloud"), node.name.isEmpty()},
-            {QStringLiteral("address"), addressOf(node)}, {QStringLiteral("ready"), node.ready},
-            {QStringLiteral("problem"), node.problem},    {QStringLiteral("bridges"), bridges}};
+        brokers << QJsonObject{{QStringLiteral("name"), headOf(node)},
+                               {QStringLiteral("cloud"), node.name.isEmpty()},
+                               {QStringLiteral("address"), addressOf(node.broker.host, node.broker.port)},
+                               {QStringLiteral("ready"), node.ready},
+                               {QStringLiteral("problem"), node.problem},
+                               {QStringLiteral("bridges"), bridges}};
     }
     QJsonArray directions;
     for (const direction_t& direction : result.directions) {

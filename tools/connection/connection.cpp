@@ -164,9 +164,14 @@ bool apply(const QCommandLineParser& options, const QString& host, const std::op
             return false;
         }
     }
-    // One colon is followed by a port; more of them are an address of IPv6.
-    const int colon = host.count(QLatin1Char(':')) == 1 ? host.indexOf(QLatin1Char(':')) : -1;
-    if (!host.isEmpty()) {
+    // One colon is followed by a port; more of them are an address of IPv6, behind whose brackets a port may follow.
+    const int bracket = host.startsWith(QLatin1Char('[')) ? host.indexOf(QLatin1Char(']')) : -1;
+    const bool hasPort =
+        bracket < 0 ? host.count(QLatin1Char(':')) == 1 : host.mid(bracket + 1, 1) == QLatin1String(":");
+    const int colon = hasPort ? host.indexOf(QLatin1Char(':'), std::max(bracket, 0)) : -1;
+    if (bracket >= 0 && (hasPort || bracket + 1 == host.size())) {
+        set(configuration, "global", "host", host.mid(1, bracket - 1));
+    } else if (!host.isEmpty()) {
         set(configuration, "global", "host", host.left(colon));
     }
     if (colon >= 0) {

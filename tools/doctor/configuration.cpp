@@ -164,10 +164,8 @@ bool examineConfiguration(const QJsonObject& json, diagnosis_t& diagnosis)
     examineInstallation(model.getMqtt()->getGlobal()->getInstallation_id(), diagnosis);
     examineAccess(*model.getMqtt(), diagnosis);
     if (diagnosis.faults() == before) {
-        const auto* const global = model.getMqtt()->getGlobal();
-        diagnosis.fine(QStringLiteral("installation %1, broker %2:%3")
-                           .arg(global->getInstallation_id(), global->getHost())
-                           .arg(global->getPort()));
+        const connection_t connection = connectionOf(model);
+        diagnosis.fine(QStringLiteral("installation %1, broker %2").arg(connection.installationId, connection.name()));
     }
     return true;
 }

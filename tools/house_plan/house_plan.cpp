@@ -4,6 +4,7 @@
 
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStringList>
+#include <QtNetwork/QHostAddress>
 
 #include <algorithm>
 
@@ -115,9 +116,9 @@ private:
 
     void inspectHost(const QString& place, const QString& host)
     {
-        if (host.contains(QLatin1Char(':'))) {
-            add(place, QStringLiteral("has a colon: the port has a key of its own, and mosquitto dials an IPv6 address "
-                                      "by a name only"));
+        if (host.contains(QLatin1Char(':')) && QHostAddress(host).protocol() != QAbstractSocket::IPv6Protocol) {
+            add(place, QStringLiteral("has a colon: the port has a key of its own, and an IPv6 address, as mosquitto "
+                                      "dials it, stands here without brackets"));
         } else if (std::any_of(host.begin(), host.end(), [](QChar c) { return !c.isPrint() || c.isSpace(); })) {
             add(place, QStringLiteral("has a blank or a control character, which no name of a host has"));
         }

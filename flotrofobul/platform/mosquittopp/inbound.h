@@ -20,6 +20,9 @@ namespace mosquittopp {
 /// - mosquitto repeats a message that it has released already, when the next connection ends before it comes to that.
 class inbound_t {
 public:
+    /// In bytes. With a longer client id the library cuts the lines before they tell the packet id.
+    static constexpr int longestId = 499;
+
     enum class finding_t {
         none,
         repeat, ///< the oldest of the messages that wait comes again: the handle will be left with a copy of it

@@ -46,7 +46,16 @@ int link_t::checkTarget(const target_t& newTarget)
     }
     const QByteArray id = identity.clientId.toUtf8();
     const verdict_t verdict = id.isEmpty() ? verdict_t{MOSQ_ERR_INVAL, "it is empty"} : checkText(id);
-    return verdict.code == MOSQ_ERR_SUCCESS ? verdict.code : refuseTarget(verdict, "client id", identity.clientId);
+    if (verdict.code != MOSQ_ERR_SUCCESS) {
+        return refuseTarget(verdict, "client id", identity.clientId);
+    }
+    if (!session.isClean() && id.size() > inbound_t::longestId) {
+        say(warning,
+            "The client id is longer than "_l1 + QString::number(inbound_t::longestId) +
+                " bytes: when the link of a kept session is cut, messages may be lost or come in place of others"_l1,
+            __func__, __LINE__);
+    }
+    return MOSQ_ERR_SUCCESS;
 }
 
 int link_t::refuseTarget(const verdict_t& verdict, const char* what, const QString& value)
