@@ -216,6 +216,7 @@ cut off  | H 1.0 2.5 CUT       |                                  | 1.5 | 2.5 is
 broken   | H 1.0 2.5 x 9.0     |                                  | 8 | 2.5 is broken at line 4: it is read up to there
 backward | H 1.0 9.0 2.5 9.5   |                                  | 8.5 | 9.5
 wild     | H 1.0 1e12 2.0      |                                  | 1 | 316224000
+wilder   | H 1.0 1e30          |                                  | 316223999 | 316224000
 none     | x 1.0               | is no recording of "flotrofobul record" | |
 empty    | H                   | holds no packet                  | |
 later    | L 1.0               | is a recording of a later form than this program reads | |
