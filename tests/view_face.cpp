@@ -16,6 +16,11 @@ namespace {
 
 constexpr int length = 300; // seconds of the recording
 
+QVariant valueOf(comunication::view::rows_t* rows, int row, const char* role)
+{
+    return rows->data(rows->index(row), rows->roleNames().key(role));
+}
+
 QByteArray presentation(bool isHere)
 {
     return QByteArray(R"({"d":{"clientid":"panel-2","type":"client","connected":)") + (isHere ? "true" : "false") +
@@ -81,8 +86,14 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(lines + '\n');
     }
-    void init() { lookAtRecording(); }
-    void cleanup() { close(); }
+    void init()
+    {
+        const QByteArray next = QTest::currentTestFunction();
+        if (next != "starting" && (next != "timeLine" || !engine)) { // its rows can do with one window
+            lookAtRecording();
+        }
+    }
+    void cleanupTestCase() { close(); }
 
     // from which second, and what is done on the time line | the second that is shown then
     void timeLine_data()
@@ -195,7 +206,11 @@ private Q_SLOTS:
             QCOMPARE(said("heading"_s), QLatin1String(node));
             QVERIFY(seen("node_"_s + QLatin1String(node))->property("isSelected").toBool());
         }
-        QVERIFY(reads("server"_s, "details"));
+        QVERIFY(picture->details().size() > 3);
+        for (const QVariant& row : picture->details()) {
+            QVERIFY(reads(row.toMap()["name"_s].toString(), "details"));
+            QVERIFY(reads(row.toMap()["value"_s].toString(), "details"));
+        }
         click(seen("close"_s));
         QVERIFY(seen("details"_s) == nullptr);
         // Off everything there is nothing.
@@ -205,25 +220,26 @@ private Q_SLOTS:
 
         press(Qt::Key_Right); // there has to be a beginning
         QVERIFY(!picture->selected().isEmpty());
-        int reached = 0;
         const std::pair<Qt::Key, QPointF> ways[] = {
             {Qt::Key_Left, {-1, 0}}, {Qt::Key_Right, {1, 0}}, {Qt::Key_Up, {0, -1}}, {Qt::Key_Down, {0, 1}}};
         for (const auto& [key, way] : ways) {
-            click(seen("broker_box:1883"_s));
+            QQuickItem* const broker = seen("broker_box:1883"_s);
+            const auto isAhead = [this, broker, towards = way](const QString& node) {
+                const QPointF to = placeOf(seen("node_"_s + node)) - placeOf(broker);
+                return QPointF::dotProduct(to, towards) > 1;
+            };
+            click(broker);
             QCOMPARE(picture->selectedKind(), "broker"_s);
-            const QPointF from = placeOf(seen("broker_box:1883"_s));
             press(key);
-            if (picture->selectedKind() == "node"_l1) {
-                ++reached;
-                const QPointF to = placeOf(seen("node_"_s + picture->selected()));
-                QVERIFY(QPointF::dotProduct(to - from, way) > 0);
-            }
+            const bool isReached = picture->selectedKind() == "node"_l1;
+            QCOMPARE(isReached, isAhead("panel-1"_s) || isAhead("panel-2"_s) || isAhead("tarnel-server-1"_s));
+            QVERIFY(!isReached || isAhead(picture->selected()));
         }
-        QVERIFY2(reached >= 2, qPrintable(QString::number(reached)));
         press(Qt::Key_Escape);
         QVERIFY(picture->selected().isEmpty());
         // Where there is no room beside the picture, what is told does not hide what it tells of.
         resize({800, 480});
+        QTRY_VERIFY(picture->viewWidth() > 700);
         for (const char* const node : {"panel-1", "panel-2", "tarnel-server-1"}) {
             QQuickItem* const item = seen("node_"_s + QLatin1String(node));
             click(item);
@@ -298,6 +314,8 @@ private Q_SLOTS:
             QQuickItem* const list = seen("events"_s);
             QVERIFY(list != nullptr);
             QVERIFY(reads("panel-2 has left"_s, "events"));
+            const double place = valueOf(picture->events(), 0, "place").toDouble();
+            QVERIFY(std::abs(place - 200.0 / picture->begin().secsTo(picture->end())) < 0.01);
             QTRY_COMPARE(layout::faults(*window()->contentItem()).join(u'\n'), QString());
             click(list, 0.5, 24 / list->height());
             QCOMPARE(second(), 200.0);
@@ -332,8 +350,8 @@ private Q_SLOTS:
                      qPrintable("%1: %2, %3"_s.arg(series).arg(x).arg(y)));
             QVERIFY(number(most) >= y && number(most) < 5 * y);
         }
-        QVERIFY(reads("%1/s"_s.arg(picture->rate(), 0, 'f', 1)));
-        QVERIFY(reads("40.0 ms"_s));
+        QCOMPARE(seen("rate"_s)->property("value"), QVariant("%1/s"_s.arg(picture->rate(), 0, 'f', 1)));
+        QCOMPARE(seen("roundTrip"_s)->property("value"), QVariant("40.0 ms"_s));
     }
 
     // Both sets of colours can be read: 4.5 to 1 for words, 3 to 1 for signs.
@@ -344,6 +362,8 @@ private Q_SLOTS:
         click(seen("dark"_s));
         QCOMPARE(said("dark"_s), "Light"_s);
         QVERIFY(window()->color().lightness() < bright.lightness() / 2);
+        click(seen("dark"_s));
+        QCOMPARE(window()->color(), bright);
         QQmlComponent component(engine.get());
         component.setData("import QtQuick 2.15\nQtObject { property var theme: Theme }",
                           QUrl::fromLocalFile(QStringLiteral(FACE "/x.qml")));
@@ -395,8 +415,20 @@ private Q_SLOTS:
         press(Qt::Key_O, Qt::ControlModifier);
         auto* const asked = loader->property("item").value<QObject*>();
         QVERIFY(asked != nullptr && asked->property("asked").toInt() == 1);
+        click(seen("node_panel-1"_s));
+        for (const bool isByKey : {true, false}) { // it can be put away, and only it
+            click(seen("another"_s));
+            QVERIFY(reads("Look at another house"_s, "start"));
+            QCOMPARE(window()->activeFocusItem()->parentItem()->objectName(), "host"_s);
+            for (int i = 0; i < 8; ++i) { // what lies below cannot be reached
+                press(Qt::Key_Tab);
+                QVERIFY(seen("start"_s)->isAncestorOf(window()->activeFocusItem()));
+            }
+            isByKey ? press(Qt::Key_Escape) : click(seen("cancel"_s));
+            QVERIFY(seen("start"_s) == nullptr);
+            QCOMPARE(said("heading"_s), "panel-1"_s);
+        }
         click(seen("another"_s));
-        QVERIFY(reads("Look at another house"_s, "start"));
         click(seen("open"_s));
         QCOMPARE(asked->property("asked").toInt(), 2);
 
@@ -466,10 +498,14 @@ with spaces   | _127.0.0.1_ | @open  |        |
         type("installation", cells[3]);
         const bool isClosed = cells[4].isEmpty() || cells[4].startsWith("no broker"_l1);
         QCOMPARE(seen("connect"_s)->isEnabled(), cells[4] != "-"_l1);
-        press(Qt::Key_Return); // the cursor stands in the first field
+        if (cells[0] == "one"_l1) {
+            click(seen("connect"_s));
+        } else {
+            press(Qt::Key_Return); // the cursor stands in the first field
+        }
         QCOMPARE(seen("start"_s) == nullptr, isClosed);
         if (!isClosed) {
-            QVERIFY(cells[4] == "-"_l1 || said("problem"_s) == filled(4));
+            QCOMPARE(picture->notice(), cells[4] == "-"_l1 ? QString() : filled(4));
             return;
         }
         const auto condition = [&] {
