@@ -16,11 +16,6 @@ namespace {
 
 constexpr int length = 300; // seconds of the recording
 
-QVariant valueOf(comunication::view::rows_t* rows, int row, const char* role)
-{
-    return rows->data(rows->index(row), rows->roleNames().key(role));
-}
-
 QByteArray presentation(bool isHere)
 {
     return QByteArray(R"({"d":{"clientid":"panel-2","type":"client","connected":)") + (isHere ? "true" : "false") +
@@ -47,22 +42,6 @@ class view_face : public QObject, private face_t {
         QTRY_VERIFY(!picture->isLoading());
     }
     double second() const { return double(picture->begin().msecsTo(picture->time())) / 1000; }
-    QStringList textsIn(QQuickItem* item) const
-    {
-        QStringList texts;
-        if (item->isVisible() && item->property("contentWidth").isValid()) {
-            texts << item->property("text").toString();
-        }
-        for (QQuickItem* const child : item->childItems()) {
-            texts << textsIn(child);
-        }
-        return texts;
-    }
-    bool reads(const QString& words, const char* where = nullptr) const
-    {
-        QQuickItem* const item = where == nullptr ? window()->contentItem() : seen(QLatin1String(where));
-        return item != nullptr && textsIn(item).join(u'\n').contains(words);
-    }
 
 private Q_SLOTS:
     // A panel asks each second and is answered 40 ms later; another one is there from 120 to 200.
@@ -319,7 +298,8 @@ private Q_SLOTS:
             QQuickItem* const list = seen("events"_s);
             QVERIFY(list != nullptr);
             QVERIFY(reads("panel-2 has left"_s, "events"));
-            const double place = valueOf(picture->events(), 0, "place").toDouble();
+            auto* const rows = picture->events();
+            const double place = rows->data(rows->index(0), rows->roleNames().key("place")).toDouble();
             QVERIFY(std::abs(place - 200.0 / picture->begin().secsTo(picture->end())) < 0.01);
             QTRY_COMPARE(layout::faults(*window()->contentItem()).join(u'\n'), QString());
             click(list, 0.5, 24 / list->height());

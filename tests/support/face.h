@@ -58,6 +58,22 @@ struct face_t {
         const QQuickItem* const item = seen(QStringLiteral("node_") + node);
         return item == nullptr ? QString() : item->property("presence").toString();
     }
+    QStringList textsIn(QQuickItem* item) const
+    {
+        QStringList texts;
+        if (item->isVisible() && item->property("contentWidth").isValid()) {
+            texts << item->property("text").toString();
+        }
+        for (QQuickItem* const child : item->childItems()) {
+            texts << textsIn(child);
+        }
+        return texts;
+    }
+    bool reads(const QString& words, const char* where = nullptr) const
+    {
+        QQuickItem* const item = where == nullptr ? window()->contentItem() : seen(QLatin1String(where));
+        return item != nullptr && textsIn(item).join(QLatin1Char('\n')).contains(words);
+    }
     static QPoint placeOf(const QQuickItem* item, double along = 0.5, double down = 0.5)
     {
         return item->mapToScene({item->width() * along, item->height() * down}).toPoint();
