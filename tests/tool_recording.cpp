@@ -122,7 +122,8 @@ a/b        | [{"a":1,"id":"pwd"},{"a":1,"field":"pwd"},{"a":1,"label":"pwd"},{"a
 a/b/       | {"d":{"apiToken":5,"on":true}}           | {"d":{"apiToken":"(not shown)","on":true}}
 a/b        | [{"name":"password","value":"x"},{"name":"lamp","value":"x"}] | [{"name":"(not shown)","value":"(not shown)"},{"name":"lamp","value":"x"}]
 a/b        | {"key":"wifi_token","new":["x",{"y":1}]} | {"key":"(not shown)","new":["(not shown)",{"y":"(not shown)"}]}
-a/b        | {"room":"passage","light":true}          | {"light":true,"room":"(not shown)"}
+a/b        | {"room":"passage","compass":true}        |
+a/b        | {"d":{"userPw":"x","API_KEY":"y","key":"z"}} | {"d":{"API_KEY":"(not shown)","key":"z","userPw":"(not shown)"}}
 a/Passwd   | x                                        | (not shown)
 token      | {"d":"x"}                                | {"d":"(not shown)"}
 a/password | b64{"d":{"x":1}}                         | b64{"d":{"x":"(not shown)"}}

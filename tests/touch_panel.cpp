@@ -103,6 +103,10 @@ private Q_SLOTS:
         row("on top", "Text { z: 1; text: 'lower' } Rectangle { width: 200; height: 99 } Text { text: 'upper' }",
             "overlap");
         row("in part", "Text { text: 'lower' } Rectangle { width: 9; height: 99 }", "lower\" .* is covered in part");
+        row("on a sheet",
+            "Text { text: 'lower' }\n"
+            "Rectangle { width: 99; height: 99; Rectangle { width: 9; height: 99; color: 'red' } }",
+            "");
         row("small", "T.Button { width: 40; height: 27; text: 'x' }",
             "button \"x\" .* too small for a finger: 40 x 27");
         row("small tap", "Item { width: 20; height: 40; TapHandler {} }", "too small");

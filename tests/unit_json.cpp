@@ -3,6 +3,7 @@
 #include <flotrofobul/platform/config/mosquittocnf.h>
 #include <flotrofobul/platform/jsonserializer/json_text.h>
 #include <flotrofobul/platform/jsonserializer/qjsonserializer.h>
+#include <flotrofobul/platform/secrets.h>
 #include <flotrofobul/utility/system_t.h>
 
 #include "support/log_recorder.h"
@@ -223,6 +224,37 @@ private Q_SLOTS:
     }
 
     // Every node writes the same, whatever Qt it stands on.
+    // A password that is shown cannot be taken back, and a compass that is hidden helps nobody.
+    void secrets_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<bool>("isSecret");
+        QTest::addColumn<bool>("isNameOfSecret");
+        const auto rows = [](bool isSecret, bool isName, const QByteArray& texts) {
+            for (const QByteArray& text : texts.split(' ')) {
+                QTest::newRow(text.constData()) << text << isSecret << isName;
+            }
+        };
+        rows(true, true, "pass PASS Pass passwd password passwords passphrase Passwort userpass wifiPass WIFIPASS");
+        rows(true, true, "userPass1 my_pass pass-1 ComPass compass_pass PASSword pASSWORD bypasspassword passWord");
+        rows(true, true,
+             "pw PW Pw userPw user_pw wifipw pw2 PW_HASH pwHash 1pw pwd Pwd userPWD pwdHash secret topSecret");
+        rows(true, true, R"({"user":"somebody","apw":"x","other":"somethingElse"})");
+        rows(false, true, "token apiToken TOKENS api_key apiKey APIKEY api-key privateKey credentials");
+        rows(false, false, "compass Compass COMPASS userCompass compass_2 compassWidth bypass passage passed passive");
+        rows(false, false, "secretary upward PWM pwm_duty mapWidth lampWatts key keyboard monkey pas word");
+        rows(false, false, "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAA7pwAAAAAAAAAAAAAAAAAAAAAA=");
+    }
+    void secrets()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(bool, isSecret);
+        QFETCH(bool, isNameOfSecret);
+        QCOMPARE(comunication::isSecret(QString::fromLatin1(text)), isSecret);
+        QCOMPARE(comunication::isNameOfSecret(QString::fromLatin1(text)), isNameOfSecret);
+        QVERIFY(comunication::maybeSecret(text) || !isNameOfSecret); // nothing is looked at that it does not find
+    }
+
     void numbersAreDoubles()
     {
         const QByteArray given =

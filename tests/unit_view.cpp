@@ -161,19 +161,23 @@ moved          | a P1 here S1; wait 6; b P1 here S1              | b:P1 |
 loop           | a P1 here S1; b P1 here S1; wait 1; a P1 says x/y | a:P1 |
 bridge by name | a bridge local_h-b-1-2 1; a S1 here S1; b S2 here S1 | a:S1, b:S2; a-b up/up |
 bridge down    | a bridge h-b-1-2 1; ab S1 here S1; ba S2 here S1; wait 2; a bridge h-b-1-2 0 | a:S1, b:S2; a-b down/down | bridge h-b-1-2 is down
-crosses anyway | a bridge h-b-1-2 0; ab S1 here S1; b S2 here S1; wait 2; ab S1 says x/y | a:S1, b:S2; a-b up/down | bridge h-b-1-2 is down
+crosses anyway | a bridge h-b-1-2 0; ab S1 here S1; b S2 here S1; wait 1; ab S1 says x/y | a:S1, b:S2; a-b up/down | bridge h-b-1-2 is down
 both dial      | a bridge h-b-1-2 0; b bridge h-b-2-1 1; a S1 here S1; b S2 here S1 | a:S1, b:S2; a-b down/up | bridge h-b-1-2 is down
 lane of data   | a bridge hd-1-2 0; a S1 here S1; b S2 here S1   | a:S1, b:S2; a-b down/down | bridge hd-1-2 is down
 dead box       | a bridge h-b-1-2 0; a S1 here S1                | a:S1, S2:; a-S2 down/down | bridge h-b-1-2 is down
 ghost          | a S1 here S1; -a S2 here S1; -a P2 here S1      | a:S1, S2:S2 P2; a-S2 unknown/up |
 two ghosts     | a S1 here S1; -a S2 here S1 10.0.0.2; -a S3 here S1 10.0.0.3; -a P3 here S1 10.0.0.3; -a P4 here S1 | a:S1, S2:S2, S3:S3 P3, behind a:P4; a-S2 unknown/up, a-S3 unknown/up, a-behind a unknown/up |
+ghost beyond b | a S1 here S1; b S2 here S1; -b P3 says x/y           | a:S1, b:S2, behind b:P3; b-behind b unknown/up |
 ghost is found | a S1 here S1; -a S2 here S1; b S2 says x/y      | a:S1, b:S2; a-b unknown/up |
 cloud          | a S1 here S1; ~a P9 here S1; a bridge KEY 1     | a:S1, cloud:P9; a-cloud up/up |
+cloud is heard | a S1 here S1; ~c S1 says x/y; a bridge KEY 1    | a:S1; a-c up/up |
 at the cloud   | ~a S1 here S1; ~a P1 here S1; a P9 here S1      | a:P9, S1:S1 P1; a-S1 unknown/up |
 star           | a S1 here S1; b S2 here S1; c S3 here S1; a bridge h-b-1-2 1; a bridge h-b-1-3 1; -c S2 says x/y | a:S1, b:S2, c:S3; a-b up/up, a-c up/up |
 hub unheard    | a S1 here S1; a bridge h-b-9-1 1; -a S9 here S1; -a S2 here S1 | a:S1, S9:S9, S2:S2; a-S9 up/up, S9-S2 unknown/up |
 copies first   | ab S1 here S1; b S2 here S1; ba S2 says all/status/x; -a S2 says all/status/x; b S2 says all/status/x; b S2 says all/status/x; b S2 says all/status/x; wait 6 | a:S1, b:S2; a-b up/up |
 missing        | ab S1 here S1; b S2 here S1; b S2 says all/status/x; b S2 says all/status/x; wait 6 | a:S1, b:S2; a-b up/missing | nothing goes from b to a
+missing asked  | ab S1 here S1; b S2 here S1; b S2 says all/request/x; b S2 says all/command/x; wait 6 | a:S1, b:S2; a-b up/missing | nothing goes from b to a
+missing told   | ab S1 here S1; b S2 here S1; b S2 says all/master/x; b S2 says all/notification/x; wait 6 | a:S1, b:S2; a-b up/missing | nothing goes from b to a
 too few        | ab S1 here S1; b S2 here S1; b S2 says all/status/x; wait 6 | a:S1, b:S2; a-b up/unknown |
 not carried    | ab S1 here S1; b S2 here S1; b S2 says all/own; b S2 says all/own; wait 6 | a:S1, b:S2; a-b up/unknown |
 too early      | ab S1 here S1; b S2 here S1; b S2 says all/status/x; b S2 says all/status/x; wait 4 | a:S1, b:S2; a-b up/unknown |
@@ -211,6 +215,7 @@ power        | a P1 here; a P2 here; a P3 here; a S1 here; a P1 gone; a P2 gone;
 two of two   | a P1 here; a P2 here; a P1 gone; a P2 gone | P1 | Its box has lost its power or its network; thought so because 2 nodes at a went at the same time
 two of three | a P1 here; a P2 here; a P3 here; a P1 gone; a P2 gone | P2 | It took its leave, or its process ended; thought so because it was heard 0.3 s before
 one by one   | a P1 here; a P2 here; a P1 gone; wait 4; a P2 says x/y; a P2 gone | P1 | It took its leave, or its process ended; thought so because it was heard 0.2 s before
+third later  | a P1 here; a P2 here; a P3 here; a P1 gone; a P2 gone; wait 25; a P3 says x/y; a P3 gone | P2 | It took its leave, or its process ended; thought so because it was heard 0.3 s before
 elsewhere    | a P1 here; b P2 here; a P1 gone; b P2 gone | P1 | It took its leave, or its process ended; thought so because it was heard 0.2 s before
 bridge       | a S1 here S1; -a S2 here S1; a bridge h-b-1-2 1; -a S2 gone; a bridge h-b-1-2 0 | S2 | The way to it is gone, it may live; thought so because the bridge h-b-1-2 went down at the same time
 unreachable  | a S1 here S1; -a S2 here S1; a bridge h-b-1-2 1; wait 2; a bridge h-b-1-2 0 | S2 | The way to it is gone, it may live; thought so because the bridge h-b-1-2 is down
@@ -240,6 +245,7 @@ retained     | a P1 old all/status/x                 | P1 | Only retained packet
         addRows(R"(
 a bridge told at both ends | a bridge local_h-b-1-2 1; b bridge h-b-1-2 1; a bridge local_h-b-1-2 0; b bridge h-b-1-2 0 | bridge h-b-1-2 is up; bridge h-b-1-2 is down
 told anew after a loss     | a bridge h-b-1-2 1; a lost; a ready; a bridge h-b-1-2 1 | bridge h-b-1-2 is up; a is lost (no answer); a is listened to
+lost once                  | a lost; a lost; a ready; a ready | a is lost (no answer); a is listened to
 a box that is off          | a S1 here; b S2 here; b bridge h-b-1-2 1; a lost; b bridge h-b-1-2 0 | bridge h-b-1-2 is up; a is lost (Its box is off or cut off; thought so because other brokers have lost it as well: the bridge h-b-1-2 is down); bridge h-b-1-2 is down
 only from here             | ab P1 here; a lost; wait 6; -b P1 says x/y | a is lost (Only the way from here to it is gone; thought so because its nodes are still heard over bridges)
 missing, and again         | ab S1 here; b S2 here; b S2 says all/status/x; b S2 says all/status/x; wait 6; wait 6; ba S2 says all/status/x | nothing goes from b to a (Thought so because nodes at b have spoken and nothing of it arrived at a: look at the topic lines of the bridge); packets go from b to a again
@@ -276,6 +282,21 @@ missing, and again         | ab S1 here; b S2 here; b S2 says all/status/x; b S2
         feeder.survey.take(feeder.now, 0, "forward-bridge/local/house1/panel-1/all/status/x"_s, "{}", 0, false);
         const auto scene = feeder.survey.sceneIfChanged(feeder.now);
         QVERIFY(scene && !scene->isNews);
+        // Somebody of whom a broker has kept something is to be seen, though nothing has happened.
+        feeder.survey.take(feeder.now, 0, "forward-bridge/local/house1/panel-2/all/status/x"_s, "{}", 0, true);
+        const auto next = feeder.survey.sceneIfChanged(feeder.now);
+        QVERIFY(next && next->isNews && next->events.isEmpty());
+    }
+
+    // Two that are called the same are told apart, by those who read and by the survey.
+    void namesakes()
+    {
+        survey_t survey("house1"_s, {"a"_s, "a"_s, "a"_s});
+        QStringList names;
+        for (const scene_broker_t& broker : survey.scene(moment_t(0)).brokers) {
+            names << broker.name;
+        }
+        QCOMPARE(names.join(u','), "a,a (2),a (3)"_s);
     }
 
     // name | what is heard | milliseconds of the round trips

@@ -138,6 +138,9 @@ private Q_SLOTS:
         QCOMPARE(history.rates(moment_t(50000), 10).size(), 11); // the plot goes back further
         QCOMPARE(history.rates(moment_t(50000), 10).last(), QPointF(0, 50000));
 
+        history.clear();
+        QVERIFY(!history.at(moment_t(50000)) && history.rates(moment_t(50000), 10).isEmpty());
+
         history_t busy;
         for (int i = 0; i < 100; ++i) { // ten a second, with news once
             busy.add(sceneAt(100 * i, 1, i == 42));
@@ -219,6 +222,7 @@ cut off  | H 1.0 2.5 CUT       |                                  | 1.5 | 2.5 is
 broken   | H 1.0 2.5 x 9.0     |                                  | 8 | 2.5 is broken at line 4: it is read up to there
 backward | H 1.0 9.0 2.5 9.5   |                                  | 8.5 | 9.5
 wild     | H 1.0 1e12 2.0      |                                  | 1 | 316224000
+wilder   | H 1.0 1e30          |                                  | 316223999 | 316224000
 none     | x 1.0               | is no recording of "flotrofobul record" | |
 empty    | H                   | holds no packet                  | |
 later    | L 1.0               | is a recording of a later form than this program reads | |
@@ -296,6 +300,13 @@ later    | L 1.0               | is a recording of a later form than this progra
             QTRY_COMPARE(valueOf(picture.packets(), 0, "payload"), QVariant(QString::number(second)));
         }
         QCOMPARE(picture.roundTrip(), 0.0);
+        QCOMPARE(valueOf(picture.nodes(), 0, "brokerX"), valueOf(picture.brokers(), 0, "posX"));
+        // Whoever goes on sees who speaks; whoever leaps does not.
+        for (const int step : {1, 20, 1}) {
+            const int before = valueOf(picture.nodes(), 1, "pulse").toInt();
+            picture.show(picture.time().addSecs(step));
+            QTRY_COMPARE(valueOf(picture.nodes(), 1, "pulse").toInt(), before + (step == 1 ? 1 : 0));
+        }
         picture.select("node"_s, "panel-0"_s);
         QTRY_COMPARE(picture.packets()->count(), 50);
         QCOMPARE(valueOf(picture.packets(), 0, "payload"), QVariant("{\"password\":\"(not shown)\"}"_s));

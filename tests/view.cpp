@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The picture of a house on a screen: two real boxes, joined by a bridge, in which everything fails once, and what
 // somebody sees of it who looks, clicks and scrolls back.
-#include "picture.h"
-#include "support/layout_check.h"
+#include "support/face.h"
 #include "support/log_recorder.h"
 
 #include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QTemporaryDir>
-#include <QtQml/QQmlApplicationEngine>
-#include <QtQml/QQmlContext>
-#include <QtQuick/QQuickWindow>
 #include <QtTest/QtTest>
 
 using comunication::testkit::broker_t;
@@ -19,7 +15,7 @@ using comunication::testkit::memory_file_t;
 using comunication::tools::connection_t;
 using comunication::view::picture_t;
 
-class view_test : public QObject {
+class view_test : public QObject, private face_t {
     Q_OBJECT
 
     QTemporaryDir data;
@@ -27,38 +23,6 @@ class view_test : public QObject {
     std::unique_ptr<broker_t> near;
     std::map<QString, std::unique_ptr<child_t>> nodes;
     std::map<QString, std::unique_ptr<memory_file_t>> configurations;
-    std::unique_ptr<picture_t> picture;
-    std::unique_ptr<QQmlApplicationEngine> engine;
-
-    QQuickWindow* window() const { return qobject_cast<QQuickWindow*>(engine->rootObjects().value(0)); }
-    static QQuickItem* find(QQuickItem* item, const QString& name)
-    {
-        if (item->isVisible() && item->objectName() == name) {
-            return item;
-        }
-        for (QQuickItem* const child : item->childItems()) {
-            if (QQuickItem* const found = find(child, name)) {
-                return found;
-            }
-        }
-        return nullptr;
-    }
-    QQuickItem* seen(const QString& name) const { return find(window()->contentItem(), name); }
-    QString said(const QString& name) const
-    {
-        const QQuickItem* const item = seen(name);
-        return item == nullptr ? QString() : item->property("text").toString();
-    }
-    QString presence(const QString& node) const
-    {
-        const QQuickItem* const item = seen("node_"_s + node);
-        return item == nullptr ? QString() : item->property("presence").toString();
-    }
-    void click(QQuickItem* item, double along = 0.5) const
-    {
-        QTest::mouseClick(window(), Qt::LeftButton, {},
-                          item->mapToScene({item->width() * along, item->height() / 2}).toPoint());
-    }
     void start(const QString& id, const broker_t& broker, const QStringList& further = {})
     {
         auto& file = configurations[id];
@@ -79,33 +43,6 @@ class view_test : public QObject {
     {
         nodes[id]->kill();
         nodes[id]->waitForFinished();
-    }
-    /// What cannot be read at the size of a notebook and at that of a wall panel.
-    QString faults() const
-    {
-        QString all;
-        for (const QSize& size : {QSize(800, 480), QSize(1280, 800)}) {
-            QSignalSpy drawn(window(), &QQuickWindow::frameSwapped);
-            window()->resize(size);
-            QTest::mouseMove(window(), {1, 1}); // no tip over anything
-            window()->update();
-            drawn.wait();
-            for (const QString& fault : layout::faults(*window()->contentItem())) {
-                all += QStringLiteral("%1 at %2 x %3\n").arg(fault).arg(size.width()).arg(size.height());
-            }
-        }
-        return all;
-    }
-    void look(const QVector<connection_t>& connections)
-    {
-        picture = std::make_unique<picture_t>();
-        engine = std::make_unique<QQmlApplicationEngine>();
-        engine->rootContext()->setContextProperty("picture"_s, picture.get());
-        engine->rootContext()->setContextProperty("startDark"_s, false);
-        if (!connections.isEmpty()) {
-            picture->watch(connections, false);
-        }
-        engine->load(QUrl::fromLocalFile(FACE "/main.qml"_s));
     }
     static connection_t to(const broker_t& broker)
     {
@@ -131,8 +68,7 @@ private Q_SLOTS:
     }
     void cleanup()
     {
-        engine.reset();
-        picture.reset();
+        close();
         for (auto& node : nodes) {
             kill(node.first);
         }
@@ -142,7 +78,7 @@ private Q_SLOTS:
     void house()
     {
         const QString farName = "127.0.0.1:%1"_s.arg(far->port());
-        look({to(*near), to(*far)});
+        look([&](picture_t& chosen) { chosen.watch({to(*near), to(*far)}); });
         QVERIFY(window() != nullptr);
         QTRY_VERIFY(picture->property("alarm").toString().startsWith("no broker"_s));
         QTRY_COMPARE(faults(), QString());

@@ -198,14 +198,14 @@ private:
                 if (!isNotable(both) || lower.item->isAncestorOf(upper.item)) {
                     continue;
                 }
+                const bool isHidden = std::any_of(covers.begin(), covers.end(),
+                                                  [&](const QRectF& hidden) { return hidden.contains(both); });
                 if (upper.kind == cover) {
                     covers << both;
-                    if (lower.kind == text && !isSheet(upper) && !isWhole(both, lower.shown)) {
+                    if (lower.kind == text && !isHidden && !isSheet(upper) && !isWhole(both, lower.shown)) {
                         faults << QStringLiteral("%1 is covered in part").arg(lower.name);
                     }
-                } else if (upper.kind == lower.kind && !isField(lower, upper) &&
-                           std::none_of(covers.begin(), covers.end(),
-                                        [&](const QRectF& hidden) { return hidden.contains(both); })) {
+                } else if (upper.kind == lower.kind && !isHidden && !isField(lower, upper)) {
                     tell(QStringLiteral("%1 overlap, by %2 x %3"),
                          QStringLiteral("%1 and %2").arg(lower.name, upper.name), both.size());
                 }

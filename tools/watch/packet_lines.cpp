@@ -18,6 +18,7 @@ namespace tools {
 
 namespace {
 
+constexpr double longestSeconds = 1e12; // of a recording; with more, milliseconds would not be a number
 constexpr char hexDigits[] = "0123456789abcdef";
 const QByteArray notShown = QByteArrayLiteral("(not shown)");
 
@@ -43,37 +44,6 @@ QByteArray encodedIn(const QByteArray& payload)
     const bool isJson = decoded && (decoded.decoded.startsWith('{') || decoded.decoded.startsWith('[')) &&
                         !documentFromForeignJson(decoded.decoded).isNull();
     return isJson ? decoded.decoded : QByteArray();
-}
-
-bool hasWord(const char* text, const char* end, const char* word)
-{
-    for (; *word != 0; ++word, ++text) {
-        if (text == end || (*text | 0x20) != *word) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// Every payload goes through this, so it has to be cheap; whatever it finds is looked at properly. A "\u" may hide a
-// letter.
-bool maybeSecret(const QByteArray& text)
-{
-    const char* const end = text.constData() + text.size();
-    for (const char* at = text.constData(); at != end; ++at) {
-        const char lower = static_cast<char>(*at | 0x20);
-        if ((lower == 'p' && (hasWord(at, end, "pass") || hasWord(at, end, "pwd"))) ||
-            (lower == 's' && hasWord(at, end, "secret")) || (lower == 't' && hasWord(at, end, "token")) ||
-            (*at == '\\' && at + 1 != end && at[1] == 'u')) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool isNameOfSecret(const QString& name)
-{
-    return isSecret(name) || name.contains(QLatin1String("token"), Qt::CaseInsensitive);
 }
 
 // A value whose name stands beside it: {"name": "password", "value": "x"}.
@@ -190,7 +160,7 @@ std::optional<recorded_t> packetIn(const QJsonObject& object)
         return std::nullopt;
     }
     recorded_t result;
-    result.at = std::llround(at.toDouble() * 1000);
+    result.at = std::llround(std::clamp(at.toDouble(), -longestSeconds, longestSeconds) * 1000);
     result.packet.topic = topic.toString();
     result.packet.qos = std::clamp(object.value(QLatin1String("qos")).toInt(), 0, 2);
     result.packet.retain = object.value(QLatin1String("retain")).toBool();

@@ -42,7 +42,7 @@ RowLayout {
         Layout.preferredWidth: 64
         text: picture.recording ? qsTr("End") : qsTr("Live")
         hint: qsTr("Show the newest")
-        checked: picture.live
+        chosen: picture.live
         onClicked: picture.goLive()
     }
     Repeater { // where there is no room for both below
@@ -50,8 +50,8 @@ RowLayout {
         TouchButton {
             objectName: "sheet_" + modelData[0]
             text: modelData[1]
-            checked: controls.sheet === modelData[0]
-            onClicked: controls.sheet = checked ? "" : modelData[0]
+            chosen: controls.sheet === modelData[0]
+            onClicked: controls.sheet = chosen ? "" : modelData[0]
         }
     }
 }

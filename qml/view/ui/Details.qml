@@ -56,7 +56,7 @@ Rectangle {
                     Layout.fillWidth: true
                     text: modelData[1]
                     font.pixelSize: Theme.small
-                    checked: details.page === modelData[0]
+                    chosen: details.page === modelData[0]
                     onClicked: details.page = modelData[0]
                 }
             }

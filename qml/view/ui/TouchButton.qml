@@ -8,6 +8,7 @@ T.Button {
     id: button
 
     property string hint: text // what it does, where the text is a sign
+    property bool chosen: false // by whoever uses it: "checked" would change with every click
 
     implicitWidth: Math.max(Theme.touch, label.implicitWidth + 24)
     implicitHeight: Theme.touch
@@ -23,7 +24,7 @@ T.Button {
         text: button.text
         textFormat: Text.PlainText
         font: button.font
-        color: button.down || button.checked ? Theme.accentText : Theme.accent
+        color: button.down || button.chosen ? Theme.accentText : Theme.accent
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
     }
@@ -31,7 +32,7 @@ T.Button {
         Rectangle { // what is touched may be larger than what is seen
             anchors { fill: parent; topMargin: 4; bottomMargin: 4 }
             radius: 8
-            color: button.down || button.checked ? Theme.accent : button.hovered ? Theme.raised : "transparent"
+            color: button.down || button.chosen ? Theme.accent : button.hovered ? Theme.raised : "transparent"
             border.color: button.visualFocus ? Theme.text : Theme.line
             border.width: button.visualFocus ? 3 : 1
         }
