@@ -134,8 +134,9 @@ private:
             ledger.takeBack();
             return;
         }
-        pending.insert(mid, {number, static_cast<int>(payload.size())});
-        pendingBytes += payload.size();
+        const int bytes = payload.size();
+        pending.insert(mid, {number, bytes});
+        pendingBytes += bytes;
     }
 
     void acknowledged(int mid)

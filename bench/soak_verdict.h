@@ -71,9 +71,10 @@ inline bool keeps(const promise_t& promise, const node_t& node)
     if (names.isEmpty() || verdict == verdict_t::ignored) {
         return true;
     }
+    const int count = names.size();
     const QString first = QStringList(names.mid(0, 20)).join(QLatin1Char(' '));
-    std::printf("%s %s: %d %s: %s%s\n", verdict == verdict_t::fails ? "FAILED" : "noted ", node.name.constData(),
-                static_cast<int>(names.size()), promise.broken, qPrintable(first), names.size() > 20 ? " ..." : "");
+    std::printf("%s %s: %d %s: %s%s\n", verdict == verdict_t::fails ? "FAILED" : "noted ", node.name.constData(), count,
+                promise.broken, qPrintable(first), count > 20 ? " ..." : "");
     return verdict != verdict_t::fails;
 }
 

@@ -280,7 +280,7 @@ no broker         | accepts | async       | 14 0
             for (const int length : {499, 500}) {
                 client_t named(clean);
                 named.setClientId(QString(length, u'x'));
-                named.dial(freePort());
+                named.dial(comunication::testkit::freePort());
                 QCOMPARE(log.count("The client id is longer than 499 bytes"_s), int(!clean && length == 500));
             }
         }

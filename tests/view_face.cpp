@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 // The face of the picture of a house under somebody's hands: the time line, playing, pages, keys, the start page. A
 // recording stands still while one looks, so nothing here waits for a house.
-#include "laboratory/broker.h"
 #include "support/client.h"
 #include "support/face.h"
+
+#include <flotrofobul/testkit/broker.h>
 
 #include <QtCore/QTemporaryDir>
 #include <QtQml/QQmlComponent>
 #include <QtQml/QQmlExpression>
 
+using comunication::testkit::broker_t;
 using comunication::tools::connection_t;
 using comunication::view::picture_t;
 
@@ -452,7 +454,7 @@ with spaces   | _127.0.0.1_ | @open  |        |
         static broker_t open;
         static broker_t locked("listener @port 127.0.0.1\nallow_anonymous false"_s);
         QVERIFY((open.isRunning() || open.start()) && (locked.isRunning() || locked.start()));
-        const QString nobody = QString::number(freePort());
+        const QString nobody = QString::number(comunication::testkit::freePort());
         // Nobody has said where to look.
         connection_t guess;
         guess.host = "127.0.0.1"_s;
