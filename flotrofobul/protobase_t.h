@@ -95,7 +95,7 @@ public:
     bool saveConfigToFile(const QString& path);
     /// Client id of this node.
     QString getClientId() const;
-    /// Version of the library and of its protocol.
+    /// Version of the protocol, which every presentation has. (That of the library is in the package.)
     QString getVersion();
     /// Whether payloads are sent as Base64.
     bool isEncoding() const { return encoding; }

@@ -49,6 +49,7 @@ QString typeText(QNetworkInterface::InterfaceType type)
 
 } // namespace
 
+// That of the protocol: it is the same as long as what is said is.
 QString libraryVersion()
 {
     return QStringLiteral("1.1.2");
