@@ -115,8 +115,8 @@ protected:
 /// Asks for its master each second until it is answered.
 class phone_t : public light_client_t {
 public:
-    phone_t(const QString& house, const QString& id, int node, const balancer_t& balancer)
-        : light_client_t(house, id, node, balancer)
+    phone_t(const QString& givenHouse, const QString& givenId, int givenNode, const balancer_t& givenBalancer)
+        : light_client_t(givenHouse, givenId, givenNode, givenBalancer)
     {
         QObject::connect(&again, &QTimer::timeout, this, [this] { ask(); });
     }
