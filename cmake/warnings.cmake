@@ -6,7 +6,7 @@ function(flotrofobul_strict target)
     -Wcast-align -Wformat=2 -Wunused)
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(${target} PRIVATE -Wno-unknown-warning-option)
-  elseif(FLOTROFOBUL_QT EQUAL 5) # other sizes need other casts
+  elseif(FLOTROFOBUL_QT EQUAL 5 AND CMAKE_SIZEOF_VOID_P EQUAL 8) # other sizes need other casts
     target_compile_options(${target} PRIVATE -Wuseless-cast)
     # moc casts what needs no cast: in a file of its own, and in files that a source of ours includes.
     set(autogen "${CMAKE_CURRENT_BINARY_DIR}/${target}_autogen")
