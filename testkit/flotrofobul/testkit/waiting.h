@@ -41,7 +41,8 @@ inline bool until(const std::function<bool()>& condition, std::chrono::milliseco
     QObject::connect(&tick, &QTimer::timeout, &loop, look);
     QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &loop, look);
     tick.start(20);
-    for (look(); !ended;) {
+    look();
+    while (!ended) {
         if (loop.exec() == -1) { // the application was told to quit, and starts no loop any more
             loop.processEvents(QEventLoop::WaitForMoreEvents);
         }
