@@ -94,9 +94,11 @@ private Q_SLOTS:
         QVERIFY(lab.start() && lab.untilAgreed(10s));
         // Which of those that are left is the first depends on the machine's load as well as on the rank.
         const auto settles = [&](const QStringList& possible) {
-            QVERIFY2(lab.until([&] { return lab.agreedFor() > 1200ms; }, 10s), qPrintable(testimony(lab)));
+            // Within two seconds as a rule; after twelve where nobody is told and silence has to tell.
+            const bool isAgreed = lab.until([&] { return lab.agreedFor() > 1200ms; }, 20s);
             const QStringList masters = lab.masters();
-            QVERIFY2(masters.size() == 1 && possible.contains(masters.first()), qPrintable(testimony(lab)));
+            QVERIFY2(isAgreed && masters.size() == 1 && possible.contains(masters.first()),
+                     qPrintable(testimony(lab).right(900))); // more is not printed
         };
         const QStringList first{lab.box(1).server->name};
         const QStringList others{lab.box(2).server->name, lab.box(3).server->name};
