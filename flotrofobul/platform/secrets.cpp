@@ -135,26 +135,16 @@ bool isNameOfSecret(const QString& name)
 
 bool maybeSecret(const QByteArray& text)
 {
+    constexpr const char* starts[] = {"pass", "pw", "secret", "token", "credential"};
     const char* const end = text.constData() + text.size();
     for (const char* at = text.constData(); at != end; ++at) {
         switch (*at | 0x20) {
         case 'p':
-            if (hasWord(at, end, "pass") || hasWord(at, end, "pw")) {
-                return true;
-            }
-            break;
         case 's':
-            if (hasWord(at, end, "secret")) {
-                return true;
-            }
-            break;
         case 't':
-            if (hasWord(at, end, "token")) {
-                return true;
-            }
-            break;
         case 'c':
-            if (hasWord(at, end, "credential")) {
+            if (std::any_of(std::begin(starts), std::end(starts),
+                            [&](const char* start) { return hasWord(at, end, start); })) {
                 return true;
             }
             break;
