@@ -188,7 +188,7 @@ int soak(const house_t& house, const soak_t& how)
         laboratory->events = 0;
         fate_t fate(*laboratory, seed);
         live(fate);
-        const int acts = laboratory->events;
+        const int happened = laboratory->events;
         laboratory->peace();
         verdict_t verdict = isWell(*laboratory, timeToHeal);
         if (!laboratory->deserters().isEmpty()) {
@@ -196,7 +196,7 @@ int soak(const house_t& house, const soak_t& how)
         }
 
         const packets_t packets = laboratory->packets() - packetsBefore;
-        sum.acts += acts;
+        sum.acts += happened;
         sum.answers += verdict.answers;
         sum.repeated += std::max(0, verdict.rounds - 1);
         sum.roleChanges += laboratory->roleChanges() - changesBefore;
@@ -208,7 +208,7 @@ int soak(const house_t& house, const soak_t& how)
             sum.together += verdict.healed;
             print(QStringLiteral("history %1: %2 events, healed in %3 with %4 packets")
                       .arg(seed)
-                      .arg(acts)
+                      .arg(happened)
                       .arg(seconds(verdict.healed))
                       .arg(packets.total()));
         } else {
